@@ -1,0 +1,61 @@
+// Host values in and out: the numbers that every handler reads and the scalars it returns.
+#pragma once
+
+#include <boost/numeric/conversion/cast.hpp>
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "host/array.h"
+
+namespace tb {
+
+// A host number as a TIFF number: Boost's range check, then truncation toward zero. For an integer
+// of N bits everything strictly between -1 (or the lowest value less 1) and 2^N passes.
+// Throws boost::numeric::positive_overflow or negative_overflow, which the gateway reports as
+// argumentOutOfBounds. NaN passes Boost's check although casting it to an integer is undefined, so
+// it becomes 0 first.
+template <std::integral T>
+T convertNumber(double value) {
+  if (value != value) return 0;
+  return boost::numeric_cast<T>(value);
+}
+
+// The same for single precision: NaN stays NaN, infinities and values beyond the largest finite
+// single overflow.
+template <std::same_as<float> T>
+T convertNumber(double value) {
+  return boost::numeric_cast<T>(value);
+}
+
+// Element `index` (0 or 1) of an argument, whose class is not looked at: the bytes are taken as a
+// double. The host promises 16 readable bytes behind every array.
+inline double numberAt(const vxArray* argument, std::size_t index) noexcept {
+  double value = 0;
+  std::memcpy(&value, static_cast<const char*>(vxGetData(argument)) + index * sizeof value,
+              sizeof value);
+  return value;
+}
+
+// The first element of an argument as a strip, tile, row, sample or directory number.
+template <std::integral T>
+T unpackNumber(const vxArray* argument) {
+  return convertNumber<T>(numberAt(argument, 0));
+}
+
+// 1-by-1 arrays.
+vxArrayPtr doubleScalar(double value);
+vxArrayPtr logicalScalar(bool value);
+
+// A 1-by-N double row of the values.
+template <class T>
+vxArrayPtr doubleRow(std::span<const T> values) {
+  const std::size_t dimensions[] = {1, values.size()};
+  vxArrayPtr row = matrix::detail::do_create_uninitnumeric(vxDOUBLE, dimensions);
+  auto* elements = static_cast<double*>(vxGetWritableData(row.get()));
+  for (const T value : values) *elements++ = static_cast<double>(value);
+  return row;
+}
+
+}  // namespace tb
