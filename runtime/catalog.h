@@ -1,0 +1,36 @@
+// The message catalog: the text of every identifier that the module and this host use.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "host/errors.h"
+
+namespace tb::runtime {
+
+// One message. `text` refers to the arguments by position, {0}, {1}, ... in {fmt}'s notation, and
+// uses every one of them.
+struct CatalogEntry {
+  const char* identifier;  // component, a colon, name
+  const char* text;
+  const char* arguments;  // what they are, in order, parted by "; "; empty when there are none
+  const char* when;       // one sentence: when the message is issued
+  bool warning;           // false for an error
+};
+
+// Every entry, grouped by subject. An identifier has one entry, or one for the error and one for
+// the warning of that name.
+std::span<const CatalogEntry> catalog() noexcept;
+
+// The entry of an identifier, the error's when there are two; null for one that is unknown.
+const CatalogEntry* findCatalogEntry(const std::string& identifier, bool warning) noexcept;
+
+// The text of an error or a warning with the arguments filled in, UTF-8. Narrow arguments are taken
+// as UTF-8 where they are that, and as Latin-1 elsewhere. An unknown identifier, or arguments that
+// do not fit the text, give the identifier and the arguments in a row.
+std::string messageText(const resource_core::BaseMsgID& message);
+
+// The same for a warning: the two differ for identifiers that are both.
+std::string warningText(const resource_core::BaseMsgID& message);
+
+}  // namespace tb::runtime

@@ -1,0 +1,75 @@
+// Loads the module, a shared library, and calls it.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/array.h"
+
+namespace tb::runtime {
+
+// A message of libtiff's.
+struct Diagnostic {
+  bool warning;  // false for an error
+  std::string module;
+  std::string message;
+
+  bool operator==(const Diagnostic&) const = default;
+};
+
+// Marks this thread as being inside the module for as long as the object lives: libtiff's messages
+// are collected on the thread's error stack then and forwarded to the process's other handlers
+// elsewhere. Module does this itself; code that calls the module's functions directly does it here.
+class GatewayScope {
+ public:
+  GatewayScope() noexcept;
+  ~GatewayScope();
+  GatewayScope(const GatewayScope&) = delete;
+  GatewayScope& operator=(const GatewayScope&) = delete;
+
+ private:
+  bool outer_;
+};
+
+// What libtiff said on this thread since the error stack was last initialised, also what was
+// reported as warnings meanwhile.
+std::vector<Diagnostic> collectedDiagnostics();
+
+// The loaded module. Calls must follow one another; they may come from different threads.
+class Module {
+ public:
+  // Opens the plug-in and finds its entries. Throws std::runtime_error with the reason when there
+  // is no such library or it has no such entry.
+  static Module load(const std::filesystem::path& plugin);
+
+  // Cleans up, unless that is done, and unloads the plug-in.
+  ~Module();
+  Module(Module&& other) noexcept;
+  Module& operator=(Module&& other) noexcept;
+
+  // Calls the gateway: inputs[0] is the operation's name. Results are left in the output slots. An
+  // error leaves as the exception that the module throws.
+  void call(int outputCount, vxArrayPtr* outputs, int inputCount, const vxArray* const* inputs);
+
+  // What libtiff said during the last call, whether that returned or threw.
+  const std::vector<Diagnostic>& diagnostics() const noexcept { return diagnostics_; }
+
+  // Runs TagBridgeCleanup, which closes the files that are still open; the second time does
+  // nothing. What libtiff says meanwhile is reported as warnings.
+  void cleanup();
+
+ private:
+  using Entry = void(int, vxArrayPtr*, int, const vxArray* const*);
+  using Cleanup = void();
+
+  Module() = default;
+  void unload() noexcept;
+
+  void* library_ = nullptr;
+  Entry* entry_ = nullptr;
+  Cleanup* cleanup_ = nullptr;
+  std::vector<Diagnostic> diagnostics_;
+};
+
+}  // namespace tb::runtime
