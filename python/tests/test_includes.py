@@ -1,0 +1,84 @@
+"""The include lines follow the folder map: arrows point down only."""
+
+import pathlib
+import re
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+# The gateway folder holds two layers: the entry above all others and the contracts below them.
+ENTRY = {"gateway/gateway.cc", "gateway/operation_table.cc"}
+MAY_INCLUDE = {
+    "entry": {"entry", "handlers", "tags", "image", "gateway", "host"},
+    "handlers": {"handlers", "image", "gateway", "host"},
+    "tags": {"tags", "gateway", "host"},
+    "image": {"image", "gateway", "host"},
+    "gateway": {"gateway", "host"},
+    "host": {"host"},
+    "runtime": {"runtime", "host"},
+    "python": {"python", "runtime", "host"},
+}
+INCLUDE = re.compile(r'^\s*#\s*include\s+(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
+
+
+def layer(path: str) -> str:
+    return "entry" if path in ENTRY else path.split("/")[0]
+
+
+def violations(path: str, text: str) -> list[str]:
+    """Returns what is wrong with the include lines of the file `path`, as sentences."""
+    found = []
+    allowed = MAY_INCLUDE[layer(path)]
+    for quoted, system in INCLUDE.findall(text):
+        target = layer(quoted)
+        if quoted and "/" not in quoted:
+            found.append(f"{quoted} is not written from the root")
+        if target in MAY_INCLUDE and target not in allowed:
+            found.append(f"{quoted} lies above {layer(path)}")
+        if target == "handlers" and path == "gateway/gateway.cc":
+            found.append("only the operation table includes handlers/")
+        if path.endswith("_simd.cc") and (target in {"host", "gateway"} or "tiff" in system):
+            found.append(f"{quoted or system} in a kernel, which knows only pointers and counts")
+        if layer(path) == "host" and "/" in system:
+            found.append(f"host/ needs {system}, but may ask an implementer for libtiff only")
+    own = path.removesuffix(".cc") + ".h"
+    if path.endswith(".cc") and (ROOT / own).exists() and not path.endswith("_simd.cc"):
+        first = INCLUDE.search(text)
+        if first is None or first.group(1) != own:
+            found.append(f"{own} does not come first")
+    return found
+
+
+def sources() -> list[str]:
+    return sorted(path.relative_to(ROOT).as_posix() for folder in MAY_INCLUDE if folder != "entry"
+                  for ending in ("h", "cc") for path in (ROOT / folder).rglob(f"*.{ending}"))
+
+
+@pytest.mark.parametrize("path", sources())
+def test_arrows_point_down(path: str):
+    assert violations(path, (ROOT / path).read_text()) == []
+
+
+@pytest.mark.parametrize(("path", "line"), [
+    ("host/array.h", '#include "runtime/array.h"'),
+    ("host/array.h", "#include <boost/any.hpp>"),
+    ("gateway/errors.h", '#include "image/image_metadata.h"'),
+    ("gateway/gateway.cc", '#include "handlers/files.h"'),
+    ("image/strips.cc", '#include "tags/get_field.h"'),
+    ("image/strips.cc", '#include "handlers/files.h"'),
+    ("image/strips.cc", '#include "image_metadata.h"'),
+    ("image/split_simd.cc", "#include <tiffio.h>"),
+    ("tags/get_field.cc", '#include "image/image_metadata.h"'),
+    ("runtime/arrays.cc", '#include "gateway/values.h"'),
+    ("python/call.cc", '#include "gateway/errors.h"'),
+])
+def test_finds_an_upward_arrow(path: str, line: str):
+    assert len(violations(path, line)) >= 1
+
+
+def test_the_map_covers_every_folder_with_sources():
+    others = {"tests", "bench", "fuzz", "build"}
+    folders = {path.parent.relative_to(ROOT).parts[0] for ending in ("h", "cc")
+               for path in ROOT.glob(f"*/*.{ending}")}
+    assert folders - others <= set(MAY_INCLUDE)
