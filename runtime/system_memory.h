@@ -1,0 +1,22 @@
+// Memory from the system, for the blocks that are kept when they are released.
+#pragma once
+
+#include <cstddef>
+
+namespace tb::runtime {
+
+inline constexpr std::size_t kPage = 4096;
+
+struct FreshMemory {
+  void* start;  // at a multiple of kPage
+  bool isZero;  // known to be 0, without having been touched
+};
+
+// `bytes` is a multiple of kPage from 32 pages on. Throws std::bad_alloc when the system has no
+// more.
+FreshMemory freshMemory(std::size_t bytes);
+
+// Takes back what freshMemory returned for this size.
+void giveBackMemory(void* start, std::size_t bytes) noexcept;
+
+}  // namespace tb::runtime
