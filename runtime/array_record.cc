@@ -1,0 +1,169 @@
+#include "runtime/array_record.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+#include "runtime/arrays.h"
+#include "runtime/blocks.h"
+#include "runtime/memory.h"
+
+namespace tb::runtime {
+namespace {
+
+using Storage = vxArray::Storage;
+
+struct ClassRow {
+  const char* name;
+  std::size_t elementSize;
+  double (*scalar)(const void* element);  // null for what is no number
+};
+
+template <class T>
+double scalarOf(const void* element) {
+  T value;
+  std::memcpy(&value, element, sizeof value);
+  return static_cast<double>(value);
+}
+
+// Indexed by class code.
+constexpr ClassRow kClasses[] = {
+    {"unknown", 0, nullptr},
+    {"cell", sizeof(vxArray*), nullptr},
+    {"struct", sizeof(vxArray*), nullptr},
+    {"logical", 1, scalarOf<std::uint8_t>},
+    {"char", 2, scalarOf<char16_t>},
+    {"void", 0, nullptr},
+    {"double", 8, scalarOf<double>},
+    {"single", 4, scalarOf<float>},
+    {"int8", 1, scalarOf<std::int8_t>},
+    {"uint8", 1, scalarOf<std::uint8_t>},
+    {"int16", 2, scalarOf<std::int16_t>},
+    {"uint16", 2, scalarOf<std::uint16_t>},
+    {"int32", 4, scalarOf<std::int32_t>},
+    {"uint32", 4, scalarOf<std::uint32_t>},
+    {"int64", 8, scalarOf<std::int64_t>},
+    {"uint64", 8, scalarOf<std::uint64_t>},
+};
+static_assert(std::size(kClasses) == vxUINT64 + 1);
+
+// At least 2, and no 1 at the end beyond that.
+std::size_t effectiveRank(std::span<const std::size_t> dimensions) noexcept {
+  std::size_t rank = dimensions.size();
+  while (rank > 2 && dimensions[rank - 1] == 1) --rank;
+  return std::max<std::size_t>(rank, 2);
+}
+
+std::size_t countElements(std::span<const std::size_t> dimensions) {
+  if (std::ranges::find(dimensions, std::size_t{0}) != dimensions.end()) return 0;
+  std::size_t count = 1;
+  for (const std::size_t dimension : dimensions) count = checkedProduct(count, dimension);
+  return count;
+}
+
+std::size_t* dimensionsOf(vxArray& array) noexcept {
+  return array.rank > vxArray::kInlineRank ? array.dimensions.many : array.dimensions.few;
+}
+
+// Gives the record its dimensions; until then it has none to release.
+void setDimensions(vxArray& array, std::span<const std::size_t> dimensions, std::size_t rank) {
+  if (rank > vxArray::kInlineRank)
+    array.dimensions.many = static_cast<std::size_t*>(
+        takeBlock(checkedProduct(rank, sizeof(std::size_t)), Contents::kIndeterminate));
+  array.rank = static_cast<std::uint32_t>(rank);
+  std::size_t* out =
+      std::ranges::copy(dimensions.first(std::min(rank, dimensions.size())), dimensionsOf(array))
+          .out;
+  std::fill(out, dimensionsOf(array) + rank, 1);
+}
+
+// A record with room for `bytes` of elements behind it, and nothing to release yet.
+vxArrayPtr takeRecord(vxClassID classId, std::size_t bytesInCell) {
+  const std::size_t cellBytes = sizeof(vxArray) + bytesInCell;
+  auto* array = ::new (takeCell(cellBytes)) vxArray{};
+  array->cellBytes = static_cast<std::uint16_t>(cellBytes);
+  array->classId = static_cast<std::uint8_t>(classId);
+  array->storage = Storage::kInCell;
+  array->data = array + 1;
+  return vxArrayPtr(array);
+}
+
+}  // namespace
+
+const char* className(vxClassID classId) noexcept { return kClasses[classId].name; }
+
+std::size_t elementSize(vxClassID classId) noexcept { return kClasses[classId].elementSize; }
+
+double firstNumber(const vxArray& array) noexcept {
+  const auto scalar = kClasses[array.classId].scalar;
+  return scalar != nullptr ? scalar(array.data) : 0;
+}
+
+void requireNumbers(vxClassID classId) {
+  if (classId < 0 || classId > vxUINT64 || kClasses[classId].scalar == nullptr)
+    throw std::invalid_argument("not a class of numbers, logicals or characters");
+}
+
+std::size_t checkedProduct(std::size_t a, std::size_t b) {
+  std::size_t product = 0;
+  if (__builtin_mul_overflow(a, b, &product)) throw std::bad_alloc();
+  return product;
+}
+
+vxArrayPtr createArray(vxClassID classId, std::span<const std::size_t> dimensions,
+                       std::size_t itemsPerElement, Contents contents) {
+  const std::size_t count = countElements(dimensions);
+  const std::size_t bytes =
+      checkedProduct(checkedProduct(count, elementSize(classId)), itemsPerElement);
+  if (bytes > memoryLimit()) throw std::bad_alloc();
+
+  const bool small = bytes <= kLargestCell - sizeof(vxArray) - kSlack;
+  vxArrayPtr array = takeRecord(classId, small ? bytes + kSlack : 0);
+  setDimensions(*array, dimensions, effectiveRank(dimensions));
+  if (small) {
+    auto* elements = static_cast<std::byte*>(array->data);
+    const std::size_t kept = contents == Contents::kZero ? 0 : bytes;
+    std::memset(elements + kept, 0, bytes + kSlack - kept);
+  } else {
+    array->data = takeBlock(bytes, contents);
+    array->storage = Storage::kBlock;
+  }
+  array->elementCount = count;
+  return array;
+}
+
+vxArrayPtr wrapMemory(vxClassID classId, std::span<const std::size_t> dimensions, const void* data,
+                      void (*release)(void*), void* context) {
+  requireNumbers(classId);
+  const std::size_t count = countElements(dimensions);
+  const std::size_t bytes = checkedProduct(count, elementSize(classId));
+  if (bytes < kSlack) {
+    vxArrayPtr copy = createArray(classId, dimensions, 1, Contents::kZero);
+    if (bytes > 0) std::memcpy(copy->data, data, bytes);
+    release(context);
+    return copy;
+  }
+  if (bytes > memoryLimit()) throw std::bad_alloc();
+
+  vxArrayPtr array = takeRecord(classId, 0);
+  setDimensions(*array, dimensions, effectiveRank(dimensions));
+  array->elementCount = count;
+  array->data = const_cast<void*>(data);  // the module writes no input
+  array->release = release;
+  array->context = context;
+  array->storage = Storage::kForeign;
+  return array;
+}
+
+}  // namespace tb::runtime
+
+void vxDestroy_deleter::operator()(vxArray* array) const noexcept {
+  if (array == nullptr) return;
+  if (tb::runtime::isContainer(*array)) tb::runtime::releaseContained(*array);
+  if (array->storage == vxArray::Storage::kBlock) tb::runtime::giveBlock(array->data);
+  if (array->storage == vxArray::Storage::kForeign) array->release(array->context);
+  if (array->rank > vxArray::kInlineRank) tb::runtime::giveBlock(array->dimensions.many);
+  tb::runtime::giveCell(array, array->cellBytes);
+}
