@@ -22,15 +22,17 @@ struct CatalogEntry {
 // the warning of that name.
 std::span<const CatalogEntry> catalog() noexcept;
 
-// The entry of an identifier, the error's when there are two; null for one that is unknown.
+// The entry of an identifier; where it has two, that of the warning or that of the error. Null for
+// an unknown identifier.
 const CatalogEntry* findCatalogEntry(const std::string& identifier, bool warning) noexcept;
 
-// The text of an error or a warning with the arguments filled in, UTF-8. Narrow arguments are taken
+// The text of a message with the arguments filled in, UTF-8; where the identifier is that of an
+// error and of a warning, the error's. Narrow arguments are taken
 // as UTF-8 where they are that, and as Latin-1 elsewhere. An unknown identifier, or arguments that
 // do not fit the text, give the identifier and the arguments in a row.
 std::string messageText(const resource_core::BaseMsgID& message);
 
-// The same for a warning: the two differ for identifiers that are both.
+// The same, but the warning's text where the identifier is both.
 std::string warningText(const resource_core::BaseMsgID& message);
 
 }  // namespace tb::runtime
