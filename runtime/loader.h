@@ -36,7 +36,8 @@ class GatewayScope {
 // reported as warnings meanwhile.
 std::vector<Diagnostic> collectedDiagnostics();
 
-// The loaded module. Calls must follow one another; they may come from different threads.
+// The loaded module. Calls must follow one another; they may come from different threads. An
+// exception that the module threw must not outlive it.
 class Module {
  public:
   // Opens the plug-in and finds its entries. Throws std::runtime_error with the reason when there
@@ -55,8 +56,8 @@ class Module {
   // What libtiff said during the last call, whether that returned or threw.
   const std::vector<Diagnostic>& diagnostics() const noexcept { return diagnostics_; }
 
-  // Runs TagBridgeCleanup, which closes the files that are still open; the second time does
-  // nothing. What libtiff says meanwhile is reported as warnings.
+  // Runs TagBridgeCleanup, which closes the files that are still open; it does nothing when the
+  // module was not called since the last time. What libtiff says is reported as warnings.
   void cleanup();
 
  private:
@@ -69,6 +70,7 @@ class Module {
   void* library_ = nullptr;
   Entry* entry_ = nullptr;
   Cleanup* cleanup_ = nullptr;
+  bool clean_ = true;  // nothing was called since the last cleanup
   std::vector<Diagnostic> diagnostics_;
 };
 

@@ -1,0 +1,87 @@
+#include "runtime/loader.h"
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "host/tiff_utilities.h"
+#include "runtime/messages.h"
+
+namespace tb::runtime {
+namespace {
+
+std::string loaderError() {
+  const char* reason = dlerror();
+  return reason != nullptr ? reason : "unknown reason";
+}
+
+template <class Function>
+Function* findFunction(void* library, const char* name) {
+  auto* function = reinterpret_cast<Function*>(dlsym(library, name));
+  if (function == nullptr) throw std::runtime_error(loaderError());
+  return function;
+}
+
+}  // namespace
+
+Module Module::load(const std::filesystem::path& plugin) {
+  Module module;
+  // Absolute, since a bare name would be looked for where the system keeps its libraries.
+  module.library_ = dlopen(std::filesystem::absolute(plugin).c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (module.library_ == nullptr) throw std::runtime_error(loaderError());
+  module.entry_ = findFunction<Entry>(module.library_, "tagbridge");
+  module.cleanup_ = findFunction<Cleanup>(module.library_, "TagBridgeCleanup");
+  return module;
+}
+
+Module::Module(Module&& other) noexcept
+    : library_(std::exchange(other.library_, nullptr)),
+      entry_(std::exchange(other.entry_, nullptr)),
+      cleanup_(std::exchange(other.cleanup_, nullptr)),
+      clean_(std::exchange(other.clean_, true)),
+      diagnostics_(std::move(other.diagnostics_)) {}
+
+Module& Module::operator=(Module&& other) noexcept {
+  if (this == &other) return *this;
+  unload();
+  library_ = std::exchange(other.library_, nullptr);
+  entry_ = std::exchange(other.entry_, nullptr);
+  cleanup_ = std::exchange(other.cleanup_, nullptr);
+  clean_ = std::exchange(other.clean_, true);
+  diagnostics_ = std::move(other.diagnostics_);
+  return *this;
+}
+
+Module::~Module() { unload(); }
+
+void Module::unload() noexcept {
+  try {
+    cleanup();
+  } catch (...) {
+    // Nobody is left to tell.
+  }
+  if (library_ != nullptr) dlclose(std::exchange(library_, nullptr));
+}
+
+void Module::call(int outputCount, vxArrayPtr* outputs, int inputCount,
+                  const vxArray* const* inputs) {
+  struct Keep {
+    std::vector<Diagnostic>& kept;
+    ~Keep() { kept = takeDiagnostics(); }
+  };
+  const GatewayScope scope;
+  const Keep keep{diagnostics_};
+  clean_ = false;
+  entry_(outputCount, outputs, inputCount, inputs);
+}
+
+void Module::cleanup() {
+  if (std::exchange(clean_, true)) return;
+  const GatewayScope scope;
+  ZQTIFFinitializeErrorStack();
+  cleanup_();
+  ZQTIFFcheckErrorAsWarning();
+}
+
+}  // namespace tb::runtime
