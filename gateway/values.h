@@ -22,7 +22,13 @@ T convertNumber(double value) {
   return boost::numeric_cast<T>(value);
 }
 
-// The same for single precision: NaN stays NaN, infinities and values beyond the largest finite
+// A size as one of libtiff's signed sizes, under the same range check.
+template <std::integral T>
+T convertNumber(std::size_t value) {
+  return boost::numeric_cast<T>(value);
+}
+
+// A double as single precision: NaN stays NaN, infinities and values beyond the largest finite
 // single overflow.
 template <std::same_as<float> T>
 T convertNumber(double value) {

@@ -1,0 +1,59 @@
+// The operations. Opcode 4 is not assigned.
+#include <algorithm>
+#include <iterator>
+
+#include "gateway/errors.h"
+#include "gateway/operation.h"
+#include "handlers/handlers.h"
+#include "image/handlers.h"
+
+namespace tb {
+namespace {
+
+constexpr std::size_t kOperationCount = 23;
+
+// Built on the first lookup; the order of the rows is the order of the search.
+s_tagbridge_op (&operationTable())[kOperationCount] {
+  static s_tagbridge_op table[kOperationCount] = {
+      // clang-format off
+      {0,  1, 1, "close",             "TIFFClose",             TIFFClose_handler},
+      {1,  2, 3, "computeStrip",      "TIFFComputeStrip",      TIFFComputeStrip_handler},
+      {2,  2, 3, "computeTile",       "TIFFComputeTile",       TIFFComputeTile_handler},
+      {3,  1, 1, "currentDirectory",  "TIFFCurrentDirectory",  TIFFCurrentDirectory_handler},
+      {6,  0, 0, "getVersion",        "TIFFGetVersion",        TIFFGetVersion_handler},
+      {7,  1, 1, "isTiled",           "TIFFIsTiled",           TIFFIsTiled_handler},
+      {8,  1, 1, "lastDirectory",     "TIFFLastDirectory",     TIFFLastDirectory_handler},
+      {9,  1, 1, "numberOfStrips",    "TIFFNumberOfStrips",    TIFFNumberOfStrips_handler},
+      {10, 1, 1, "numberOfTiles",     "TIFFNumberOfTiles",     TIFFNumberOfTiles_handler},
+      {11, 2, 2, "open",              "TIFFOpen",              TIFFOpen_handler},
+      {12, 1, 1, "readDirectory",     "TIFFReadDirectory",     TIFFReadDirectory_handler},
+      {13, 2, 2, "readEncodedStrip",  "TIFFReadEncodedStrip",  TIFFReadEncodedStrip_handler},
+      {14, 2, 3, "readEncodedTile",   "TIFFReadEncodedTile",   TIFFReadEncodedTile_handler},
+      {15, 2, 2, "readRGBAStrip",     "TIFFReadRGBAStrip",     TIFFReadRGBAStrip_handler},
+      {16, 3, 3, "readRGBATile",      "TIFFReadRGBATile",      TIFFReadRGBATile_handler},
+      {17, 1, 1, "readRGBAImage",     "TIFFReadRGBAImage",     TIFFReadRGBAImage_handler},
+      {18, 1, 1, "rewriteDirectory",  "TIFFRewriteDirectory",  TIFFRewriteDirectory_handler},
+      {19, 1, 1, "retrieveMetadata",  "retrieveMetadata",      retrieveMetadata_handler},
+      {20, 2, 2, "setDirectory",      "TIFFSetDirectory",      TIFFSetDirectory_handler},
+      {22, 2, 2, "setSubDirectory",   "TIFFSetSubDirectory",   TIFFSetSubDirectory_handler},
+      {23, 1, 1, "writeDirectory",    "TIFFWriteDirectory",    TIFFWriteDirectory_handler},
+      {24, 3, 5, "writeEncodedStrip", "TIFFWriteEncodedStrip", TIFFWriteEncodedStrip_handler},
+      {25, 3, 5, "writeEncodedTile",  "TIFFWriteEncodedTile",  TIFFWriteEncodedTile_handler},
+      // clang-format on
+  };
+  return table;
+}
+
+}  // namespace
+
+s_tagbridge_op* opname2opcode(const std::string& name, int numberOfInputs) {
+  auto& table = operationTable();
+  const auto found = std::ranges::find(table, name, &s_tagbridge_op::name);
+  if (found == std::end(table)) raise<Tiff::InvalidOperation>(name);
+  if (numberOfInputs < found->minInputs || numberOfInputs > found->maxInputs) {
+    raise<validate::wrongNumberOfInputs>();
+  }
+  return found;
+}
+
+}  // namespace tb
