@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+
+#include "host/array.h"
+
+namespace tb {
+
+// Zeroed memory for one encoded or decoded block, released on every exit. It comes from the host,
+// so that its memory limit holds for a block as for an array: std::bad_alloc when exceeded, before
+// any memory is touched.
+class BlockBuffer {
+ public:
+  // `count` elements of `elementSize` bytes.
+  explicit BlockBuffer(std::size_t count, std::size_t elementSize = 1)
+      : data_(static_cast<std::byte*>(vxCalloc(count, elementSize))), size_(count * elementSize) {}
+
+  std::span<std::byte> bytes() noexcept { return {data_.get(), size_}; }
+  std::span<const std::byte> bytes() const noexcept { return {data_.get(), size_}; }
+
+ private:
+  struct Free {
+    void operator()(std::byte* memory) const noexcept { vxFree(memory); }
+  };
+  std::unique_ptr<std::byte, Free> data_;
+  std::size_t size_;
+};
+
+}  // namespace tb

@@ -1,0 +1,154 @@
+#include "image/image_metadata.h"
+
+#include <algorithm>
+
+#include "gateway/errors.h"
+#include "gateway/values.h"
+
+namespace tb {
+namespace {
+
+// Tags that have no default: an image without them can be neither read nor written.
+template <class T>
+void require(TIFF* tif, std::uint32_t tag, const char* tagName, T& value) {
+  if (!TIFFGetField(tif, tag, &value)) raise<Tiff::tagRetrievalFailed>(tagName);
+}
+
+// libtiff's defaults never fail for these tags; should a value stay unset, it stays 0.
+template <class T>
+void getDefaulted(TIFF* tif, std::uint32_t tag, T& value) {
+  (void)TIFFGetFieldDefaulted(tif, tag, &value);
+}
+
+void retrieveBlockLayout(TiffImageMetaData_& record) {
+  TIFF* tif = record.tif;
+  record.isTiled = TIFFIsTiled(tif) != 0;
+  if (record.isTiled) {
+    require(tif, TIFFTAG_TILELENGTH, "TileLength", record.tileLength);
+    require(tif, TIFFTAG_TILEWIDTH, "TileWidth", record.tileWidth);
+    record.blockWidth = record.tileWidth;
+    record.blockLength = record.tileLength;
+  } else {
+    getDefaulted(tif, TIFFTAG_ROWSPERSTRIP, record.rowsPerStrip);
+    record.rowsPerStrip = std::min(record.rowsPerStrip, record.imageLength);
+    record.blockWidth = record.imageWidth;
+    record.blockLength = record.rowsPerStrip;
+  }
+}
+
+void retrieveSampleLayout(TiffImageMetaData_& record) {
+  TIFF* tif = record.tif;
+  getDefaulted(tif, TIFFTAG_BITSPERSAMPLE, record.bitsPerSample);
+  getDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, record.samplesPerPixel);
+  getDefaulted(tif, TIFFTAG_IMAGEDEPTH, record.imageDepth);
+  getDefaulted(tif, TIFFTAG_SAMPLEFORMAT, record.sampleFormat);
+  getDefaulted(tif, TIFFTAG_COMPRESSION, record.compression);
+  getDefaulted(tif, TIFFTAG_PLANARCONFIG, record.planarConfig);
+  record.samplesPerBlock =
+      record.planarConfig == PLANARCONFIG_SEPARATE ? std::uint16_t{1} : record.samplesPerPixel;
+
+  std::uint16_t* kinds = nullptr;
+  if (!TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &record.extraSamplesCount, &kinds)) {
+    record.extraSamplesCount = 0;
+  }
+}
+
+void retrieveColourSettings(TiffImageMetaData_& record) {
+  TIFF* tif = record.tif;
+  if (record.photometric == PHOTOMETRIC_YCBCR) {
+    (void)TIFFGetFieldDefaulted(tif, TIFFTAG_YCBCRSUBSAMPLING, &record.ycbcrSubsampling[0],
+                                &record.ycbcrSubsampling[1]);
+    // Not every libtiff build has the codec; the mode then stays 0.
+    if (record.compression == COMPRESSION_JPEG &&
+        !TIFFGetField(tif, TIFFTAG_JPEGCOLORMODE, &record.jpegColorMode)) {
+      record.jpegColorMode = JPEGCOLORMODE_RAW;
+    }
+  }
+  if (record.photometric == PHOTOMETRIC_LOGL || record.photometric == PHOTOMETRIC_LOGLUV) {
+    require(tif, TIFFTAG_SGILOGDATAFMT, "SgiLogDataFmt", record.sgiLogDataFmt);
+  }
+}
+
+struct ClassRow {
+  std::uint16_t bits;
+  vxClassID byFormat[5];  // index 0 unused; 1 unsigned, 2 signed, 3 floating point, 4 void
+};
+constexpr ClassRow kClasses[] = {
+    {1, {vxLOGICAL, vxLOGICAL, vxLOGICAL, vxLOGICAL, vxLOGICAL}},
+    {8, {vxUNKNOWN, vxUINT8, vxINT8, vxUNKNOWN, vxUINT8}},
+    {16, {vxUNKNOWN, vxUINT16, vxINT16, vxUNKNOWN, vxUINT16}},
+    {32, {vxUNKNOWN, vxUINT32, vxINT32, vxSINGLE, vxUINT32}},
+    {64, {vxUNKNOWN, vxUNKNOWN, vxUNKNOWN, vxDOUBLE, vxUNKNOWN}},
+};
+
+[[noreturn]] void raiseNoClass(std::uint16_t bits, std::uint16_t format) {
+  if (bits == 64) raise<Tiff::sampleFormatMustBeIeeeFpFor64Bits>();
+  if (bits == 32) raise<Tiff::unknownSampleFormat>(format);
+  raise<Tiff::badSampleFormatBitsPerSampleCombination>(format, bits);
+}
+
+}  // namespace
+
+void retrieveImageMetadata(TIFF* tif, TiffImageMetaData_* record) {
+  *record = TiffImageMetaData_{.tif = tif};
+  require(tif, TIFFTAG_IMAGELENGTH, "ImageLength", record->imageLength);
+  require(tif, TIFFTAG_IMAGEWIDTH, "ImageWidth", record->imageWidth);
+  retrieveBlockLayout(*record);
+  require(tif, TIFFTAG_PHOTOMETRIC, "PhotometricInterpretation", record->photometric);
+  retrieveSampleLayout(*record);
+  retrieveColourSettings(*record);
+  record->mode = TIFFGetMode(tif);
+}
+
+vxClassID determineClassId(const TiffImageMetaData_& record) {
+  const std::uint16_t format = record.sampleFormat;
+  const std::uint16_t bits = record.bitsPerSample;
+  if (format == SAMPLEFORMAT_COMPLEXINT || format == SAMPLEFORMAT_COMPLEXIEEEFP) {
+    raise<Tiff::complexSampleFormat>();
+  }
+  const auto* row = std::ranges::find(kClasses, bits, &ClassRow::bits);
+  if (row == std::end(kClasses)) raise<Tiff::unhandledBitsPerSample>(bits);
+  const vxClassID classId = row->byFormat[format <= SAMPLEFORMAT_VOID ? format : 0];
+  if (classId == vxUNKNOWN) raiseNoClass(bits, format);
+  return classId;
+}
+
+std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t row,
+                                 std::uint16_t sample) {
+  std::uint32_t rowsPerStrip = 0;
+  getDefaulted(record.tif, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
+  if (record.imageLength == 0 || record.imageWidth == 0 || rowsPerStrip == 0) return 0;
+  return TIFFComputeStrip(record.tif, row, sample);
+}
+
+std::uint16_t unpack_tsample_t(int argumentCount, const vxArray* sampleArgument,
+                               const TiffImageMetaData_& record) {
+  std::uint16_t sample = 0;
+  if (argumentCount == 2) {
+    if (record.planarConfig == PLANARCONFIG_SEPARATE) raise<Tiff::sampleParameterRequired>();
+  } else {
+    if (record.planarConfig == PLANARCONFIG_CONTIG) {
+      raise<Tiff::sampleParameterNotAllowedInChunkyCase>();
+    }
+    sample = unpackNumber<std::uint16_t>(sampleArgument);
+  }
+  // The bound is samplesPerPixel, not one less: libtiff judges an index past the last plane.
+  return std::min(sample, record.samplesPerPixel);
+}
+
+void unpackPixelXY(const vxArray* argument, std::uint32_t& x, std::uint32_t& y) {
+  x = convertNumber<std::uint32_t>(numberAt(argument, 1));
+  y = convertNumber<std::uint32_t>(numberAt(argument, 0));
+}
+
+std::uint32_t unpackRow(const vxArray* argument) { return unpackNumber<std::uint32_t>(argument); }
+
+std::uint32_t unpack_tstrip_t(const vxArray* argument) {
+  return unpackNumber<std::uint32_t>(argument);
+}
+
+std::uint32_t unpack_ttile_t(const vxArray* argument) {
+  return unpackNumber<std::uint32_t>(argument);
+}
+
+}  // namespace tb
