@@ -1,0 +1,136 @@
+// "readEncodedStrip" and "readEncodedTile": one block is decoded by libtiff and spread over
+// column-major arrays.
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <utility>
+
+#include "gateway/errors.h"
+#include "gateway/file_id.h"
+#include "image/block_buffer.h"
+#include "image/block_geometry.h"
+#include "image/handlers.h"
+#include "image/read_checks.h"
+#include "image/read_transfer.h"
+#include "image/ycbcr_transfer.h"
+
+namespace tb {
+namespace {
+
+TiffImageMetaData_ readableImage(const vxArray* fileId) {
+  TIFF* tif = unpackTiffFileId(fileId);
+  TiffImageMetaData_ record;
+  retrieveImageMetadata(tif, &record);
+  validateReadConfiguration(record);
+  return record;
+}
+
+// libtiff's sizes are signed, but never negative: 0 stands for "cannot be computed".
+std::size_t blockSize(tmsize_t size) { return size > 0 ? static_cast<std::size_t>(size) : 0; }
+
+// Whether libtiff may be asked for a block at all: it divides by these numbers.
+bool hasPixels(const TiffImageMetaData_& record) {
+  return record.imageWidth != 0 && record.blockLength != 0;
+}
+
+bool isAllZero(std::span<const std::byte> bytes) {
+  return bytes.empty() || (bytes.front() == std::byte{0} &&
+                           std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
+}
+
+struct DecodedBlock {
+  BlockBuffer buffer;
+  bool failed = false;
+
+  // Empty when a failed decoder delivered nothing: a small file can announce a block of gigabytes,
+  // and its zeros need no copying.
+  std::span<const std::byte> delivered() const {
+    const std::span<const std::byte> bytes = buffer.bytes();
+    return failed && isAllZero(bytes) ? std::span<const std::byte>() : bytes;
+  }
+};
+
+vxArrayPtr createImage(vxClassID classId, BlockExtent extent, const TiffImageMetaData_& record,
+                       bool covered) {
+  const std::size_t dimensions[] = {extent.rows, extent.columns, record.samplesPerPixel};
+  const bool interleaved =
+      record.planarConfig == PLANARCONFIG_CONTIG && record.samplesPerPixel >= 2;
+  const std::span<const std::size_t> used(dimensions, interleaved ? 3 : 2);
+  return covered ? matrix::detail::do_create_uninitnumeric(classId, used)
+                 : matrix::detail::do_create_numeric(classId, used);
+}
+
+void storeBlock(const DecodedBlock& block, BlockExtent extent, OutputSlots outputs,
+                const TiffImageMetaData_& record) {
+  if (record.photometric == PHOTOMETRIC_YCBCR && record.planarConfig == PLANARCONFIG_CONTIG) {
+    transferYCbCrContigBlockToVx(block.delivered(), extent, outputs, record);
+    return;
+  }
+  const vxClassID classId = determineClassId(record);
+  const std::span<const std::byte> bytes = block.delivered();
+  vxArrayPtr array = createImage(classId, extent, record, coversExtent(bytes, extent, record));
+  if (record.bitsPerSample == 1) {
+    transferLogicalBlockToVx(bytes, *array, record);
+  } else {
+    transferBlockToVx(bytes, *array, record);
+  }
+  storeOutput(outputs.count, outputs.slots, 0, std::move(array));
+}
+
+void checkStripNumber(std::uint32_t strip, const TiffImageMetaData_& record) {
+  const std::uint32_t stripCount = TIFFNumberOfStrips(record.tif);
+  if (strip < stripCount) return;
+  if (record.imageDepth < 2) raise<Tiff::badStripNumber>(stripCount);
+  raise<Tiff::imageDepthStrippedLayoutMismatch>(record.imageDepth);
+}
+
+DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) {
+  const std::size_t size = blockSize(TIFFStripSize(record.tif));
+  DecodedBlock block{BlockBuffer(size)};
+  if (!hasPixels(record) || size == 0) return block;
+  // -1 asks for the whole strip. A failure is not an error here: libtiff has said what is wrong,
+  // and the caller gets what could be decoded.
+  const tmsize_t count =
+      TIFFReadEncodedStrip(record.tif, strip, block.buffer.bytes().data(), tmsize_t{-1});
+  if (count > 0 && static_cast<std::size_t>(count) > size) {
+    raise<Tiff::tooManyBytes>(strip, size, count);
+  }
+  block.failed = count < 0;
+  return block;
+}
+
+DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
+  const tmsize_t size = TIFFTileSize(record.tif);
+  DecodedBlock block{BlockBuffer(blockSize(size))};
+  if (size <= 0) return block;
+  block.failed = TIFFReadEncodedTile(record.tif, tile, block.buffer.bytes().data(), size) < 0;
+  return block;
+}
+
+}  // namespace
+
+void TIFFReadEncodedStrip_handler(int outputCount, vxArrayPtr* outputs, int,
+                                  const vxArray* const* inputs, s_tagbridge_op*) {
+  const TiffImageMetaData_ record = readableImage(inputs[0]);
+  if (TIFFIsTiled(record.tif)) raise<Tiff::strippedOperationOnTiledImage>();
+  const std::uint32_t strip = unpack_tstrip_t(inputs[1]);
+  checkStripNumber(strip, record);
+  const DecodedBlock block = decodeStrip(strip, record);
+  storeBlock(block, stripExtent(record, strip), {outputCount, outputs}, record);
+}
+
+void TIFFReadEncodedTile_handler(int outputCount, vxArrayPtr* outputs, int,
+                                 const vxArray* const* inputs, s_tagbridge_op*) {
+  const TiffImageMetaData_ record = readableImage(inputs[0]);
+  if (!TIFFIsTiled(record.tif)) raise<Tiff::tiledOperationOnStrippedImage>();
+  const std::uint32_t tile = unpack_ttile_t(inputs[1]);
+  // Here and not after decoding as for strips: a sample layout without a class is reported before a
+  // bad tile number.
+  (void)determineClassId(record);
+  const std::uint32_t tileCount = TIFFNumberOfTiles(record.tif);
+  if (tile >= tileCount) raise<Tiff::badTileNumber>(tileCount);
+  const DecodedBlock block = decodeTile(tile, record);
+  storeBlock(block, tileExtent(record, tile, tileCount), {outputCount, outputs}, record);
+}
+
+}  // namespace tb

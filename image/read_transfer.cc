@@ -1,0 +1,102 @@
+#include "image/read_transfer.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "gateway/errors.h"
+#include "image/bits_to_logicals.h"
+#include "image/block_to_columns.h"
+
+namespace tb {
+namespace {
+
+struct Matrix {
+  std::size_t rows;
+  std::size_t columns;
+};
+
+Matrix matrixOf(const vxArray& array) {
+  const std::size_t* dimensions = vxGetDimensions(&array);
+  return {dimensions[0], dimensions[1]};
+}
+
+std::byte* dataOf(vxArray& array) { return static_cast<std::byte*>(vxGetWritableData(&array)); }
+
+std::size_t bitsPerBlockRow(const TiffImageMetaData_& record) {
+  return std::size_t{record.blockWidth} * record.samplesPerBlock * record.bitsPerSample;
+}
+
+// Rows of bits start on a byte boundary; wider samples fill whole bytes anyway.
+std::size_t bytesPerBlockRow(const TiffImageMetaData_& record) {
+  return (bitsPerBlockRow(record) + 7) / 8;
+}
+
+// Rows that are wholly inside the block's bytes.
+std::size_t completeRows(std::span<const std::byte> block, const TiffImageMetaData_& record) {
+  const std::size_t rowBytes = bytesPerBlockRow(record);
+  if (rowBytes == 0) return 0;
+  return std::min<std::size_t>(record.blockLength, block.size() / rowBytes);
+}
+
+BlockShape blockShape(const Matrix& matrix, std::size_t rows, const TiffImageMetaData_& record) {
+  return {.rows = std::min(matrix.rows, rows),
+          .columns = std::min<std::size_t>(matrix.columns, record.blockWidth),
+          .samples = record.samplesPerBlock,
+          .blockStride = bytesPerBlockRow(record),
+          .columnStride = matrix.rows,
+          .planeStride = matrix.rows * matrix.columns};
+}
+
+// A block that is shorter than its directory says. Pixels are taken in the array's column-major
+// order for as many as the block has bytes for, and each only if its own bytes are there.
+void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
+                          const TiffImageMetaData_& record) {
+  const Matrix matrix = matrixOf(array);
+  const std::size_t elementSize = record.bitsPerSample / 8U;
+  const std::size_t pixelSize = elementSize * record.samplesPerBlock;
+  if (pixelSize == 0 || record.blockLength == 0) return;
+  const std::size_t pixelCount = block.size() / pixelSize;
+  std::byte* data = dataOf(array);
+  for (std::size_t pixel = 0; pixel < pixelCount; ++pixel) {
+    const std::size_t row = pixel % record.blockLength;
+    const std::size_t column = pixel / record.blockLength;
+    const std::size_t source = column + row * record.blockWidth;
+    if (row >= matrix.rows || column >= matrix.columns || source >= pixelCount) continue;
+    for (std::size_t sample = 0; sample < record.samplesPerBlock; ++sample) {
+      const std::size_t target = row + column * matrix.rows + sample * matrix.rows * matrix.columns;
+      std::memcpy(data + target * elementSize, &block[source * pixelSize + sample * elementSize],
+                  elementSize);
+    }
+  }
+}
+
+}  // namespace
+
+bool coversExtent(std::span<const std::byte> block, BlockExtent extent,
+                  const TiffImageMetaData_& record) {
+  return extent.columns <= record.blockWidth && extent.rows <= record.blockLength &&
+         completeRows(block, record) == record.blockLength;
+}
+
+void transferBlockToVx(std::span<const std::byte> block, vxArray& array,
+                       const TiffImageMetaData_& record) {
+  const std::uint16_t bits = record.bitsPerSample;
+  if (bits != 8 && bits != 16 && bits != 32 && bits != 64)
+    raise<Tiff::unhandledBitsPerSample>(bits);
+  const std::size_t rows = completeRows(block, record);
+  if (record.samplesPerBlock == 1 || rows == record.blockLength) {
+    copyBlockToColumns(block.data(), dataOf(array), bits / 8U,
+                       blockShape(matrixOf(array), rows, record));
+  } else {
+    transferPartialBlock(block, array, record);
+  }
+}
+
+void transferLogicalBlockToVx(std::span<const std::byte> block, vxArray& array,
+                              const TiffImageMetaData_& record) {
+  unpackBitsToLogicals(block.data(), dataOf(array),
+                       blockShape(matrixOf(array), completeRows(block, record), record));
+}
+
+}  // namespace tb

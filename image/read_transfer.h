@@ -1,0 +1,31 @@
+// From a decoded block, as libtiff delivers it, to column-major host arrays.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include "gateway/operation.h"
+#include "image/block_geometry.h"
+#include "image/image_metadata.h"
+
+namespace tb {
+
+// Copies a decoded block into `array`: pixel (row, column, sample) goes to element
+// row + column*M + sample*M*N of the M-by-N-by-S array. `block` holds record.blockLength rows of
+// record.blockWidth pixels, samples interleaved, in native byte order; rows past M and columns
+// past N are padding and are skipped. What a block shorter than that does not hold keeps its value.
+// Raises unhandledBitsPerSample(bitsPerSample) unless samples have 8, 16, 32 or 64 bits.
+void transferBlockToVx(std::span<const std::byte> block, vxArray& array,
+                       const TiffImageMetaData_& record);
+
+// The same for 1-bit samples, packed eight to a byte, most significant bit first, each row from a
+// byte boundary on; `array` is logical.
+void transferLogicalBlockToVx(std::span<const std::byte> block, vxArray& array,
+                              const TiffImageMetaData_& record);
+
+// True when the block holds every element that `extent` takes from it, so that a transfer leaves no
+// element of the array as it was.
+bool coversExtent(std::span<const std::byte> block, BlockExtent extent,
+                  const TiffImageMetaData_& record);
+
+}  // namespace tb
