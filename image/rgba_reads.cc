@@ -1,0 +1,160 @@
+// "readRGBAStrip", "readRGBATile" and "readRGBAImage": libtiff converts any photometric
+// interpretation that it supports into a raster of 32-bit entries, bottom row first. On a
+// little-endian machine the memory of a raster is that of a 4 x width x height uint8 array, so
+// rasters are read straight into arrays.
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <utility>
+
+#include "gateway/errors.h"
+#include "gateway/file_id.h"
+#include "image/block_buffer.h"
+#include "image/handlers.h"
+#include "image/image_metadata.h"
+
+namespace tb {
+namespace {
+
+static_assert(std::endian::native == std::endian::little,
+              "elsewhere the components must be taken from each entry with TIFFGetR to TIFFGetA");
+
+constexpr std::size_t kEntrySize = 4;
+
+TiffImageMetaData_ imageOf(const vxArray* fileId) {
+  TiffImageMetaData_ record;
+  retrieveImageMetadata(unpackTiffFileId(fileId), &record);
+  return record;
+}
+
+// For a JPEG-compressed YCbCr image libtiff switches the codec to RGB and leaves it so; encoded
+// reads would fail from then on.
+class JpegColorModeKeeper {
+ public:
+  explicit JpegColorModeKeeper(const TiffImageMetaData_& record) : record_(record) {}
+  JpegColorModeKeeper(const JpegColorModeKeeper&) = delete;
+  JpegColorModeKeeper& operator=(const JpegColorModeKeeper&) = delete;
+  ~JpegColorModeKeeper() {
+    if (record_.photometric != PHOTOMETRIC_YCBCR || record_.compression != COMPRESSION_JPEG) return;
+    // Nothing to be done about a failure: the mode was valid when it was read.
+    (void)TIFFSetField(record_.tif, TIFFTAG_JPEGCOLORMODE, record_.jpegColorMode);
+  }
+
+ private:
+  const TiffImageMetaData_& record_;
+};
+
+// Rows that the file does not fill stay 0.
+vxArrayPtr createRaster(std::uint32_t width, std::uint32_t height) {
+  const std::size_t dimensions[] = {kEntrySize, width, height};
+  return matrix::detail::do_create_numeric(vxUINT8, dimensions);
+}
+
+std::uint32_t* entriesOf(const vxArrayPtr& raster) {
+  return static_cast<std::uint32_t*>(vxGetWritableData(raster.get()));
+}
+
+constexpr std::uint32_t roundDown(std::uint32_t value, std::uint32_t step) noexcept {
+  return step == 0 ? value : value - value % step;
+}
+
+// libtiff divides by the strip's size, and past the image it computes a row count below zero: it is
+// asked for strips and tiles of the image only.
+bool readStrip(const TiffImageMetaData_& record, std::uint32_t row, std::uint32_t* raster) {
+  if (record.imageWidth == 0 || record.rowsPerStrip == 0 || row >= record.imageLength) return false;
+  return TIFFReadRGBAStrip(record.tif, row, raster) != 0;
+}
+
+bool readTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t y,
+              std::uint32_t* raster) {
+  if (record.tileWidth == 0 || record.tileLength == 0) return false;
+  if (x >= record.imageWidth || y >= record.imageLength) return false;
+  return TIFFReadRGBATile(record.tif, x, y, raster) != 0;
+}
+
+// Strips are read straight into their place: a strip's raster is as wide as the image.
+bool readStrippedImage(const TiffImageMetaData_& record, std::uint32_t* image) {
+  if (record.rowsPerStrip == 0) return false;
+  std::uint32_t rows = 0;
+  for (std::uint32_t y = 0; y < record.imageLength; y += rows) {
+    rows = std::min(record.imageLength - y, record.rowsPerStrip);
+    const std::size_t firstRow = record.imageLength - y - rows;
+    if (!readStrip(record, y, image + firstRow * record.imageWidth)) return false;
+  }
+  return true;
+}
+
+// Copies the part of a tile that belongs to the image. The raster's bottom row comes first, so the
+// tile's padding below the image is at its start.
+void placeTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t y,
+               const std::uint32_t* tile, std::uint32_t* image) {
+  const std::size_t rows = std::min(record.imageLength - y, record.tileLength);
+  const std::size_t columns = std::min(record.imageWidth - x, record.tileWidth);
+  const std::uint32_t* source = tile + (record.tileLength - rows) * record.tileWidth;
+  std::uint32_t* target = image + (record.imageLength - y - rows) * record.imageWidth + x;
+  for (std::size_t row = 0; row < rows; ++row) {
+    std::memcpy(target, source, columns * kEntrySize);
+    source += record.tileWidth;
+    target += record.imageWidth;
+  }
+}
+
+bool readTiledImage(const TiffImageMetaData_& record, std::uint32_t* image) {
+  if (record.tileWidth == 0 || record.tileLength == 0) return false;
+  BlockBuffer raster(std::size_t{record.tileWidth} * record.tileLength, kEntrySize);
+  auto* tile = reinterpret_cast<std::uint32_t*>(raster.bytes().data());
+  // 64 bits, since the last step may pass 2^32.
+  for (std::uint64_t y = 0; y < record.imageLength; y += record.tileLength) {
+    for (std::uint64_t x = 0; x < record.imageWidth; x += record.tileWidth) {
+      const auto column = static_cast<std::uint32_t>(x);
+      const auto row = static_cast<std::uint32_t>(y);
+      if (!readTile(record, column, row, tile)) return false;
+      placeTile(record, column, row, tile, image);
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
+                               const vxArray* const* inputs, s_tagbridge_op*) {
+  const TiffImageMetaData_ record = imageOf(inputs[0]);
+  if (TIFFIsTiled(record.tif)) raise<Tiff::strippedOperationOnTiledImage>();
+  const std::uint32_t row =
+      roundDown(unpackRow(inputs[1]), std::min(record.imageLength, record.rowsPerStrip));
+  const JpegColorModeKeeper keeper(record);
+  vxArrayPtr raster = createRaster(record.imageWidth, record.rowsPerStrip);
+  if (!readStrip(record, row, entriesOf(raster))) raise<Tiff::stripReadErrorRGBA>(row + 1U);
+  storeOutput(outputCount, outputs, 0, std::move(raster));
+}
+
+void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
+                              const vxArray* const* inputs, s_tagbridge_op*) {
+  const TiffImageMetaData_ record = imageOf(inputs[0]);
+  if (!TIFFIsTiled(record.tif)) raise<Tiff::tiledOperationOnStrippedImage>();
+  std::uint32_t x = unpackRow(inputs[1]);
+  std::uint32_t y = unpackRow(inputs[2]);
+  x = roundDown(x, record.tileWidth);
+  y = roundDown(y, record.tileLength);
+  const JpegColorModeKeeper keeper(record);
+  vxArrayPtr raster = createRaster(record.tileWidth, record.tileLength);
+  if (!readTile(record, x, y, entriesOf(raster))) raise<Tiff::tileReadErrorRGBA>(y + 1U, x + 1U);
+  storeOutput(outputCount, outputs, 0, std::move(raster));
+}
+
+void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
+                               const vxArray* const* inputs, s_tagbridge_op*) {
+  const TiffImageMetaData_ record = imageOf(inputs[0]);
+  vxArrayPtr raster = createRaster(record.imageWidth, record.imageLength);
+  const JpegColorModeKeeper keeper(record);
+  const bool complete = record.imageWidth != 0 && record.imageLength != 0 &&
+                        (TIFFIsTiled(record.tif) ? readTiledImage(record, entriesOf(raster))
+                                                 : readStrippedImage(record, entriesOf(raster)));
+  if (!complete) raise<Tiff::imageReadErrorRGBA>();
+  storeOutput(outputCount, outputs, 0, std::move(raster));
+}
+
+}  // namespace tb
