@@ -8,33 +8,34 @@
 
 #include <tiffio.h>
 
+#include "gateway/export.h"
 #include "gateway/operation.h"
 
 namespace tb {
 
 // A new file identifier for `tif`.
-vxArrayPtr packUpTiffFileId(TIFF* tif);
+TAGBRIDGE_EXPORT vxArrayPtr packUpTiffFileId(TIFF* tif);
 
 // The handle that an identifier holds, read from its first 8 bytes whatever its class and size.
 // Raises badFileId when it is 0, then invalidFileId when the handle is not registered or was closed
 // by TagBridgeCleanup.
-TIFF* unpackTiffFileId(const vxArray* fileId);
+TAGBRIDGE_EXPORT TIFF* unpackTiffFileId(const vxArray* fileId);
 
 // The same, but the record of "close" skips the registry: closing accepts what is no longer open.
-TIFF* unpackTiffFileId(const vxArray* fileId, s_tagbridge_op* op);
+TAGBRIDGE_EXPORT TIFF* unpackTiffFileId(const vxArray* fileId, s_tagbridge_op* op);
 
 // The zero check alone.
-TIFF* getFileID(const vxArray* fileId);
+TAGBRIDGE_EXPORT TIFF* getFileID(const vxArray* fileId);
 
 // Inserts a handle into the registry; one that is there already stays, and is open again if
 // TagBridgeCleanup had closed it.
-void TiffAtExitRegister(TIFF* tif);
+TAGBRIDGE_EXPORT void TiffAtExitRegister(TIFF* tif);
 
 // Removes a handle without closing it; an absent one is ignored.
-void TiffAtExitUnregister(TIFF* tif);
+TAGBRIDGE_EXPORT void TiffAtExitUnregister(TIFF* tif);
 
 // True when the handle is not in the registry.
-bool TiffFilePointerIsInvalid(TIFF* tif);
+TAGBRIDGE_EXPORT bool TiffFilePointerIsInvalid(TIFF* tif);
 
 // Closes the file and forgets it. A handle that is not registered is ignored, one that
 // TagBridgeCleanup closed is only forgotten.
@@ -53,4 +54,4 @@ void dropEmptySubIfd(TIFF* tif);
 // Closes every registered file, in ascending order of address, after the warning closingFileHandle
 // with its name, and undoes what the module changed in libtiff. The host calls it when it unloads
 // the module. The handles stay registered but count as closed, so a later call cannot touch them.
-extern "C" void TagBridgeCleanup();
+extern "C" TAGBRIDGE_EXPORT void TagBridgeCleanup();

@@ -1,6 +1,7 @@
 // The entry that the host looks up by name and calls.
 #pragma once
 
+#include "gateway/export.h"
 #include "host/array.h"
 
 // Runs the operation that `inputs[0]`, a char array, names with the inputs that follow, and stores
@@ -8,5 +9,5 @@
 // exceptions (host/errors.h) after the host's reporter was told; std::bad_alloc passes as it is.
 // Raises InvalidOperation(name) and wrongNumberOfInputs, argumentOutOfBounds when a number does not
 // fit the TIFF type it is meant for, and whatever the operation raises.
-extern "C" void tagbridge(int outputCount, vxArrayPtr* outputs, int inputCount,
-                          const vxArray* const* inputs);
+extern "C" TAGBRIDGE_EXPORT void tagbridge(int outputCount, vxArrayPtr* outputs, int inputCount,
+                                           const vxArray* const* inputs);
