@@ -1,0 +1,50 @@
+#include <cstdint>
+
+#include "image/block_to_columns.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "image/block_to_columns_simd.cc"
+#include "hwy/foreach_target.h"  // compiles this file once per instruction set
+#include "hwy/highway.h"
+#include "image/transpose-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace tb::HWY_NAMESPACE {
+
+template <class T>
+HWY_INLINE void CopyBlockToColumnsOf(const std::uint8_t* block, std::uint8_t* columns,
+                                     const BlockShape& shape) {
+  const BlockRows<const std::uint8_t> rows{block, shape.blockStride};
+  const PlaneColumns<std::uint8_t> columnLines{
+      columns, shape.samples, shape.columnStride * sizeof(T), shape.planeStride * sizeof(T)};
+  TransposeLines<T>(rows, shape.rows, columnLines, shape.columns * shape.samples);
+}
+
+void CopyBlockToColumns(const std::uint8_t* block, std::uint8_t* columns, std::size_t elementSize,
+                        const BlockShape& shape) {
+  switch (elementSize) {
+    case 1:
+      return CopyBlockToColumnsOf<std::uint8_t>(block, columns, shape);
+    case 2:
+      return CopyBlockToColumnsOf<std::uint16_t>(block, columns, shape);
+    case 4:
+      return CopyBlockToColumnsOf<std::uint32_t>(block, columns, shape);
+    case 8:
+      return CopyBlockToColumnsOf<std::uint64_t>(block, columns, shape);
+  }
+}
+
+}  // namespace tb::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace tb {
+HWY_EXPORT(CopyBlockToColumns);
+void copyBlockToColumns(const std::byte* block, std::byte* columns, std::size_t elementSize,
+                        const BlockShape& shape) {
+  HWY_DYNAMIC_DISPATCH(CopyBlockToColumns)
+  (reinterpret_cast<const std::uint8_t*>(block), reinterpret_cast<std::uint8_t*>(columns),
+   elementSize, shape);
+}
+}  // namespace tb
+#endif

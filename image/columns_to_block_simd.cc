@@ -1,0 +1,50 @@
+#include <cstdint>
+
+#include "image/columns_to_block.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "image/columns_to_block_simd.cc"
+#include "hwy/foreach_target.h"  // compiles this file once per instruction set
+#include "hwy/highway.h"
+#include "image/transpose-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace tb::HWY_NAMESPACE {
+
+template <class T>
+HWY_INLINE void CopyColumnsToBlockOf(const std::uint8_t* columns, std::uint8_t* block,
+                                     const BlockShape& shape) {
+  const BlockRows<std::uint8_t> rows{block, shape.blockStride};
+  const PlaneColumns<const std::uint8_t> columnLines{
+      columns, shape.samples, shape.columnStride * sizeof(T), shape.planeStride * sizeof(T)};
+  TransposeLines<T>(columnLines, shape.columns * shape.samples, rows, shape.rows);
+}
+
+void CopyColumnsToBlock(const std::uint8_t* columns, std::uint8_t* block, std::size_t elementSize,
+                        const BlockShape& shape) {
+  switch (elementSize) {
+    case 1:
+      return CopyColumnsToBlockOf<std::uint8_t>(columns, block, shape);
+    case 2:
+      return CopyColumnsToBlockOf<std::uint16_t>(columns, block, shape);
+    case 4:
+      return CopyColumnsToBlockOf<std::uint32_t>(columns, block, shape);
+    case 8:
+      return CopyColumnsToBlockOf<std::uint64_t>(columns, block, shape);
+  }
+}
+
+}  // namespace tb::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace tb {
+HWY_EXPORT(CopyColumnsToBlock);
+void copyColumnsToBlock(const std::byte* columns, std::byte* block, std::size_t elementSize,
+                        const BlockShape& shape) {
+  HWY_DYNAMIC_DISPATCH(CopyColumnsToBlock)
+  (reinterpret_cast<const std::uint8_t*>(columns), reinterpret_cast<std::uint8_t*>(block),
+   elementSize, shape);
+}
+}  // namespace tb
+#endif
