@@ -60,8 +60,11 @@ bool stillOpen(int descriptor, const FileIdentity& file) {
   return flags >= 0 && (flags & O_NONBLOCK) != 0;
 }
 
-bool isOpenHere(const FileIdentity& file) {
+// Whether a handle other than the one that `own` is about to become has the file open. An entry
+// with the number `own` is of an earlier open, closed since, or the number would not be free.
+bool isOpenHere(const FileIdentity& file, int own) {
   const std::lock_guard guard(openFilesLock);
+  openFiles.erase(own);
   for (const auto& [descriptor, identity] : openFiles)
     if (identity == file && stillOpen(descriptor, identity)) return true;
   return false;
@@ -107,7 +110,7 @@ std::optional<FileDescriptor> openRegularFile(const std::string& name, const Ope
   if (!mode.truncates) return descriptor;
 
   // A handle that reads this file may have it mapped; access to pages beyond the end is a signal.
-  if (isOpenHere(identityOf(status)))
+  if (isOpenHere(identityOf(status), descriptor.get()))
     return refuse(name, "The file is open and cannot be written anew before it is closed");
   if (ftruncate(descriptor.get(), 0) != 0) return refuse(name, errno);
   return descriptor;
