@@ -6,11 +6,12 @@
 #include "gateway/operation.h"
 #include "handlers/handlers.h"
 #include "image/handlers.h"
+#include "tags/handlers.h"
 
 namespace tb {
 namespace {
 
-constexpr std::size_t kOperationCount = 23;
+constexpr std::size_t kOperationCount = 25;
 
 // Built on the first lookup; the order of the rows is the order of the search.
 s_tagbridge_op (&operationTable())[kOperationCount] {
@@ -20,6 +21,7 @@ s_tagbridge_op (&operationTable())[kOperationCount] {
       {1,  2, 3, "computeStrip",      "TIFFComputeStrip",      TIFFComputeStrip_handler},
       {2,  2, 3, "computeTile",       "TIFFComputeTile",       TIFFComputeTile_handler},
       {3,  1, 1, "currentDirectory",  "TIFFCurrentDirectory",  TIFFCurrentDirectory_handler},
+      {5,  2, 2, "getField",          "TIFFGetField",          TIFFGetField_handler},
       {6,  0, 0, "getVersion",        "TIFFGetVersion",        TIFFGetVersion_handler},
       {7,  1, 1, "isTiled",           "TIFFIsTiled",           TIFFIsTiled_handler},
       {8,  1, 1, "lastDirectory",     "TIFFLastDirectory",     TIFFLastDirectory_handler},
@@ -35,6 +37,7 @@ s_tagbridge_op (&operationTable())[kOperationCount] {
       {18, 1, 1, "rewriteDirectory",  "TIFFRewriteDirectory",  TIFFRewriteDirectory_handler},
       {19, 1, 1, "retrieveMetadata",  "retrieveMetadata",      retrieveMetadata_handler},
       {20, 2, 2, "setDirectory",      "TIFFSetDirectory",      TIFFSetDirectory_handler},
+      {21, 3, 3, "setField",          "TIFFSetField",          TIFFSetField_handler},
       {22, 2, 2, "setSubDirectory",   "TIFFSetSubDirectory",   TIFFSetSubDirectory_handler},
       {23, 1, 1, "writeDirectory",    "TIFFWriteDirectory",    TIFFWriteDirectory_handler},
       {24, 3, 5, "writeEncodedStrip", "TIFFWriteEncodedStrip", TIFFWriteEncodedStrip_handler},

@@ -1,0 +1,121 @@
+#include "tags/structured_reads.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <span>
+
+#include "gateway/errors.h"
+#include "gateway/values.h"
+#include "tags/field_guard.h"
+
+namespace tb {
+namespace {
+
+using Curve = const std::uint16_t*;
+
+std::uint16_t defaultedShort(TIFF* tif, std::uint32_t tag) {
+  std::uint16_t value = 0;
+  (void)TIFFGetFieldDefaulted(tif, tag, &value);  // cannot fail: libtiff has a default for these
+  return value;
+}
+
+// 2^bitsPerSample by way of a double, so that 64 bits and more overflow instead of wrapping.
+std::size_t curveLength(std::uint16_t bitsPerSample) {
+  return convertNumber<std::uint64_t>(std::ldexp(1.0, bitsPerSample));
+}
+
+// A rows-by-columns.size() double matrix that holds the curves divided by `divisor`; columns whose
+// curve is null stay 0.
+vxArrayPtr matrixOfCurves(std::size_t rows, std::span<const Curve> curves, double divisor) {
+  const std::size_t dimensions[] = {rows, curves.size()};
+  vxArrayPtr matrix = matrix::detail::do_create_numeric(vxDOUBLE, dimensions);
+  auto* column = static_cast<double*>(vxGetWritableData(matrix.get()));
+  for (const Curve curve : curves) {
+    if (curve != nullptr)
+      std::transform(curve, curve + rows, column,
+                     [divisor](std::uint16_t entry) { return entry / divisor; });
+    column += rows;
+  }
+  return matrix;
+}
+
+// Raises when the tag belongs to the other layout; returns the number of strips or tiles. libtiff
+// counts those of every plane already, so that there is nothing to multiply.
+std::uint32_t blockCountForTag(TIFF* tif, std::uint32_t tag) {
+  if (tag == TIFFTAG_STRIPOFFSETS || tag == TIFFTAG_STRIPBYTECOUNTS) {
+    if (TIFFIsTiled(tif)) raise<Tiff::strippedOperationOnTiledImage>();
+    return TIFFNumberOfStrips(tif);
+  }
+  if (!TIFFIsTiled(tif)) raise<Tiff::tiledOperationOnStrippedImage>();
+  return TIFFNumberOfTiles(tif);
+}
+
+}  // namespace
+
+vxArrayPtr retrieveColorMap(TIFF* tif) {
+  const std::uint16_t bitsPerSample = defaultedShort(tif, TIFFTAG_BITSPERSAMPLE);
+  Curve colors[3] = {};
+  if (!fetchField(tif, TIFFTAG_COLORMAP, &colors[0], &colors[1], &colors[2]))
+    raise<Tiff::tagRetrievalFailed>("ColorMap");
+  return matrixOfCurves(curveLength(bitsPerSample), colors, 65535.0);
+}
+
+vxArrayPtr retrieveTransferFunction(TIFF* tif) {
+  const std::uint16_t bitsPerSample = defaultedShort(tif, TIFFTAG_BITSPERSAMPLE);
+  const std::uint16_t samplesPerPixel = defaultedShort(tif, TIFFTAG_SAMPLESPERPIXEL);
+  if (samplesPerPixel != 1 && samplesPerPixel != 3)
+    raise<Tiff::badTransferFunctionSppCombination>(samplesPerPixel);
+
+  Curve curves[3] = {};
+  if (!fetchField(tif, TIFFTAG_TRANSFERFUNCTION, &curves[0], &curves[1], &curves[2]))
+    raise<Tiff::tagRetrievalFailed>("TransferFunction");
+  const std::size_t length = curveLength(bitsPerSample);
+  if (samplesPerPixel == 3) return matrixOfCurves(length, curves, 1.0);
+  // A single curve is a row where three are columns: callers tell the two by the shape.
+  return doubleRow(std::span(curves[0], curves[0] != nullptr ? length : 0));
+}
+
+vxArrayPtr retrievePerTilePerStrip(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
+  const std::uint32_t count = blockCountForTag(tif, tag);
+  const std::uint64_t* values = nullptr;
+  check_field_status(fetchField(tif, tag, &values), tagName);
+
+  // libtiff's array can be shorter than the count, since ImageLength and RowsPerStrip may have
+  // changed after it was made; these two functions know its length.
+  const bool offsets = tag == TIFFTAG_STRIPOFFSETS || tag == TIFFTAG_TILEOFFSETS;
+  const auto valueOf = offsets ? TIFFGetStrileOffsetWithErr : TIFFGetStrileByteCountWithErr;
+  const std::size_t dimensions[] = {1, count};
+  vxArrayPtr row = matrix::detail::do_create_numeric(vxUINT64, dimensions);
+  auto* elements = static_cast<std::uint64_t*>(vxGetWritableData(row.get()));
+  for (std::uint32_t block = 0; block < count; ++block) {
+    int failed = 0;
+    const std::uint64_t value = valueOf(tif, block, &failed);
+    if (failed) break;
+    elements[block] = value;
+  }
+  return row;
+}
+
+vxArrayPtr retrieveInkNames(TIFF* tif) {
+  const std::uint16_t count = defaultedShort(tif, TIFFTAG_NUMBEROFINKS);
+  const std::size_t dimensions[] = {1, count};
+  vxArrayPtr cell = matrix::detail::do_create_cell(dimensions);
+  // InkNames is the one tag with a count to store but none to fetch; that makes NumberOfInks, which
+  // libtiff keeps equal to the number of names, the only bound of the walk.
+  const char* names = nullptr;
+  if (!fetchField<CountWidth::bits16>(tif, TIFFTAG_INKNAMES, &names))
+    raise<Tiff::tagRetrievalFailed>("InkNames");
+  for (std::size_t ink = 0; names != nullptr && ink < count; ++ink) {
+    const std::string_view name(names);
+    vxSetCell(cell.get(), ink, matrix::create(name).release());
+    names += name.size() + 1;
+  }
+  return cell;
+}
+
+vxArrayPtr retrievePlanarConfiguration(TIFF* tif) {
+  return doubleScalar(defaultedShort(tif, TIFFTAG_PLANARCONFIG));
+}
+
+}  // namespace tb
