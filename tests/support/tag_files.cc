@@ -1,0 +1,46 @@
+#include "tests/support/tag_files.h"
+
+#include <ostream>
+
+#include "tags/tag_rows.h"
+
+namespace tb::test {
+
+void defineGeoTags(TIFF* tif) {
+  static char names[7][24] = {"GeoPixelScale",   "GeoTiePoints",    "GeoTransMatrix",
+                              "GeoKeyDirectory", "GeoDoubleParams", "GeoASCIIParams",
+                              "RPCCoefficient"};
+  const auto field = [](std::uint32_t tag, TIFFDataType type, unsigned char passCount, char* name) {
+    return TIFFFieldInfo{tag, -1, -1, type, FIELD_CUSTOM, 1, passCount, name};
+  };
+  static const TIFFFieldInfo fields[] = {
+      field(33550, TIFF_DOUBLE, 1, names[0]), field(33922, TIFF_DOUBLE, 1, names[1]),
+      field(34264, TIFF_DOUBLE, 1, names[2]), field(34735, TIFF_SHORT, 1, names[3]),
+      field(34736, TIFF_DOUBLE, 1, names[4]), field(34737, TIFF_ASCII, 0, names[5]),
+      field(50844, TIFF_DOUBLE, 1, names[6]),
+  };
+  TIFFMergeFieldInfo(tif, fields, std::size(fields));
+}
+
+Answer answerFor(const Input& file, std::uint32_t tag) {
+  try {
+    return {valueOf(call("getField", file, tag)), {}};
+  } catch (const foundation::core::except::IMsgIDException& error) {
+    return {{}, error.message().identifier()};
+  }
+}
+
+std::map<std::uint32_t, Answer> directoryOf(const Input& file) {
+  std::map<std::uint32_t, Answer> answers;
+  for (const ReadRow& row : readRows()) answers[row.tag] = answerFor(file, row.tag);
+  return answers;
+}
+
+void PrintTo(const Answer& answer, std::ostream* out) {
+  if (answer.error.empty())
+    PrintTo(answer.value, out);
+  else
+    *out << answer.error;
+}
+
+}  // namespace tb::test
