@@ -77,12 +77,12 @@ vxArrayPtr image(std::size_t rows, std::size_t columns, std::size_t planes,
 
 Dimensions dimensionsOf(const vxArrayPtr& array);
 
-// The elements in storage order; the class must be T's.
+// The elements in storage order; none when there is no array or its class is not T's.
 template <class T>
 std::vector<T> elementsOf(const vxArrayPtr& array) {
-  if (vxGetClassID(array.get()) != classOf<T>()) return {};
+  if (array == nullptr || vxGetClassID(array.get()) != classOf<T>()) return {};
   const auto* from = static_cast<const T*>(vxGetData(array.get()));
-  return {from, from + vxGetNumberOfElements(array.get())};
+  return std::vector<T>(from, from + vxGetNumberOfElements(array.get()));
 }
 
 // The elements' bytes in storage order, whatever the class.

@@ -20,7 +20,9 @@ Message messageOf(const resource_core::BaseMsgID& message) {
 
 // Receives what the process reports, for as long as it runs.
 struct Record {
-  Record() {
+  Record() { install(); }
+
+  void install() {
     runtime::setErrorReporter([this](const foundation::core::except::IUserException& error) {
       const auto& named = dynamic_cast<const foundation::core::except::IMsgIDException&>(error);
       errors.push_back(messageOf(named.message()));
@@ -101,6 +103,8 @@ void clearRecord() {
   record().warnings.clear();
   record().slotsUntouched = true;
 }
+
+void recordAgain() { record().install(); }
 
 std::vector<vxArrayPtr> callGateway(int outputCount, const Inputs& inputs) {
   clearRecord();

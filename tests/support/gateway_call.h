@@ -52,6 +52,9 @@ std::vector<std::string> libtiffMessages();
 const std::vector<Message>& reportedErrors();
 void clearRecord();
 
+// Puts the record back in place of a reporter and a warning sink that a test installed.
+void recordAgain();
+
 // An input of a call: a number stands for a double scalar and text for a char row; an array is
 // borrowed, or owned when it is a temporary.
 class Input {
