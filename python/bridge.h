@@ -1,0 +1,44 @@
+// The loaded module and the one lock that serialises its calls.
+//
+// The module takes no lock of its own, so a call holds this one; it gives the interpreter's lock
+// back first, because a thread that waited here with it would stop every other thread, the one
+// inside the module included. Nothing that runs inside a call touches Python.
+#pragma once
+
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "host/array.h"
+#include "host/errors.h"
+#include "runtime/loader.h"
+
+namespace tb::python {
+
+// How a call ended, apart from the output slots. At most one of `error` and `failure` is set.
+struct Outcome {
+  std::optional<resource_core::BaseMsgID> error;  // the identified error that the call raised
+  std::exception_ptr failure;                     // any other exception
+  std::vector<resource_core::BaseMsgID> warnings;
+  std::vector<runtime::Diagnostic> diagnostics;  // filled in when the call raised `error`
+};
+
+// Loads the plug-in, once for the process, and directs the host's warnings here. Throws
+// std::runtime_error with the reason when it cannot be loaded.
+void loadModule(const std::filesystem::path& plugin);
+
+// Calls the gateway; inputs[0] is the operation's name. The caller holds the interpreter's lock,
+// which is released meanwhile.
+Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
+
+// Closes the files that are still open, with the closing warnings on standard error whatever
+// Python's warning filters say. Does nothing the second time.
+void cleanUpModule();
+
+// Waits for a call that is still running on another thread and keeps every later one waiting for
+// good. For the very end of the process, when static objects are about to go.
+void stopCalls() noexcept;
+
+}  // namespace tb::python

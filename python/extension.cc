@@ -1,0 +1,81 @@
+// The extension module tagbridge._core.
+#define TAGBRIDGE_IMPORT_NUMPY
+#include <dlfcn.h>
+#include <pybind11/stl.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "python/bridge.h"
+#include "python/call.h"
+#include "python/messages.h"
+#include "python/numpy_api.h"
+#include "runtime/catalog.h"
+#include "runtime/memory.h"
+
+namespace py = pybind11;
+
+namespace tb::python {
+namespace {
+
+void importNumpy() {
+  if (_import_array() < 0) throw py::error_already_set();
+}
+
+// The plug-in lies beside this library.
+std::filesystem::path pluginPath() {
+  Dl_info library{};
+  if (dladdr(reinterpret_cast<const void*>(&pluginPath), &library) == 0) {
+    throw py::import_error("the extension's own file cannot be found");
+  }
+  return std::filesystem::path(library.dli_fname).replace_filename("tagbridge.so");
+}
+
+void importModule() {
+  try {
+    loadModule(pluginPath());
+  } catch (const std::runtime_error& error) {
+    throw py::import_error(error.what());
+  }
+}
+
+py::list catalogRows() {
+  py::list rows;
+  for (const runtime::CatalogEntry& entry : runtime::catalog()) {
+    rows.append(
+        py::make_tuple(entry.identifier, entry.text, entry.arguments, entry.when, entry.warning));
+  }
+  return rows;
+}
+
+void addMemory(py::module_& extension) {
+  extension.def("set_memory_limit", &runtime::setMemoryLimit, py::arg("bytes"));
+  extension.def("memory_limit", &runtime::memoryLimit);
+  extension.def("set_cache_limit", &runtime::setCacheLimit, py::arg("bytes"));
+  extension.def("cache_limit", &runtime::cacheLimit);
+  extension.def("cached_bytes", &runtime::cachedBytes);
+  extension.def("release_cached_memory", &runtime::releaseCachedMemory);
+}
+
+// Files are closed while Python still runs; calls of threads that outlive it are held up before the
+// process takes the libraries down under them.
+void addExit() {
+  py::module_::import("atexit").attr("register")(py::cpp_function(&cleanUpModule));
+  if (Py_AtExit(&stopCalls) != 0) throw py::import_error("no room for an exit function");
+}
+
+}  // namespace
+}  // namespace tb::python
+
+PYBIND11_MODULE(_core, extension) {
+  using namespace tb::python;
+  importNumpy();
+  importMessageClasses();
+  importModule();
+  addCall(extension);
+  addMemory(extension);
+  extension.def("catalog_rows", &catalogRows);
+  extension.attr("__version__") = TAGBRIDGE_VERSION;
+  addExit();
+}

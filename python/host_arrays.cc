@@ -1,0 +1,144 @@
+// NumPy arrays as host arrays: where they lie if the layout allows, else copied once.
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "python/column_major_copy.h"
+#include "python/host_values.h"
+#include "runtime/arrays.h"
+
+namespace py = pybind11;
+
+namespace tb::python {
+namespace {
+
+static_assert(sizeof(npy_intp) == sizeof(std::size_t) &&
+              sizeof(npy_intp) == sizeof(std::ptrdiff_t));
+
+// The shape as the host counts it; convertible to the span that the host's functions take.
+class HostDimensions {
+ public:
+  explicit HostDimensions(PyArrayObject* array) {
+    const npy_intp* const shape = PyArray_DIMS(array);
+    const auto axes = static_cast<std::size_t>(PyArray_NDIM(array));
+    while (count_ + axes < 2) dimensions_[count_++] = 1;  // a row, and a scalar without dimensions
+    for (std::size_t axis = 0; axis < axes; ++axis) {
+      dimensions_[count_++] = static_cast<std::size_t>(shape[axis]);
+    }
+  }
+
+  operator std::span<const std::size_t>() const { return {dimensions_.data(), count_}; }
+
+ private:
+  std::array<std::size_t, NPY_MAXDIMS> dimensions_;
+  std::size_t count_ = 0;
+};
+
+void releaseObject(void* object) { Py_DECREF(static_cast<PyObject*>(object)); }
+
+vxArrayPtr wrapArray(PyArrayObject* array, vxClassID classId) {
+  py::object owner = py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(array));
+  vxArrayPtr wrapped = runtime::wrapMemory(classId, HostDimensions(array), PyArray_DATA(array),
+                                           releaseObject, owner.ptr());
+  owner.release();
+  return wrapped;
+}
+
+vxArrayPtr copyArray(PyArrayObject* array, vxClassID classId) {
+  const auto axes = static_cast<std::size_t>(PyArray_NDIM(array));
+  const auto size = static_cast<std::size_t>(PyArray_ITEMSIZE(array));
+  vxArrayPtr copy = matrix::detail::do_create_uninitnumeric(classId, HostDimensions(array));
+  void* const elements = vxGetWritableData(copy.get());
+  copyColumnMajor({static_cast<const std::byte*>(PyArray_DATA(array)),
+                   {PyArray_DIMS(array), axes},
+                   {PyArray_STRIDES(array), axes},
+                   size},
+                  elements);
+  if (PyArray_ISBYTESWAPPED(array)) {
+    swapBytes(elements, static_cast<std::size_t>(PyArray_SIZE(array)), size);
+  }
+  return copy;
+}
+
+// The same objects in column-major order.
+py::object columnMajor(PyArrayObject* array) {
+  auto ordered = py::reinterpret_steal<py::object>(
+      PyArray_FromArray(array, nullptr, NPY_ARRAY_F_CONTIGUOUS | NPY_ARRAY_ALIGNED));
+  if (!ordered) throw py::error_already_set();
+  return ordered;
+}
+
+// Elements of a '<U1' or '>U1' array are 4 bytes, a code point.
+vxArrayPtr hostCharacters(PyArrayObject* array, const Place& place) {
+  vxArrayPtr copy = copyArray(array, vxUINT32);
+  const auto* const characters = static_cast<const std::uint32_t*>(vxGetData(copy.get()));
+  const std::size_t count = vxGetNumberOfElements(copy.get());
+  vxArrayPtr text = matrix::detail::do_create_uninitnumeric(vxCHAR, HostDimensions(array));
+  auto* const units = static_cast<char16_t*>(vxGetWritableData(text.get()));
+  for (std::size_t index = 0; index < count; ++index) {
+    if (characters[index] > 0xFFFF) refuse("a numpy.ndarray with a character above U+FFFF", place);
+    units[index] = static_cast<char16_t>(characters[index]);
+  }
+  return text;
+}
+
+vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
+  const RecursionGuard guard;
+  const py::object ordered = columnMajor(array);
+  auto* const source = reinterpret_cast<PyArrayObject*>(ordered.ptr());
+  auto* const objects = static_cast<PyObject**>(PyArray_DATA(source));
+  const auto count = static_cast<std::size_t>(PyArray_SIZE(source));
+  vxArrayPtr cell = matrix::detail::do_create_cell(HostDimensions(array));
+  for (std::size_t index = 0; index < count; ++index) {
+    PyObject* const item = objects[index] == nullptr ? Py_None : objects[index];
+    vxSetCell(cell.get(), index, hostValue(item, place).release());
+  }
+  return cell;
+}
+
+[[noreturn]] void refuseArray(PyArrayObject* array, const Place& place) {
+  const std::string type = py::str(reinterpret_cast<PyObject*>(PyArray_DESCR(array)));
+  refuse("numpy.ndarray of dtype " + type, place);
+}
+
+}  // namespace
+
+vxClassID numericClass(const PyArray_Descr* type) noexcept {
+  switch (type->type_num) {
+    case NPY_BOOL:
+      return vxLOGICAL;
+    case NPY_FLOAT:
+      return vxSINGLE;
+    case NPY_DOUBLE:
+      return vxDOUBLE;
+    default:
+      break;
+  }
+  if (!PyTypeNum_ISINTEGER(type->type_num)) return vxUNKNOWN;
+  const bool isSigned = PyTypeNum_ISSIGNED(type->type_num);
+  switch (type->elsize) {
+    case 1:
+      return isSigned ? vxINT8 : vxUINT8;
+    case 2:
+      return isSigned ? vxINT16 : vxUINT16;
+    case 4:
+      return isSigned ? vxINT32 : vxUINT32;
+    default:
+      return isSigned ? vxINT64 : vxUINT64;
+  }
+}
+
+vxArrayPtr hostArray(PyArrayObject* array, const Place& place) {
+  const PyArray_Descr* const type = PyArray_DESCR(array);
+  if (type->type_num == NPY_OBJECT) return hostObjects(array, place);
+  if (type->type_num == NPY_UNICODE && type->elsize == 4) return hostCharacters(array, place);
+  const vxClassID classId = numericClass(type);
+  if (classId == vxUNKNOWN) refuseArray(array, place);
+  const bool usable =
+      PyArray_ISALIGNED(array) && PyArray_ISNOTSWAPPED(array) && PyArray_IS_F_CONTIGUOUS(array);
+  return usable ? wrapArray(array, classId) : copyArray(array, classId);
+}
+
+}  // namespace tb::python

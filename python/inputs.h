@@ -1,0 +1,60 @@
+// Python values as the host arrays of one call.
+#pragma once
+
+#include <boost/container/small_vector.hpp>
+#include <span>
+
+#include "host/array.h"
+#include "python/numpy_api.h"
+
+namespace tb::python {
+
+// The inputs of a call, the operation's name first. Made, filled and destroyed with the
+// interpreter's lock held; between that the lock may be given back.
+class Inputs {
+ public:
+  // `operation` must be a str: anything else throws pybind11::type_error.
+  explicit Inputs(PyObject* operation);
+  ~Inputs();
+  Inputs(const Inputs&) = delete;
+  Inputs& operator=(const Inputs&) = delete;
+
+  // Appends the host array of a Python value:
+  //   bool                  1-by-1 logical
+  //   int, float            1-by-1 double
+  //   str                   1-by-N char, one element for each UTF-16 unit
+  //   bytes, bytearray      1-by-N uint8
+  //   NumPy scalar or array the class of its dtype, the dimensions as host/array.h has them; one
+  //                         dimension is a row. A column-major, aligned array in native byte order
+  //                         is used where it lies, any other is copied once.
+  //   list, tuple           1-by-N cell
+  //   dict with str keys    1-by-1 struct, the fields in the dict's order
+  // Throws pybind11::type_error, which names the type and the argument's position, for every other
+  // value, and leaves the inputs as they were.
+  void add(PyObject* value);
+
+  std::span<const vxArray* const> arrays() const noexcept {
+    return {pointers_.data(), pointers_.size()};
+  }
+
+  // To be called after a call that succeeded: the operation's name is one, so its array is kept for
+  // the next call if Python keeps the name for good.
+  void keepOperationName();
+
+ private:
+  struct Owned {
+    vxArrayPtr array;
+    bool scalar;  // from the pool of scalars
+  };
+
+  void append(vxArrayPtr array, bool scalar);
+  bool addScalar(PyObject* value);
+  void addNumber(vxClassID classId, const void* value, std::size_t size);
+
+  PyObject* operation_;
+  bool nameIsKept_ = false;
+  boost::container::small_vector<const vxArray*, 8> pointers_;
+  boost::container::small_vector<Owned, 8> owned_;
+};
+
+}  // namespace tb::python
