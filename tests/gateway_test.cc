@@ -234,9 +234,12 @@ TEST(LibtiffMessages, BecomeWarningsAfterSuccess) {
 
 TEST(LibtiffMessages, AreNotReportedAfterFailureAndNotByTheNextCall) {
   const TemporaryFolder folder;
-  writeTiff(folder / "gray.tif", {Layout{}});
-  const OpenedFile file(folder / "gray.tif", "r");
-  expectError<Tiff::unableToChangeDir>({6}, [&] { call("setDirectory", file, 5); });
+  std::vector<RawEntry> entries = rawGray(4, 4);
+  replaceEntry(entries, {TIFFTAG_SUBIFD, TIFF_LONG, {1000000}});
+  writeRawTiff(folder / "lost.tif", entries, std::vector<std::byte>(16));
+  const OpenedFile file(folder / "lost.tif", "r");
+  expectError<Tiff::unableToChangeSubdir>({1000000},
+                                          [&] { call("setSubDirectory", file, 1000000); });
   EXPECT_THAT(runtime::collectedDiagnostics(), Not(IsEmpty())) << "libtiff said nothing";
   EXPECT_THAT(warnings(), IsEmpty());
 
