@@ -1,0 +1,1 @@
+"""The demonstration: reads every image of TIFF files through the gateway and says what is in it."""
