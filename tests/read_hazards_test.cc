@@ -374,9 +374,9 @@ TEST_F(ReadHazards, EverySampleOfAWholeBlockIsFilled) {
 // --- Sizes that a small file only claims
 
 // A gray image of one strip of `width` x `length` bytes, of which the file holds 4096.
-std::vector<RawEntry> claiming(std::uint32_t width, std::uint32_t length, std::uint32_t scheme) {
+std::vector<RawEntry> claiming(std::uint32_t width, std::uint32_t length, int scheme) {
   std::vector<RawEntry> entries = rawGray(width, length);
-  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {scheme}});
+  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {static_cast<std::uint32_t>(scheme)}});
   replaceEntry(entries, {TIFFTAG_STRIPBYTECOUNTS, TIFF_LONG, {4096}});
   return entries;
 }
@@ -391,7 +391,7 @@ class MemoryLimit {
 
 TEST_F(ReadHazards, ClaimedStripBeyondTheMemoryLimitIsRefused) {
   const MemoryLimit limit(std::size_t{64} << 20);
-  for (const std::uint32_t scheme : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_PACKBITS}) {
+  for (const int scheme : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_PACKBITS}) {
     writeRaw(claiming(40000, 40000, scheme));
     const OpenedFile file(path_, "rc");  // else libtiff chops one uncompressed strip into many
     EXPECT_THROW(call("readEncodedStrip", file, 0), std::bad_alloc) << scheme;
@@ -408,7 +408,7 @@ TEST_F(ReadHazards, ClaimedStripThatDoesNotDecodeCostsNoMemory) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer's shadow memory counts as resident";
 #endif
-  for (const std::uint32_t scheme : {COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE}) {
+  for (const int scheme : {COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE}) {
     writeRaw(claiming(20000, 20000, scheme));
     const OpenedFile file(path_, "r");
     const std::size_t before = residentBytes();
