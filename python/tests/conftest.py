@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import gc
-import json
 import os
 from collections.abc import Iterator
 from pathlib import Path
@@ -54,18 +53,3 @@ def open_descriptors(path: Path) -> int:
     gc.collect()
     links = [os.path.realpath(link) for link in Path("/proc/self/fd").iterdir()]
     return links.count(os.path.realpath(path))
-
-
-def corpus_folder() -> Path | None:
-    """The folder with the real-world files, where there is one."""
-    folder = os.environ.get("TAGBRIDGE_CORPUS")
-    return Path(folder) if folder else None
-
-
-def corpus_entries() -> list[dict[str, Any]]:
-    """The manifest's entries, none without a corpus."""
-    folder = corpus_folder()
-    if folder is None:
-        return []
-    with open(folder / "manifest.jsonl", encoding="utf-8") as lines:
-        return [json.loads(line) for line in lines]
