@@ -21,6 +21,18 @@ Tags stripTags(int photometric, int bits, int samples);
 Tags tileTags(int photometric, int bits, int samples);
 Tags also(Tags tags, const Tags& more);
 
+// The tags of a layout, in an order that the setters accept. Samples beyond those of a gray image
+// are declared as extra samples.
+Tags tagsOf(const Layout& layout);
+
+// The class of a layout's samples, and the arrays of a block: Y, Cb and Cr, or one.
+vxClassID classOf(const Layout& layout);
+std::vector<vxArrayPtr> arraysOf(const Layout& layout, std::uint32_t block);
+
+// Writes one block, or all of them, through the module.
+void writeBlock(const Input& file, const Layout& layout, std::uint32_t block);
+void writeBlocks(const Input& file, const Layout& layout);
+
 class Scene {
  public:
   // A new file open for writing, with tags set through "setField".

@@ -31,10 +31,10 @@ void appendBytes(std::vector<std::byte>& to, std::uint64_t bits, std::size_t cou
   for (std::size_t i = 0; i < count; ++i) to.push_back(static_cast<std::byte>(bits >> (8 * i)));
 }
 
-// Sample s of the pixel at (row, column) of a block; ones outside the image.
+// Sample s of the pixel at (row, column) of a block.
 std::uint64_t blockSample(const Layout& layout, const BlockPlace& place, std::uint32_t row,
-                          std::uint32_t column, std::uint32_t sample) {
-  if (row >= place.rows || column >= place.columns) return ~std::uint64_t{0};
+                          std::uint32_t column, std::uint32_t sample, std::uint64_t padding) {
+  if (row >= place.rows || column >= place.columns) return padding;
   return sampleBits(layout, place.firstRow + row, place.firstColumn + column, place.plane + sample);
 }
 
@@ -45,11 +45,12 @@ std::vector<std::byte> packedBits(const std::vector<std::uint64_t>& samples) {
   return bytes;
 }
 
-std::vector<std::byte> packedRow(const Layout& layout, const BlockPlace& place, std::uint32_t row) {
+std::vector<std::byte> packedRow(const Layout& layout, const BlockPlace& place, std::uint32_t row,
+                                 std::uint64_t padding) {
   std::vector<std::uint64_t> samples;
   for (std::uint32_t column = 0; column < layout.blockWidth(); ++column)
     for (std::uint32_t s = 0; s < layout.samplesPerBlock(); ++s)
-      samples.push_back(blockSample(layout, place, row, column, s));
+      samples.push_back(blockSample(layout, place, row, column, s, padding));
   if (layout.bits == 1) return packedBits(samples);
   std::vector<std::byte> bytes;
   for (const std::uint64_t sample : samples) appendBytes(bytes, sample, layout.bits / 8u);
@@ -59,10 +60,10 @@ std::vector<std::byte> packedRow(const Layout& layout, const BlockPlace& place, 
 // Units of horizontal x vertical luma samples, Cb and Cr; a chroma sample is that of its unit's
 // first pixel.
 std::vector<std::byte> packedUnits(const Layout& layout, const BlockPlace& place,
-                                   std::uint32_t rows) {
+                                   std::uint32_t rows, std::uint64_t padding) {
   std::vector<std::byte> bytes;
   const auto append = [&](std::uint32_t row, std::uint32_t column, std::uint32_t sample) {
-    appendBytes(bytes, blockSample(layout, place, row, column, sample), 1);
+    appendBytes(bytes, blockSample(layout, place, row, column, sample, padding), 1);
   };
   for (std::uint32_t row = 0; row < rows; row += layout.vertical)
     for (std::uint32_t column = 0; column < layout.blockWidth(); column += layout.horizontal) {
@@ -124,18 +125,22 @@ std::vector<std::byte> hostBytes(const Layout& layout, std::uint32_t block) {
   for (std::uint32_t s = 0; s < layout.samplesPerBlock(); ++s)
     for (std::uint32_t column = 0; column < place.columns; ++column)
       for (std::uint32_t row = 0; row < place.rows; ++row)
-        appendBytes(bytes, blockSample(layout, place, row, column, s), (layout.bits + 7) / 8u);
+        appendBytes(
+            bytes,
+            sampleBits(layout, place.firstRow + row, place.firstColumn + column, place.plane + s),
+            (layout.bits + 7) / 8u);
   return bytes;
 }
 
-std::vector<std::byte> blockBytes(const Layout& layout, std::uint32_t block) {
+std::vector<std::byte> blockBytes(const Layout& layout, std::uint32_t block,
+                                  std::uint64_t padding) {
   const BlockPlace place = placeOf(layout, block);
   // libtiff has tiles of full length and strips that end with the image.
   const std::uint32_t rows = layout.tiled() ? layout.tileLength : place.rows;
-  if (layout.photometric == PHOTOMETRIC_YCBCR) return packedUnits(layout, place, rows);
+  if (layout.photometric == PHOTOMETRIC_YCBCR) return packedUnits(layout, place, rows, padding);
   std::vector<std::byte> bytes;
   for (std::uint32_t row = 0; row < rows; ++row) {
-    const std::vector<std::byte> packed = packedRow(layout, place, row);
+    const std::vector<std::byte> packed = packedRow(layout, place, row, padding);
     bytes.insert(bytes.end(), packed.begin(), packed.end());
   }
   return bytes;
@@ -183,6 +188,15 @@ std::vector<std::byte> readBlock(TIFF* tif, std::uint32_t block) {
   std::vector<std::byte> bytes(static_cast<std::size_t>(size));
   (void)(tiled ? TIFFReadEncodedTile(tif, block, bytes.data(), size)
                : TIFFReadEncodedStrip(tif, block, bytes.data(), size));
+  return bytes;
+}
+
+std::vector<std::byte> encodedBlock(TIFF* tif, std::uint32_t block) {
+  std::vector<std::byte> bytes(static_cast<std::size_t>(TIFFGetStrileByteCount(tif, block)));
+  const auto size = static_cast<tmsize_t>(bytes.size());
+  require((TIFFIsTiled(tif) != 0 ? TIFFReadRawTile(tif, block, bytes.data(), size)
+                                 : TIFFReadRawStrip(tif, block, bytes.data(), size)) == size,
+          "a block could not be read");
   return bytes;
 }
 

@@ -66,8 +66,10 @@ BlockPlace placeOf(const Layout& layout, std::uint32_t block);
 // order, one byte for each 1-bit sample. Not for YCbCr.
 std::vector<std::byte> hostBytes(const Layout& layout, std::uint32_t block);
 
-// The bytes of a block as libtiff takes and delivers it, with its padding. YCbCr blocks are units.
-std::vector<std::byte> blockBytes(const Layout& layout, std::uint32_t block);
+// The bytes of a block as libtiff takes and delivers it. YCbCr blocks are units. `padding` is the
+// sample outside the image.
+std::vector<std::byte> blockBytes(const Layout& layout, std::uint32_t block,
+                                  std::uint64_t padding = ~std::uint64_t{0});
 
 // Sets the layout's tags; writes its blocks as well; writes a file of such directories. The mode
 // selects byte order and BigTIFF.
@@ -79,5 +81,8 @@ void writeTiff(const std::filesystem::path& path, const std::vector<Layout>& dir
 // The block that libtiff itself delivers, as many bytes as a block has; zeros where decoding
 // failed.
 std::vector<std::byte> readBlock(TIFF* tif, std::uint32_t block);
+
+// A block's bytes as they lie in the file, encoded.
+std::vector<std::byte> encodedBlock(TIFF* tif, std::uint32_t block);
 
 }  // namespace tb::test
