@@ -36,10 +36,12 @@ struct UnitWriter {
 
   void writeUnit(std::size_t unitRow, std::size_t unitColumn) const {
     const std::size_t start = unitSize() * bytesPerSample * (unitColumn + unitRow * unitStride);
-    for (std::size_t k = 0; k < lumaPerUnit(); ++k) {
+    // Factors of 65535 make a unit of billions of samples: only those that have room are counted.
+    const std::size_t room = buffer.size() - std::min(start, buffer.size());
+    for (std::size_t k = 0; k < std::min(lumaPerUnit(), room); ++k) {
       const std::size_t row = k / horizontal + unitRow * vertical;
       const std::size_t column = k % horizontal + unitColumn * horizontal;
-      store(start + k, y[(row + column * lumaRows) % (lumaRows * lumaColumns)]);
+      buffer[start + k] = y[(row + column * lumaRows) % (lumaRows * lumaColumns)];
     }
     const std::size_t chroma = unitRow + unitColumn * chromaRows;
     store(start + lumaPerUnit(), cb[chroma]);
