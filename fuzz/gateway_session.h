@@ -1,0 +1,41 @@
+// What the fuzz targets share: calls through the gateway in which every identified error is an
+// ordinary result, and a file in memory.
+#pragma once
+
+#include <cstddef>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/array.h"
+
+namespace tb::fuzz {
+
+// Runs an operation with room for three outputs. Errors that have an identifier and std::bad_alloc
+// leave the outputs empty; any other exception is a finding and ends the process.
+std::vector<vxArrayPtr> call(const std::string& operation,
+                             std::initializer_list<const vxArray*> inputs);
+
+vxArrayPtr number(double value);
+
+// The first element of an output, `fallback` when there is none.
+double scalarOr(const std::vector<vxArrayPtr>& outputs, double fallback);
+
+// A file with these contents that exists only in memory, and its name.
+class MemoryFile {
+ public:
+  explicit MemoryFile(std::span<const unsigned char> contents);
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+  ~MemoryFile();
+  std::string name() const;
+
+ private:
+  int descriptor_;
+};
+
+// Visits every directory of the open file: reads tags, metadata, some blocks and an RGBA image.
+void readEverything(const vxArray* file);
+
+}  // namespace tb::fuzz
