@@ -4,12 +4,14 @@
 #include <tiffio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/locale/encoding_utf.hpp>
 #include <cerrno>
 #include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -70,9 +72,12 @@ bool isOpenHere(const FileIdentity& file, int own) {
   return false;
 }
 
-void rememberOpen(int descriptor, const FileIdentity& file) {
+// Replaces what was known of a closed descriptor with the same number.
+void rememberOpen(int descriptor) {
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) return;
   const std::lock_guard guard(openFilesLock);
-  openFiles.insert_or_assign(descriptor, file);
+  openFiles.insert_or_assign(descriptor, identityOf(status));
 }
 
 // --- Opening
@@ -129,20 +134,20 @@ TIFF* openHandle(const FileDescriptor& file, const std::string& name, const Open
   return TIFFFdOpenExt(file.get(), name.c_str(), mode.forLibtiff.c_str(), options.get());
 }
 
+std::optional<OpenMode> knownMode(const std::string& name, const char* text) {
+  std::optional<OpenMode> mode = parseOpenMode(text);
+  if (!mode) return refuse(name, std::string("Bad mode \"") + text + "\"");
+  return mode;
+}
+
 TIFF* open(const std::u16string& fileName, const char* modeText) {
   const std::optional<std::string> name = utf8Name(fileName);
   if (!name) return nullptr;
-  const std::optional<OpenMode> mode = parseOpenMode(modeText);
-  if (!mode) {
-    refuse(*name, std::string("Bad mode \"") + modeText + "\"");
-    return nullptr;
-  }
+  const std::optional<OpenMode> mode = knownMode(*name, modeText);
+  if (!mode) return nullptr;
   std::optional<FileDescriptor> file = openRegularFile(*name, *mode);
   if (!file) return nullptr;
-
-  struct stat status;
-  if (fstat(file->get(), &status) != 0) return nullptr;
-  rememberOpen(file->get(), identityOf(status));
+  rememberOpen(file->get());
   TIFF* tif = openHandle(*file, *name, *mode);
   if (tif != nullptr) (void)file->release();  // TIFFClose closes it
   return tif;
