@@ -262,8 +262,9 @@ constexpr CatalogEntry kEntries[] = {
      "The tile does not exist: tiles are numbered from 0, and the current directory has {0} of "
      "them.",
      "number of tiles", "readEncodedTile with a number that is too large.", kError},
-    {TAGBRIDGE_TIFF "tooManyBytes", "Strip number {0} has {1} bytes, but {2} bytes were decoded.",
-     "number of the strip; bytes of a strip; bytes that libtiff decoded",
+    {TAGBRIDGE_TIFF "tooManyBytes",
+     "Strip {0}, counted from 0, has {1} bytes, but {2} bytes were decoded.",
+     "number of the strip counted from 0; bytes of a strip; bytes that libtiff decoded",
      "libtiff delivered more than the size of a strip.", kError},
 
     // Classes of samples.
