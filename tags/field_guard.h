@@ -51,18 +51,20 @@ constexpr std::size_t largestCount(CountWidth count) noexcept {
   return count == CountWidth::bits16 ? 0xFFFF : 0x7FFFFFFF;
 }
 
-// Drops a tag that a failed store has left behind with a count but without values; see storeArray.
+// Drops a custom tag that a failed store has left behind with a count but without values; see
+// storeArray.
 void unsetIfEmptied(TIFF* tif, std::uint32_t tag, CountWidth count) noexcept;
 
 // Stores an array, which libtiff copies, for one of the tags that libtiff keeps in its list of
 // custom values. Returns the status; more values than the count holds are refused without a call.
 // When libtiff refuses such an array (for its count of 0 or for want of memory) it has released the
-// old one already and keeps {count, null} as the value, which then counts as set; that is dropped.
+// old one already and keeps {count, null} in the list, which counts as set as soon as any other tag
+// of the list is; so it is dropped.
 template <CountWidth Count, class T>
 int storeArray(TIFF* tif, std::uint32_t tag, std::span<const T> values) {
-  if (values.size() > largestCount(Count)) return 0;
+  if (values.size() > largestCount(Count) || !fieldTakes(tif, tag, Count)) return 0;
   const int status =
-      storeField<Count>(tif, tag, static_cast<std::uint32_t>(values.size()), values.data());
+      TIFFSetField(tif, tag, static_cast<std::uint32_t>(values.size()), values.data());
   if (status == 0) unsetIfEmptied(tif, tag, Count);
   return status;
 }

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "tags/tag_rows.h"
+#include "tests/support/temporary_folder.h"
 
 namespace tb::test {
 
@@ -41,6 +42,46 @@ void PrintTo(const Answer& answer, std::ostream* out) {
     PrintTo(answer.value, out);
   else
     *out << answer.error;
+}
+
+void PrintTo(const Accepted& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const Refused& row, std::ostream* out) { *out << row.name; }
+
+void expectStored(const Accepted& row) {
+  const TemporaryFolder folder;
+  const OpenedFile file(folder / "new.tif", "w");
+  setFields(file, row.setup);
+  call("setField", file, row.tag, row.value);
+  EXPECT_EQ(row.fetch(file.handle()), row.held);
+  EXPECT_EQ(valueOf(call("getField", file, row.tag)), row.returned);
+}
+
+void expectRefused(const Refused& row) {
+  const TemporaryFolder folder;
+  const OpenedFile file(folder / "new.tif", "w");
+  setFields(file, row.setup);
+  row.expectation(file, row.tag, row.value);
+}
+
+std::function<std::vector<double>(TIFF*)> fetchesPair(std::uint32_t tag) {
+  return [tag](TIFF* tif) -> std::vector<double> {
+    std::uint16_t pair[2] = {};
+    if (TIFFGetField(tif, tag, &pair[0], &pair[1]) != 1) return {};
+    return {static_cast<double>(pair[0]), static_cast<double>(pair[1])};
+  };
+}
+
+std::function<std::vector<double>(TIFF*)> fetchesText(std::uint32_t tag) {
+  return [tag](TIFF* tif) -> std::vector<double> {
+    const char* text = nullptr;
+    if (TIFFGetField(tif, tag, &text) != 1) return {};
+    return aText(text).elements;
+  };
+}
+
+std::vector<Tag> operator+(std::vector<Tag> first, const std::vector<Tag>& more) {
+  first.insert(first.end(), more.begin(), more.end());
+  return first;
 }
 
 }  // namespace tb::test

@@ -47,4 +47,81 @@ void expectRefused(const Input& file, double tag, const Input& value, const Argu
   EXPECT_EQ(directoryOf(file), before) << "the refused setField changed the directory";
 }
 
+// --- Rows of cases for setField. Each starts with a new file in which `setup` is set.
+
+// A value that setField takes: what libtiff then holds, in libtiff's order, and what getField
+// returns.
+struct Accepted {
+  const char* name;
+  std::vector<Tag> setup;
+  std::uint32_t tag;
+  Input value;
+  std::function<std::vector<double>(TIFF*)> fetch;
+  std::vector<double> held;
+  HostValue returned;
+};
+void PrintTo(const Accepted& row, std::ostream* out);
+void expectStored(const Accepted& row);
+
+// A value that setField refuses, and the check that it does so with the right error.
+using Expectation = std::function<void(const Input& file, double tag, const Input& value)>;
+struct Refused {
+  const char* name;
+  std::vector<Tag> setup;
+  double tag;
+  Input value;
+  Expectation expectation;
+};
+void PrintTo(const Refused& row, std::ostream* out);
+void expectRefused(const Refused& row);
+
+template <class Id>
+Expectation refusedWith(const Arguments& arguments = {}) {
+  return [=](const Input& file, double tag, const Input& value) {
+    expectRefused<Id>(file, tag, value, arguments);
+  };
+}
+
+// The names of a suite's rows.
+template <class Row>
+std::string nameOf(const testing::TestParamInfo<Row>& test) {
+  return test.param.name;
+}
+
+// What libtiff holds for a tag: numbers that it hands out one by one, an array of known length or
+// with a count, text.
+template <class T>
+std::function<std::vector<double>(TIFF*)> fetchesOne(std::uint32_t tag) {
+  return [tag](TIFF* tif) -> std::vector<double> {
+    T value{};
+    if (TIFFGetField(tif, tag, &value) != 1) return {};
+    return {static_cast<double>(value)};
+  };
+}
+std::function<std::vector<double>(TIFF*)> fetchesPair(std::uint32_t tag);
+std::function<std::vector<double>(TIFF*)> fetchesText(std::uint32_t tag);
+template <class T>
+std::function<std::vector<double>(TIFF*)> fetchesArray(std::uint32_t tag, std::size_t length) {
+  return [=](TIFF* tif) -> std::vector<double> {
+    const T* values = nullptr;
+    if (TIFFGetField(tif, tag, &values) != 1) return {};
+    return {values, values + length};
+  };
+}
+template <class Count, class T>
+std::function<std::vector<double>(TIFF*)> fetchesCounted(std::uint32_t tag) {
+  return [tag](TIFF* tif) -> std::vector<double> {
+    Count count = 0;
+    const T* values = nullptr;
+    if (TIFFGetField(tif, tag, &count, &values) != 1) return {};
+    return {values, values + count};
+  };
+}
+
+// Tags by which a new file becomes an image of some kind.
+inline std::vector<Tag> gray(int bits = 8) { return {{262, 1}, {258, bits}, {277, 1}}; }
+inline std::vector<Tag> rgb() { return {{262, 2}, {258, 8}, {277, 3}}; }
+inline std::vector<Tag> separated() { return {{262, 5}, {258, 8}, {277, 4}}; }
+std::vector<Tag> operator+(std::vector<Tag> first, const std::vector<Tag>& more);
+
 }  // namespace tb::test
