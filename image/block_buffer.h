@@ -8,19 +8,24 @@
 
 namespace tb {
 
-// Zeroed memory for one encoded or decoded block, released on every exit. It comes from the host,
-// so that its memory limit holds for a block as for an array: std::bad_alloc when exceeded, before
-// any memory is touched.
+// Memory for one encoded or decoded block, released on every exit. It comes from the host, so that
+// its memory limit holds for a block as for an array: std::bad_alloc when exceeded, before any
+// memory is touched.
 class BlockBuffer {
  public:
-  // `count` elements of `elementSize` bytes.
-  explicit BlockBuffer(std::size_t count, std::size_t elementSize = 1)
-      : data_(static_cast<std::byte*>(vxCalloc(count, elementSize))), size_(count * elementSize) {}
+  // `count` elements of `elementSize` bytes, all zero.
+  static BlockBuffer zeroed(std::size_t count, std::size_t elementSize = 1) {
+    return {vxCalloc(count, elementSize), count * elementSize};
+  }
+  // The contents are indeterminate: for one who fills it, or zeroes it, before anyone looks.
+  static BlockBuffer uninitialised(std::size_t size) { return {vxMalloc(size), size}; }
 
   std::span<std::byte> bytes() noexcept { return {data_.get(), size_}; }
   std::span<const std::byte> bytes() const noexcept { return {data_.get(), size_}; }
 
  private:
+  BlockBuffer(void* data, std::size_t size) : data_(static_cast<std::byte*>(data)), size_(size) {}
+
   struct Free {
     void operator()(std::byte* memory) const noexcept { vxFree(memory); }
   };

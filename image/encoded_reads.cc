@@ -1,5 +1,6 @@
 // "readEncodedStrip" and "readEncodedTile": one block is decoded by libtiff and spread over
 // column-major arrays.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -84,27 +85,59 @@ void checkStripNumber(std::uint32_t strip, const TiffImageMetaData_& record) {
   raise<Tiff::imageDepthStrippedLayoutMismatch>(record.imageDepth);
 }
 
+// libtiff says the same thing again when it fails again.
+class QuietErrors {
+ public:
+  QuietErrors() = default;
+  QuietErrors(const QuietErrors&) = delete;
+  QuietErrors& operator=(const QuietErrors&) = delete;
+  ~QuietErrors() { TIFFSetErrorHandler(handler_); }
+
+ private:
+  TIFFErrorHandler handler_ = TIFFSetErrorHandler(nullptr);
+};
+
+// Decodes a block of `size` bytes with `decode(buffer)`, which returns libtiff's byte count. A
+// failure is not an error here: libtiff has said what is wrong, and the caller gets what could be
+// decoded between zeros. Uncompressed data needs no zeroed memory first, since libtiff copies a
+// block of it completely or fails; only then it is decoded once more into zeros.
+template <class Decode>
+DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, const Decode& decode) {
+  const bool isCopied = record.compression == COMPRESSION_NONE;
+  DecodedBlock block{isCopied ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size)};
+  const std::span<std::byte> bytes = block.buffer.bytes();
+  const tmsize_t count = decode(bytes.data());
+  block.failed = count < 0;
+  if (isCopied && block.failed) {
+    const QuietErrors quiet;
+    std::ranges::fill(bytes, std::byte{0});
+    (void)decode(bytes.data());  // fails again
+  } else if (isCopied) {
+    // The last strip may be shorter than the others.
+    std::ranges::fill(bytes.subspan(std::min(static_cast<std::size_t>(count), size)), std::byte{0});
+  }
+  return block;
+}
+
 DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) {
   const std::size_t size = blockSize(TIFFStripSize(record.tif));
-  DecodedBlock block{BlockBuffer(size)};
-  if (!hasPixels(record) || size == 0) return block;
-  // -1 asks for the whole strip. A failure is not an error here: libtiff has said what is wrong,
-  // and the caller gets what could be decoded.
-  const tmsize_t count =
-      TIFFReadEncodedStrip(record.tif, strip, block.buffer.bytes().data(), tmsize_t{-1});
-  if (count > 0 && static_cast<std::size_t>(count) > size) {
-    raise<Tiff::tooManyBytes>(strip, size, count);
-  }
-  block.failed = count < 0;
-  return block;
+  if (!hasPixels(record) || size == 0) return {BlockBuffer::zeroed(size)};
+  return decodeBlock(record, size, [&](std::byte* buffer) {
+    // -1 asks for the whole strip.
+    const tmsize_t count = TIFFReadEncodedStrip(record.tif, strip, buffer, tmsize_t{-1});
+    if (count > 0 && static_cast<std::size_t>(count) > size) {
+      raise<Tiff::tooManyBytes>(strip, size, count);
+    }
+    return count;
+  });
 }
 
 DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
   const tmsize_t size = TIFFTileSize(record.tif);
-  DecodedBlock block{BlockBuffer(blockSize(size))};
-  if (size <= 0) return block;
-  block.failed = TIFFReadEncodedTile(record.tif, tile, block.buffer.bytes().data(), size) < 0;
-  return block;
+  if (size <= 0) return {BlockBuffer::zeroed(0)};
+  return decodeBlock(record, blockSize(size), [&](std::byte* buffer) {
+    return TIFFReadEncodedTile(record.tif, tile, buffer, size);
+  });
 }
 
 }  // namespace

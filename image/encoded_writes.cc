@@ -60,7 +60,7 @@ void TIFFWriteEncodedStrip_handler(int, vxArrayPtr*, int inputCount, const vxArr
   const std::uint32_t stripCount = TIFFNumberOfStrips(record.tif);
   if (strip >= stripCount) raise<Tiff::stripNumberTooLarge>(stripCount);
 
-  BlockBuffer buffer(blockSize(TIFFStripSize(record.tif)));
+  BlockBuffer buffer = BlockBuffer::zeroed(blockSize(TIFFStripSize(record.tif)));
   fillWriteBuffer(images, buffer.bytes(), record);
   const auto count =
       convertNumber<tmsize_t>(bytesToEncode(record, images[0], buffer.bytes().size()));
@@ -79,7 +79,7 @@ void TIFFWriteEncodedTile_handler(int, vxArrayPtr*, int inputCount, const vxArra
   const std::uint32_t tileCount = TIFFNumberOfTiles(record.tif);
   if (tile >= tileCount) raise<Tiff::tileNumberTooLarge>(tileCount);
 
-  BlockBuffer buffer(blockSize(TIFFTileSize(record.tif)));
+  BlockBuffer buffer = BlockBuffer::zeroed(blockSize(TIFFTileSize(record.tif)));
   fillWriteBuffer(images, buffer.bytes(), record);
   const auto count = convertNumber<tmsize_t>(buffer.bytes().size());
   if (TIFFWriteEncodedTile(record.tif, tile, buffer.bytes().data(), count) == -1) {

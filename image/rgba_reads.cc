@@ -103,7 +103,8 @@ void placeTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t 
 
 bool readTiledImage(const TiffImageMetaData_& record, std::uint32_t* image) {
   if (record.tileWidth == 0 || record.tileLength == 0) return false;
-  BlockBuffer raster(std::size_t{record.tileWidth} * record.tileLength, kEntrySize);
+  BlockBuffer raster =
+      BlockBuffer::zeroed(std::size_t{record.tileWidth} * record.tileLength, kEntrySize);
   auto* tile = reinterpret_cast<std::uint32_t*>(raster.bytes().data());
   // 64 bits, since the last step may pass 2^32.
   for (std::uint64_t y = 0; y < record.imageLength; y += record.tileLength) {
