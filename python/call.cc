@@ -74,17 +74,19 @@ void closeUndelivered(PyObject* operation, const Outputs& outputs) {
   (void)callModule({}, inputs);
 }
 
-[[noreturn]] void throwPython(const py::object& exception) {
+// Sets the exception and returns null, as Python's C functions do. Throwing it as well would double
+// what an error costs.
+py::object failWith(const py::object& exception) {
   PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
-  throw py::error_already_set();
+  return {};
 }
 
 // Ends a failed call. An exception that a warning became explains the failure: it is the context.
-[[noreturn]] void throwFailure(const Outcome& outcome, py::object fromWarning) {
+py::object fail(const Outcome& outcome, py::object fromWarning) {
   if (outcome.failure != nullptr) std::rethrow_exception(outcome.failure);
   const py::object error = errorObject(*outcome.error, outcome.diagnostics);
   if (fromWarning) PyException_SetContext(error.ptr(), fromWarning.release().ptr());
-  throwPython(error);
+  return failWith(error);
 }
 
 py::object results(Outputs& outputs) {
@@ -97,6 +99,7 @@ py::object results(Outputs& outputs) {
   return values;
 }
 
+// The result, or null with a Python exception set.
 py::object call(const Arguments& arguments) {
   Inputs inputs(arguments.operation);
   for (PyObject* const input : arguments.inputs) inputs.add(input);
@@ -105,11 +108,13 @@ py::object call(const Arguments& arguments) {
 
   py::object fromWarning;
   if (!outcome.warnings.empty()) fromWarning = issueWarnings(outcome.warnings);
-  if (outcome.error || outcome.failure != nullptr) throwFailure(outcome, std::move(fromWarning));
+  if (outcome.error || outcome.failure != nullptr) {
+    return fail(outcome, std::move(fromWarning));
+  }
   inputs.keepOperationName();
   if (fromWarning) {
     closeUndelivered(arguments.operation, outputs);
-    throwPython(fromWarning);
+    return failWith(fromWarning);
   }
   return results(outputs);
 }
