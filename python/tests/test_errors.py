@@ -54,6 +54,17 @@ def test_a_file_name_returns_as_it_was_given(tmp_path, name):
     assert path in str(caught.value)
 
 
+def test_the_text_is_the_catalogs_with_the_arguments(gray, open_file):
+    with pytest.raises(tagbridge.Error) as caught:
+        tagbridge.call("setDirectory", open_file(gray), 7)
+    [entry] = [
+        entry
+        for entry in tagbridge.catalog()
+        if entry.identifier == TIFF + "unableToChangeDir" and not entry.warning
+    ]
+    assert str(caught.value) == entry.text.format(8)
+
+
 def test_diagnostics_hold_what_libtiff_said(tmp_path):
     path = tmp_path / "no directory.tif"
     path.write_bytes(struct.pack("<2sHI", b"II", 42, 4000))
