@@ -77,7 +77,7 @@ def test_links_lead_somewhere(page: pathlib.Path):
 
 
 def test_the_page_of_errors_is_that_of_the_catalog():
-    generator = ROOT / "docs" / "generate_errors.py"
+    generator = ROOT / "tools" / "error_docs.py"
     page = subprocess.run([sys.executable, generator], capture_output=True, text=True, check=True)
     assert (ROOT / "docs" / "errors.md").read_text() == page.stdout, "run ./dev docs"
 
