@@ -154,10 +154,12 @@ def _read_copy(copy: str) -> list[object]:
 
 
 def complaint(path: str) -> str:
-    """Returns the first line that tiffinfo has to say against a file, empty if it accepts it."""
+    """Returns the first error that tiffinfo reports of a file, empty if it accepts it."""
     tiffinfo = subprocess.run(["tiffinfo", path], capture_output=True, text=True, check=False)
-    lines = tiffinfo.stderr.splitlines()
-    return lines[0] if lines else "" if tiffinfo.returncode == 0 else "nothing, but fails"
+    errors = [line for line in tiffinfo.stderr.splitlines() if ": Warning, " not in line]
+    if not errors and tiffinfo.returncode != 0:
+        return f"nothing, but ends with status {tiffinfo.returncode}"
+    return errors[0] if errors else ""
 
 
 def copy_and_compare(path: str) -> Result:
