@@ -1,16 +1,6 @@
 #include "tags/field_guard.h"
 
 namespace tb {
-namespace {
-
-// True when libtiff's list of custom values has an entry for the tag, with values or without.
-bool isListed(TIFF* tif, std::uint32_t tag) noexcept {
-  for (int entry = 0; entry < TIFFGetTagListCount(tif); ++entry)
-    if (TIFFGetTagListEntry(tif, entry) == tag) return true;
-  return false;
-}
-
-}  // namespace
 
 bool fieldTakes(TIFF* tif, std::uint32_t tag, CountWidth count) noexcept {
   const TIFFField* field = TIFFFindField(tif, tag, TIFF_ANY);
@@ -29,9 +19,7 @@ void unsetIfEmptied(TIFF* tif, std::uint32_t tag, CountWidth count) noexcept {
                         : fetchField<CountWidth::bits32>(tif, tag, &longCount, &values);
   // A store that was refused before anything was released, as for a tag that is frozen once data
   // are written, has left the old value in place, and that stays.
-  if (isSet != 0 && values != nullptr) return;
-  // Asking the list first keeps a directory without the tag from being marked as changed.
-  if (isListed(tif, tag)) TIFFUnsetField(tif, tag);
+  if (isSet == 0 || values == nullptr) TIFFUnsetField(tif, tag);
 }
 
 }  // namespace tb

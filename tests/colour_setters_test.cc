@@ -1,0 +1,432 @@
+// setField on maps, chromaticities, ink names, sample ranges and byte blocks: what each accepts,
+// what it refuses, and in which order it checks.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "tests/support/tag_files.h"
+#include "tests/support/temporary_folder.h"
+
+namespace tb::test {
+namespace {
+
+using TagList = std::vector<Tag>;
+
+const TagList kPalette = {{262, 3}, {258, 8}, {277, 1}};
+const TagList kGrayAlone = {{262, 1}};
+
+// A rows-by-columns double matrix of one value.
+vxArrayPtr filled(std::size_t rows, std::size_t columns, double value) {
+  return arrayOf<double>({rows, columns}, std::vector<double>(rows * columns, value));
+}
+vxArrayPtr bytes(const std::vector<std::uint8_t>& elements) {
+  return arrayOf<std::uint8_t>({1, elements.size()}, elements);
+}
+vxArrayPtr colorsWith(double value) {
+  std::vector<double> elements(768, 0.25);
+  elements[300] = value;
+  return arrayOf<double>({256, 3}, elements);
+}
+
+class AcceptedColours : public testing::TestWithParam<Accepted> {};
+TEST_P(AcceptedColours, AreHeldByLibtiffAndReadBack) { expectStored(GetParam()); }
+
+Accepted floats(const char* name, const TagList& setup, std::uint32_t tag,
+                const std::vector<double>& values) {
+  return {name,   setup,       tag, row(values), fetchesArray<float>(tag, values.size()),
+          values, aRow(values)};
+}
+const std::vector<double> kSix = {0.5, 0.25, 0.125, 1, 0.75, 0};
+
+INSTANTIATE_TEST_SUITE_P(Chromaticities, AcceptedColours,
+                         testing::Values(floats("PrimariesOfRgb", rgb(), 319, kSix),
+                                         floats("PrimariesOfPalette", kPalette, 319, kSix),
+                                         floats("PrimariesOfYCbCr", {{262, 6}}, 319, kSix),
+                                         floats("ReferenceOfRgb", rgb(), 532, kSix),
+                                         floats("ReferenceOfYCbCr", {{262, 6}}, 532, kSix),
+                                         floats("WhiteOfRgb", rgb(), 318, {0.5, 0.25}),
+                                         floats("WhiteOfPalette", kPalette, 318, {0.5, 0.25}),
+                                         floats("WhiteOfYCbCr", {{262, 6}}, 318, {0.5, 0.25}),
+                                         floats("WhiteOfCieLab", {{262, 8}}, 318, {0.5, 0.25}),
+                                         floats("WhiteOfIccLab", {{262, 9}}, 318, {0.5, 0.25}),
+                                         floats("WhiteOfItuLab", {{262, 10}}, 318, {0.5, 0.25})),
+                         nameOf<Accepted>);
+
+Accepted range(const char* name, int bits, int format, double value, double held) {
+  return {name,
+          {{262, format == 2 ? 1 : 2}, {258, bits}, {339, format}},
+          340,
+          value,
+          fetchesOne<double>(340),
+          {held},
+          aDouble(held)};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SampleRanges, AcceptedColours,
+    testing::Values(range("OneBitOf1", 1, 1, 1, 1), range("OneBitOf0", 1, 3, 0, 0),
+                    range("Double", 64, 3, 1e300, 1e300),
+                    range("Single", 32, 3, 0.1, static_cast<double>(0.1F)),
+                    range("Int8", 8, 2, -128.9, -128), range("Int16", 16, 2, -5, -5),
+                    range("Int32", 32, 2, -2147483648.5, -2147483648.0),
+                    range("Int32OfNan", 32, 2, NAN, 0), range("Uint8", 8, 1, 255.5, 255),
+                    range("Uint16", 16, 1, 65535, 65535),
+                    range("Uint32", 32, 1, 4294967295, 4294967295),
+                    range("Uint8Of0", 8, 1, -0.5, 0)),
+    nameOf<Accepted>);
+
+INSTANTIATE_TEST_SUITE_P(
+    Blocks, AcceptedColours,
+    testing::Values(Accepted{"IptcOf1",
+                             {},
+                             33723,
+                             bytes({200}),
+                             fetchesCounted<std::uint32_t, std::uint8_t>(33723),
+                             {200},
+                             aRowOf(vxUINT8, {200})},
+                    Accepted{"PhotoshopOf7",
+                             {},
+                             34377,
+                             bytes({1, 2, 3, 4, 5, 6, 7}),
+                             fetchesCounted<std::uint32_t, std::uint8_t>(34377),
+                             {1, 2, 3, 4, 5, 6, 7},
+                             aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7})},
+                    Accepted{"IccProfileInStorageOrder",
+                             {},
+                             34675,
+                             arrayOf<std::uint8_t>({2, 2}, {1, 2, 3, 4}),
+                             fetchesCounted<std::uint32_t, std::uint8_t>(34675),
+                             {1, 2, 3, 4},
+                             aRowOf(vxUINT8, {1, 2, 3, 4})}),
+    nameOf<Accepted>);
+
+class RefusedColours : public testing::TestWithParam<Refused> {};
+TEST_P(RefusedColours, RaiseAndLeaveTheDirectoryAsItWas) { expectRefused(GetParam()); }
+
+Expectation needs(const char* required, const char* name) {
+  return refusedWith<Tiff::tagRetrievalBeforeWriteFailed>({required, name});
+}
+Expectation wrongPhotometric(const char* name, const char* allowed) {
+  return refusedWith<Tiff::badTagUsedWithPhotometric>({name, allowed});
+}
+Expectation wrongCount(const char* name, int count) {
+  return refusedWith<Tiff::badTagValueCount>({name, count});
+}
+Expectation notArray(const char* name) {
+  return refusedWith<Tiff::tagValueNotDoublePrecisionArray>({name});
+}
+const Expectation kBadMap = refusedWith<Tiff::badColorMap>({256, 8});
+const Expectation kNotNormalized = refusedWith<Tiff::colorMapValuesNotNormalized>();
+
+INSTANTIATE_TEST_SUITE_P(
+    ColorMap, RefusedColours,
+    testing::Values(
+        Refused{
+            "WithoutDepth", {{262, 3}}, 320, "not looked at", needs("BitsPerSample", "ColorMap")},
+        Refused{"OfBytes", kPalette, 320, zeros(vxUINT8, {256, 3}), kBadMap},
+        Refused{"Empty", kPalette, 320, zeros(vxDOUBLE, {0, 3}), kBadMap},
+        Refused{"Of255Rows", kPalette, 320, filled(255, 3, 0), kBadMap},
+        Refused{"Of4Columns", kPalette, 320, filled(256, 4, 0), kBadMap},
+        Refused{"OfThreeDimensions", kPalette, 320, zeros(vxDOUBLE, {256, 3, 2}), kBadMap},
+        Refused{"Transposed", kPalette, 320, filled(3, 256, 0), kBadMap},
+        Refused{"ShapeBeforeRange", kPalette, 320, filled(255, 3, 2), kBadMap},
+        Refused{"AboveOne", kPalette, 320, colorsWith(1.2), kNotNormalized},
+        Refused{"BelowZero", kPalette, 320, colorsWith(-0.001), kNotNormalized},
+        Refused{"OfInfinity", kPalette, 320, colorsWith(HUGE_VAL), kNotNormalized},
+        Refused{"Of64Bits", gray(64), 320, filled(256, 3, 0),
+                refusedWith<validate::argumentOutOfBounds>()},
+        Refused{"Of32Bits", gray(32), 320, filled(256, 3, 0),
+                refusedWith<Tiff::badColorMap>({4294967296, 32})}),
+    nameOf<Refused>);
+
+Expectation wrongCurve(int bits, int samples, std::int64_t length) {
+  return refusedWith<Tiff::badTransferFunctionSize>({bits, samples, length, samples});
+}
+constexpr const char* kCurvePhotometrics = "MinIsWhite, MinIsBlack, RGB, Palette, YCbCr";
+
+INSTANTIATE_TEST_SUITE_P(
+    TransferFunction, RefusedColours,
+    testing::Values(
+        Refused{"WithoutPhotometric",
+                {},
+                301,
+                "not looked at",
+                needs("PhotometricInterpretation", "TransferFunction")},
+        Refused{"OnSeparated", separated(), 301, "not looked at",
+                wrongPhotometric("TransferFunction", kCurvePhotometrics)},
+        Refused{"OnCieLab",
+                {{262, 8}},
+                301,
+                "not looked at",
+                wrongPhotometric("TransferFunction", kCurvePhotometrics)},
+        Refused{"OnMask",
+                {{262, 4}},
+                301,
+                "not looked at",
+                wrongPhotometric("TransferFunction", kCurvePhotometrics)},
+        Refused{"OfThreeDimensions", gray(), 301, zeros(vxDOUBLE, {1, 256, 2}),
+                wrongCurve(8, 1, 256)},
+        Refused{"DimensionsBeforeSamples",
+                {{262, 2}, {258, 8}, {277, 4}},
+                301,
+                zeros(vxDOUBLE, {256, 4, 2}),
+                wrongCurve(8, 4, 256)},
+        Refused{"OfFourSamples",
+                {{262, 2}, {258, 8}, {277, 4}},
+                301,
+                "not looked at",
+                refusedWith<Tiff::badTransferFunctionSppCombination>({4})},
+        Refused{"Of255", gray(), 301, filled(1, 255, 0), wrongCurve(8, 1, 256)},
+        Refused{"Of16By16", gray(), 301, filled(16, 16, 0), wrongCurve(8, 1, 256)},
+        Refused{"OfAColumnForThree", rgb(), 301, filled(768, 1, 0), wrongCurve(8, 3, 256)},
+        Refused{"Of3By256", rgb(), 301, filled(3, 256, 0), wrongCurve(8, 3, 256)},
+        Refused{"OfAnotherClass", gray(), 301, zeros(vxUINT16, {1, 256}),
+                notArray("TransferFunction")},
+        Refused{"SizeBeforeClass", gray(), 301, zeros(vxUINT16, {1, 255}), wrongCurve(8, 1, 256)},
+        Refused{"Of65536", gray(), 301, filled(1, 256, 65536),
+                refusedWith<validate::argumentOutOfBounds>()},
+        Refused{"Of64Bits", gray(64), 301, row({}), wrongCurve(64, 1, 0)},
+        Refused{"WithDefaultsOfOneBit", kGrayAlone, 301, filled(1, 3, 0), wrongCurve(1, 1, 2)}),
+    nameOf<Refused>);
+
+INSTANTIATE_TEST_SUITE_P(
+    Chromaticities, RefusedColours,
+    testing::Values(
+        Refused{"PrimariesWithoutPhotometric",
+                {},
+                319,
+                "not looked at",
+                needs("PhotometricInterpretation", "PrimaryChromaticities")},
+        Refused{"PrimariesOfGray", gray(), 319, "not looked at",
+                wrongPhotometric("PrimaryChromaticities", "RGB, YCbCr, Palette")},
+        Refused{"PrimariesOfAnotherClass", rgb(), 319, zeros(vxSINGLE, {1, 6}),
+                notArray("PrimaryChromaticities")},
+        Refused{"PrimariesOf5", rgb(), 319, filled(1, 5, 0),
+                wrongCount("PrimaryChromaticities", 6)},
+        Refused{"PrimariesOf1e39", rgb(), 319, filled(1, 6, 1e39),
+                refusedWith<validate::argumentOutOfBounds>()},
+        Refused{"ReferenceWithoutPhotometric",
+                {},
+                532,
+                1,
+                needs("PhotometricInterpretation", "ReferenceBlackWhite")},
+        Refused{"ReferenceOfGray", gray(), 532, 1,
+                wrongPhotometric("ReferenceBlackWhite", "RGB, YCbCr, Palette")},
+        Refused{"ReferenceOfPalette", kPalette, 532, "not looked at",
+                wrongPhotometric("ReferenceBlackWhite", "RGB, YCbCr")},
+        Refused{"ReferenceOf7", rgb(), 532, filled(7, 1, 0), wrongCount("ReferenceBlackWhite", 6)},
+        Refused{"ReferenceOfText", rgb(), 532, "abcdef", notArray("ReferenceBlackWhite")},
+        Refused{"WhiteWithoutPhotometric",
+                {},
+                318,
+                1,
+                needs("PhotometricInterpretation", "WhitePoint")},
+        Refused{"WhiteOfGray", gray(), 318, "not looked at",
+                wrongPhotometric("WhitePoint", "RGB, YCbCr, Palette, CIELab, ICCLab")},
+        Refused{"WhiteOfThree", rgb(), 318, row({1, 2, 3}), wrongCount("WhitePoint", 2)},
+        Refused{"WhiteOfText", rgb(), 318, "xy", notArray("WhitePoint")}),
+    nameOf<Refused>);
+
+const Expectation kNotNames = refusedWith<Tiff::notCellString>({"InkNames"});
+const TagList kTwoInks = {{262, 5}, {258, 8}, {277, 2}, {334, 2}};
+
+INSTANTIATE_TEST_SUITE_P(
+    InkNames, RefusedColours,
+    testing::Values(Refused{"OfText", kTwoInks, 333, "cyan", kNotNames},
+                    Refused{"TwoOfFour", separated(), 333, cellOfTexts({"cyan", "magenta"}),
+                            refusedWith<Tiff::badNumberOfInkNames>({4})},
+                    Refused{"OfUnsetCells", kTwoInks, 333, zeros(vxCELL, {1, 2}), kNotNames},
+                    Refused{"OfACellOfNumbers",
+                            {{262, 5}, {258, 8}, {277, 1}, {334, 1}},
+                            333,
+                            [] {
+                              vxArrayPtr cell = zeros(vxCELL, {1, 1});
+                              vxSetCell(cell.get(), 0, row({1}).release());
+                              return cell;
+                            }(),
+                            kNotNames},
+                    Refused{"OfNoInks",
+                            {{262, 5}, {258, 8}, {277, 1}, {338, 0}, {334, 0}},
+                            333,
+                            zeros(vxCELL, {1, 0}),
+                            refusedWith<Tiff::unableToWriteTag>({"InkNames"})}),
+    nameOf<Refused>);
+
+const TagList kSigned8 = {{262, 1}, {258, 8}, {339, 2}};
+const TagList kUnsigned8 = {{262, 1}, {258, 8}, {339, 1}};
+const Expectation kOutOfBounds = refusedWith<validate::argumentOutOfBounds>();
+
+INSTANTIATE_TEST_SUITE_P(
+    SampleRanges, RefusedColours,
+    testing::Values(
+        Refused{"OfTwo",
+                {},
+                340,
+                row({1, 2}),
+                refusedWith<Tiff::tagValueNotDoublePrecisionScalar>({"SMinSampleValue"})},
+        Refused{"OfNone",
+                {},
+                341,
+                row({}),
+                refusedWith<Tiff::tagValueNotDoublePrecisionScalar>({"SMaxSampleValue"})},
+        Refused{"WithoutFormat", gray(), 340, 1, needs("SampleFormat", "SMinSampleValue")},
+        Refused{"WithoutDepth",
+                {{262, 1}, {339, 1}},
+                341,
+                1,
+                needs("BitsPerSample", "SMaxSampleValue")},
+        Refused{"OneHalfOfOneBit",
+                {{262, 1}, {258, 1}, {339, 1}},
+                340,
+                0.5,
+                refusedWith<Tiff::badSMinMaxValueForBiLevelImage>({"SMinSampleValue"})},
+        Refused{"NanOfOneBit",
+                {{262, 1}, {258, 1}, {339, 1}},
+                341,
+                NAN,
+                refusedWith<Tiff::badSMinMaxValueForBiLevelImage>({"SMaxSampleValue"})},
+        Refused{"MinusFiveOfUnsigned", kUnsigned8, 340, -5, kOutOfBounds},
+        Refused{"Of256", kUnsigned8, 341, 256, kOutOfBounds},
+        Refused{"MinusOneTwoNineOfSigned", kSigned8, 340, -129, kOutOfBounds},
+        Refused{"OfInfinityInSingle", {{262, 1}, {258, 32}, {339, 3}}, 340, HUGE_VAL, kOutOfBounds},
+        Refused{"OfAnotherClass", kUnsigned8, 340, scalar<std::uint8_t>(1),
+                notArray("SMinSampleValue")},
+        Refused{"SixtyFourBitIntegers",
+                {{262, 1}, {258, 64}, {339, 1}},
+                340,
+                1,
+                refusedWith<Tiff::badSampleFormatBitsPerSampleCombination>({1, 64})},
+        Refused{"SixteenBitFloats",
+                {{262, 1}, {258, 16}, {339, 3}},
+                340,
+                "1",
+                refusedWith<Tiff::badSampleFormatBitsPerSampleCombination>({3, 16})}),
+    nameOf<Refused>);
+
+INSTANTIATE_TEST_SUITE_P(
+    Blocks, RefusedColours,
+    testing::Values(Refused{"IccProfileOfDoubles",
+                            {},
+                            34675,
+                            row({1, 2}),
+                            refusedWith<Tiff::badUninterpretedTagType>({"ICC Profile"})},
+                    Refused{"IptcOfText",
+                            {},
+                            33723,
+                            "abc",
+                            refusedWith<Tiff::badUninterpretedTagType>({"RichTIFFIPTC"})},
+                    Refused{"PhotoshopOfInt8",
+                            {},
+                            34377,
+                            zeros(vxINT8, {1, 7}),
+                            refusedWith<Tiff::badUninterpretedTagType>({"Photoshop"})},
+                    Refused{"PhotoshopOf6",
+                            {},
+                            34377,
+                            zeros(vxUINT8, {1, 6}),
+                            refusedWith<Tiff::lengthTooShort>({"Photoshop", 7})}),
+    nameOf<Refused>);
+
+// --- Arrays that are compared element by element
+
+class Colours : public testing::Test {
+ protected:
+  Input create(const TagList& setup) {
+    file_.reset();  // a file that is open is not written anew
+    file_ = std::make_unique<OpenedFile>(folder_ / "new.tif", "w");
+    setFields(*file_, setup);
+    return *file_;
+  }
+  TemporaryFolder folder_;
+  std::unique_ptr<OpenedFile> file_;
+};
+
+TEST_F(Colours, MapElementsAreScaledAndRounded) {
+  const Input file = create(kPalette);
+  std::vector<double> elements(768);
+  elements[0] = 1;
+  elements[1] = 0.5;
+  elements[2] = NAN;
+  elements[256] = 1 / 65535.0;
+  elements[767] = 0.75;
+  call("setField", file, 320, arrayOf<double>({256, 3}, elements));
+  std::uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
+  ASSERT_EQ(TIFFGetField(file_->handle(), TIFFTAG_COLORMAP, &red, &green, &blue), 1);
+  EXPECT_EQ(red[0], 65535);
+  EXPECT_EQ(red[1], 32768);
+  EXPECT_EQ(red[2], 0);
+  EXPECT_EQ(green[0], 1);
+  EXPECT_EQ(blue[255], 49151);  // 49151.25 + 0.5, cut
+}
+
+TEST_F(Colours, MapReadBackAndStoredAgainIsTheSame) {
+  const Input file = create(kPalette);
+  std::vector<double> elements(768);
+  for (std::size_t k = 0; k < elements.size(); ++k)
+    elements[k] = static_cast<double>(k * 85) / 65535.0;
+  call("setField", file, 320, arrayOf<double>({256, 3}, elements));
+  EXPECT_EQ(valueOf(call("getField", file, 320)), aMatrix(256, 3, elements));
+}
+
+std::vector<double> curve(std::size_t count) {
+  std::vector<double> elements(count);
+  for (std::size_t k = 0; k < count; ++k) elements[k] = static_cast<double>(65535 - k);
+  return elements;
+}
+
+TEST_F(Colours, SingleCurveIsTakenAsARowOrAColumn) {
+  for (const Dimensions& shape : {Dimensions{1, 256}, Dimensions{256, 1}}) {
+    const Input file = create(gray());
+    call("setField", file, 301, arrayOf<double>(shape, curve(256)));
+    EXPECT_EQ(valueOf(call("getField", file, 301)), aRow(curve(256)));
+  }
+}
+
+TEST_F(Colours, SingleCurveOfOneBitHasTwoElements) {
+  const Input file = create(kGrayAlone);
+  call("setField", file, 301, row({65535.9, -0.9}));
+  EXPECT_EQ(valueOf(call("getField", file, 301)), aRow({65535, 0}));
+}
+
+TEST_F(Colours, ThreeCurvesAreTheColumns) {
+  const Input file = create(rgb());
+  call("setField", file, 301, arrayOf<double>({256, 3}, curve(768)));
+  std::uint16_t* curves[3] = {};
+  ASSERT_EQ(TIFFGetField(file_->handle(), 301, &curves[0], &curves[1], &curves[2]), 1);
+  EXPECT_EQ(curves[0][0], 65535);
+  EXPECT_EQ(curves[1][0], 65535 - 256);
+  EXPECT_EQ(curves[2][255], 65535 - 767);
+}
+
+TEST_F(Colours, InkNamesAreStoredWithANulEach) {
+  const Input file = create(kTwoInks);
+  call("setField", file, 333, cellOfTexts({"cyan", "magenta"}));
+  const char* names = nullptr;
+  ASSERT_EQ(TIFFGetField(file_->handle(), TIFFTAG_INKNAMES, &names), 1);
+  EXPECT_EQ(std::string(names, 13), std::string("cyan\0magenta\0", 13));
+  EXPECT_EQ(valueOf(call("getField", file, 333)), aCell({aText("cyan"), aText("magenta")}));
+}
+
+TEST_F(Colours, EmptyInkNamesCount) {
+  const Input file = create(kTwoInks);
+  call("setField", file, 333, cellOfTexts({"", "m"}));
+  EXPECT_EQ(valueOf(call("getField", file, 333)), aCell({aText(""), aText("m")}));
+}
+
+TEST_F(Colours, RangeOfAnUnknownFormatIsStoredAsZero) {
+  const Input file = create(gray());
+  ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_VOID), 1);
+  call("setField", file, 341, "7");
+  EXPECT_EQ(numberFrom("getField", file, 341), 0);
+}
+
+TEST_F(Colours, RangeOfAnOddDepthIsRefused) {
+  const Input file = create({{262, 1}, {339, 1}});
+  ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_BITSPERSAMPLE, 12), 1);
+  ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_SAMPLEFORMAT, 2), 1);
+  expectError<Tiff::badSampleFormatBitsPerSampleCombination>(
+      {2, 12}, [&] { call("setField", file, 340, 1); });
+}
+
+}  // namespace
+}  // namespace tb::test
