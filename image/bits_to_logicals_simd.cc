@@ -16,19 +16,25 @@
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
 
-// Writes bit `bit`, counted from the most significant, of `count` bytes.
+// Rows of a panel of bits, and the bytes of each.
+constexpr std::size_t kPanelRows = 256;
+constexpr std::size_t kPanelBytes = 32;
+
+// Spreads `count` bytes: bit b, counted from the most significant, goes to columns[b].
 template <class D>
-HWY_INLINE void SpreadBit(D d, const std::uint8_t* HWY_RESTRICT packed, std::size_t count,
-                          std::size_t bit, std::uint8_t* HWY_RESTRICT logicals) {
+HWY_INLINE void SpreadBytes(D d, const std::uint8_t* HWY_RESTRICT packed, std::size_t count,
+                            std::uint8_t* const* HWY_RESTRICT columns) {
   const std::size_t lanes = hn::Lanes(d);
   if constexpr (hn::MaxLanes(D()) > 1)
-    if (count < lanes) return SpreadBit(hn::Half<D>(), packed, count, bit, logicals);
-  const auto mask = hn::Set(d, static_cast<std::uint8_t>(0x80u >> bit));
+    if (count < lanes) return SpreadBytes(hn::Half<D>(), packed, count, columns);
   const auto one = hn::Set(d, std::uint8_t{1});
   for (std::size_t next = 0; next < count; next += lanes) {
     const std::size_t row = std::min(next, count - lanes);
-    const auto isSet = hn::TestBit(hn::LoadU(d, packed + row), mask);
-    hn::StoreU(hn::IfThenElseZero(isSet, one), d, logicals + row);
+    const auto bytes = hn::LoadU(d, packed + row);
+    for (std::size_t bit = 0; bit < 8; ++bit) {
+      const auto mask = hn::Set(d, static_cast<std::uint8_t>(0x80u >> bit));
+      hn::StoreU(hn::IfThenElseZero(hn::TestBit(bytes, mask), one), d, columns[bit] + row);
+    }
   }
 }
 
@@ -36,19 +42,24 @@ void UnpackBitsToLogicals(const std::uint8_t* block, std::uint8_t* columns,
                           const BlockShape& shape) {
   constexpr hn::CappedTag<std::uint8_t, 32> d;
   const std::size_t bits = shape.columns * shape.samples;
-  const PlaneColumns<std::uint8_t> column{columns, shape.samples, shape.columnStride,
-                                          shape.planeStride};
-  HWY_ALIGN std::uint8_t packed[kPanelLines][kPanelLines];
-  for (std::size_t firstRow = 0; firstRow < shape.rows; firstRow += kPanelLines) {
-    const std::size_t rows = std::min(kPanelLines, shape.rows - firstRow);
-    for (std::size_t firstBit = 0; firstBit < bits; firstBit += 8 * kPanelLines) {
-      const std::size_t panelBits = std::min(8 * kPanelLines, bits - firstBit);
-      const BlockRows<const std::uint8_t> in{block + firstRow * shape.blockStride + firstBit / 8,
-                                             shape.blockStride};
-      TransposeLines<std::uint8_t>(in, rows, BlockRows<std::uint8_t>{packed[0], kPanelLines},
+  const PlaneColumns<std::uint8_t> lines{columns, shape.samples, shape.columnStride,
+                                         shape.planeStride};
+  alignas(kCacheLine) std::uint8_t packed[kPanelBytes][kPanelRows];
+  alignas(kCacheLine) std::uint8_t unused[kPanelRows];
+  std::uint8_t* table[8];
+  for (std::size_t firstRow = 0; firstRow < shape.rows; firstRow += kPanelRows) {
+    const std::size_t rows = std::min(kPanelRows, shape.rows - firstRow);
+    for (std::size_t first = 0; first < bits; first += 8 * kPanelBytes) {
+      const std::size_t panelBits = std::min(8 * kPanelBytes, bits - first);
+      const StridedLines<const std::uint8_t> in{block + firstRow * shape.blockStride + first / 8,
+                                                shape.blockStride};
+      TransposeLines<std::uint8_t>(in, rows, StridedLines<std::uint8_t>{packed[0], kPanelRows},
                                    (panelBits + 7) / 8);
-      for (std::size_t bit = 0; bit < panelBits; ++bit)
-        SpreadBit(d, packed[bit / 8], rows, bit % 8, column(firstBit + bit) + firstRow);
+      for (std::size_t bit = 0; bit < panelBits; bit += 8) {
+        std::fill_n(table, 8, &unused[0]);
+        lines.fill(first + bit, std::min<std::size_t>(8, panelBits - bit), firstRow, table);
+        SpreadBytes(d, packed[bit / 8], rows, table);
+      }
     }
   }
 }

@@ -14,7 +14,13 @@ namespace tb::HWY_NAMESPACE {
 template <class T>
 HWY_INLINE void CopyBlockToColumnsOf(const std::uint8_t* block, std::uint8_t* columns,
                                      const BlockShape& shape) {
-  const BlockRows<const std::uint8_t> rows{block, shape.blockStride};
+  // A row without gaps between its columns is a block of one sample a row for each pixel.
+  if (shape.rows == 1 && shape.columnStride == 1) {
+    const StridedLines<const std::uint8_t> pixels{block, shape.samples * sizeof(T)};
+    const StridedLines<std::uint8_t> planes{columns, shape.planeStride * sizeof(T)};
+    return TransposeLines<T>(pixels, shape.columns, planes, shape.samples);
+  }
+  const StridedLines<const std::uint8_t> rows{block, shape.blockStride};
   const PlaneColumns<std::uint8_t> columnLines{
       columns, shape.samples, shape.columnStride * sizeof(T), shape.planeStride * sizeof(T)};
   TransposeLines<T>(rows, shape.rows, columnLines, shape.columns * shape.samples);

@@ -59,7 +59,7 @@ void JoinPanel(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t
     std::memcpy(line[unitBytes - 2], cb + chroma + unit * shape.chromaColumnStride, panel.rows);
     std::memcpy(line[unitBytes - 1], cr + chroma + unit * shape.chromaColumnStride, panel.rows);
   }
-  TransposeLines<std::uint8_t>(BlockRows<const std::uint8_t>{panelLines.lines[0], kPanelLines},
+  TransposeLines<std::uint8_t>(StridedLines<const std::uint8_t>{panelLines.lines[0], kPanelLines},
                                panel.units * unitBytes, UnitRows(units, shape, panel), panel.rows);
 }
 

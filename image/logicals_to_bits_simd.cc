@@ -50,9 +50,9 @@ void PackLogicalsToBits(const std::uint8_t* columns, std::uint8_t* block, const 
         GatherBits(d, columns + (first + column) * shape.columnStride + firstRow,
                    shape.columnStride, std::min<std::size_t>(8, count - column), rows,
                    packed[column / 8]);
-      const BlockRows<std::uint8_t> out{block + firstRow * shape.blockStride + first / 8,
-                                        shape.blockStride};
-      TransposeLines<std::uint8_t>(BlockRows<const std::uint8_t>{packed[0], kPanelLines},
+      const StridedLines<std::uint8_t> out{block + firstRow * shape.blockStride + first / 8,
+                                           shape.blockStride};
+      TransposeLines<std::uint8_t>(StridedLines<const std::uint8_t>{packed[0], kPanelLines},
                                    (count + 7) / 8, out, rows);
     }
   }

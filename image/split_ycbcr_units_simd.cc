@@ -46,7 +46,7 @@ void SplitPanel(const std::uint8_t* units, std::uint8_t* y, std::uint8_t* cb, st
   UnitLines panelLines;
   alignas(64) std::uint8_t woven[kMaxSubsampling * kPanelLines];
   TransposeLines<std::uint8_t>(UnitRows(units, shape, panel), panel.rows,
-                               BlockRows<std::uint8_t>{panelLines.lines[0], kPanelLines},
+                               StridedLines<std::uint8_t>{panelLines.lines[0], kPanelLines},
                                panel.units * unitBytes);
   for (std::size_t unit = 0; unit < panel.units; ++unit) {
     const auto* line = panelLines.lines + unit * unitBytes;

@@ -37,7 +37,7 @@ struct UnitLines {
 
 // The rows of unit bytes of a panel.
 template <class Byte>
-BlockRows<Byte> UnitRows(Byte* units, const YCbCrShape& shape, const UnitPanel& panel) {
+StridedLines<Byte> UnitRows(Byte* units, const YCbCrShape& shape, const UnitPanel& panel) {
   const std::size_t unitBytes = shape.horizontal * shape.vertical + 2;
   return {units + (panel.firstRow * shape.unitStride + panel.firstUnit) * unitBytes,
           shape.unitStride * unitBytes};

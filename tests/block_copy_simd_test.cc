@@ -14,6 +14,7 @@ namespace {
 
 using test::KernelInput;
 using test::KernelOutput;
+using test::Sizes;
 
 struct Case {
   std::size_t elementSize;
@@ -102,13 +103,13 @@ TEST_P(BlockCopySimd, InterleavedSamplesGoToTheirPlanes) {
   for (const std::size_t elementSize : kElementSizes)
     for (std::size_t samples = 2; samples <= 6; ++samples)
       for (const std::size_t rows : kSizesAroundVectors)
-        for (const std::size_t columns : {1, 2, 3, 5, 6, 8, 11, 16, 21, 22, 33, 64, 67})
+        for (const std::size_t columns : Sizes{1, 2, 3, 5, 6, 8, 11, 16, 21, 22, 33, 64, 67})
           ASSERT_NO_FATAL_FAILURE(expectBothDirections(tight(elementSize, rows, columns, samples)));
 }
 
 TEST_P(BlockCopySimd, PaddingOfBlockAndArrayIsLeftAlone) {
   for (const std::size_t elementSize : kElementSizes)
-    for (const std::size_t samples : {1, 3, 4})
+    for (const std::size_t samples : Sizes{1, 3, 4})
       for (const std::size_t rows : kSizesAroundVectors)
         for (const std::size_t columns : kSizesAroundVectors)
           ASSERT_NO_FATAL_FAILURE(
@@ -117,16 +118,16 @@ TEST_P(BlockCopySimd, PaddingOfBlockAndArrayIsLeftAlone) {
 
 TEST_P(BlockCopySimd, StridesOfWholeCacheWaysAreExact) {
   for (const std::size_t elementSize : kElementSizes)
-    for (const std::size_t samples : {1, 3})
-      for (const std::size_t rows : {1, 2, 16, 64, 65, 130})
-        for (const std::size_t columns : {1, 15, 64, 100, 130})
+    for (const std::size_t samples : Sizes{1, 3})
+      for (const std::size_t rows : Sizes{1, 2, 16, 64, 65, 130})
+        for (const std::size_t columns : Sizes{1, 15, 64, 100, 130})
           ASSERT_NO_FATAL_FAILURE(
               expectBothDirections(conflicting(elementSize, rows, columns, samples)));
 }
 
 TEST_P(BlockCopySimd, WideThinStripsAreExact) {
   for (const std::size_t elementSize : kElementSizes)
-    for (const std::size_t samples : {1, 2, 3, 4, 5})
+    for (const std::size_t samples : Sizes{1, 2, 3, 4, 5})
       for (std::size_t rows = 1; rows <= 17; ++rows) {
         ASSERT_NO_FATAL_FAILURE(expectBothDirections(tight(elementSize, rows, 1031, samples)));
         ASSERT_NO_FATAL_FAILURE(expectBothDirections(clipped(elementSize, rows, 1031, samples)));

@@ -11,6 +11,7 @@ namespace {
 
 using test::KernelInput;
 using test::KernelOutput;
+using test::Sizes;
 
 std::size_t rowBytes(const BlockShape& shape) { return (shape.columns * shape.samples + 7) / 8; }
 std::size_t blockBytes(const BlockShape& shape) {
@@ -95,8 +96,8 @@ TEST_P(LogicalsSimd, BitsOfSeveralSamplesGoToTheirPlanes) {
 
 TEST_P(LogicalsSimd, UnpackingLeavesPaddingAlone) {
   for (const std::size_t rows : kHeights)
-    for (const std::size_t columns : {1, 7, 8, 9, 127, 128, 513, 1031})
-      for (const std::size_t samples : {1, 3})
+    for (const std::size_t columns : Sizes{1, 7, 8, 9, 127, 128, 513, 1031})
+      for (const std::size_t samples : Sizes{1, 3})
         ASSERT_NO_FATAL_FAILURE(expectUnpacked(clipped(rows, columns, samples)));
 }
 
@@ -108,7 +109,7 @@ TEST_P(LogicalsSimd, LogicalsOfEveryHeightAndWidthArePacked) {
 
 TEST_P(LogicalsSimd, PackingLeavesBytesBehindARowAlone) {
   for (const std::size_t rows : kHeights)
-    for (const std::size_t columns : {1, 7, 8, 9, 127, 128, 513, 1031})
+    for (const std::size_t columns : Sizes{1, 7, 8, 9, 127, 128, 513, 1031})
       ASSERT_NO_FATAL_FAILURE(expectPacked(clipped(rows, columns, 1)));
 }
 

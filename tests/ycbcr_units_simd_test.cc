@@ -10,6 +10,7 @@ namespace {
 
 using test::KernelInput;
 using test::KernelOutput;
+using test::Sizes;
 
 std::size_t unitBytes(const YCbCrShape& shape) { return shape.horizontal * shape.vertical + 2; }
 std::size_t unitsBytes(const YCbCrShape& shape) {
@@ -100,9 +101,9 @@ HWY_TARGET_INSTANTIATE_TEST_SUITE_P(YCbCrUnitsSimd);
 TEST_P(YCbCrUnitsSimd, UnitsComeApartUnderEveryClipping) {
   for (const std::size_t horizontal : kFactors)
     for (const std::size_t vertical : kFactors)
-      for (const std::size_t padding : {0, 3})
-        for (const std::size_t rows : {1, 2, 3, 4, 5, 15, 16, 31, 64, 65, 127, 131, 260})
-          for (const std::size_t columns : {1, 2, 3, 4, 5, 15, 16, 33, 70})
+      for (const std::size_t padding : Sizes{0, 3})
+        for (const std::size_t rows : Sizes{1, 2, 3, 4, 5, 15, 16, 31, 64, 65, 127, 131, 260})
+          for (const std::size_t columns : Sizes{1, 2, 3, 4, 5, 15, 16, 33, 70})
             ASSERT_NO_FATAL_FAILURE(
                 expectSplit(covering(rows, columns, horizontal, vertical, padding)));
 }
@@ -117,9 +118,9 @@ TEST_P(YCbCrUnitsSimd, UnitsFarOutsideTheLumaArrayStillYieldChroma) {
 TEST_P(YCbCrUnitsSimd, UnitsArePutTogether) {
   for (const std::size_t horizontal : kFactors)
     for (const std::size_t vertical : kFactors)
-      for (const std::size_t padding : {0, 3})
-        for (const std::size_t unitRows : {1, 2, 3, 8, 15, 16, 17, 31, 33, 64, 65, 70})
-          for (const std::size_t unitColumns : {1, 2, 3, 5, 8, 15, 16, 17, 35})
+      for (const std::size_t padding : Sizes{0, 3})
+        for (const std::size_t unitRows : Sizes{1, 2, 3, 8, 15, 16, 17, 31, 33, 64, 65, 70})
+          for (const std::size_t unitColumns : Sizes{1, 2, 3, 5, 8, 15, 16, 17, 35})
             ASSERT_NO_FATAL_FAILURE(expectJoined(covering(
                 unitRows * vertical, unitColumns * horizontal, horizontal, vertical, padding)));
 }

@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <initializer_list>
 #include <random>
 #include <vector>
 
 namespace tb::test {
+
+using Sizes = std::initializer_list<std::size_t>;
 
 // Bytes that a kernel reads. The vector ends with the last byte that the kernel may touch, so that
 // a sanitizer sees any read behind it, and begins at an odd address.

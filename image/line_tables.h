@@ -1,0 +1,88 @@
+// The lines between which kernels move elements: rows of a block and columns of planes.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace tb {
+
+constexpr std::size_t kCacheLine = 64;
+
+// Lines of a panel, at most, on either side.
+constexpr std::size_t kPanelLines = 64;
+
+using InLines = const std::uint8_t* const*;
+using OutLines = std::uint8_t* const*;
+
+struct Range {
+  std::size_t begin, end;
+};
+
+// A part small enough for tables of its lines: in[i][j] goes to out[j][i].
+struct Panel {
+  InLines in;
+  OutLines out;
+  std::size_t lines = 0;     // of the input
+  std::size_t elements = 0;  // of an input line, so lines of the output
+  bool inJoined = false;     // every line begins where the one before it ends
+  bool outJoined = false;
+  bool conflicting = false;  // lines of one side share few sets of the cache
+};
+
+// Whether lines so many bytes apart, as many as fill a cache line on the other side, find too few
+// places in a first-level cache of eight ways or more and 4 KiB in each.
+constexpr bool isConflictingStride(std::size_t stride, std::size_t elementSize) {
+  return stride % (512 * elementSize) == 0;
+}
+
+// Start of a panel within `count` lines: a last one of fewer than `least` lines begins earlier.
+constexpr std::size_t panelStart(std::size_t start, std::size_t count, std::size_t least) {
+  return count < least ? 0 : std::min(start, count - least);
+}
+
+// Lines that lie `stride` bytes apart: the rows of a row-major block, or the columns of a plane.
+template <class Byte>
+struct StridedLines {
+  Byte* start;
+  std::size_t stride;
+
+  bool isJoined(std::size_t lineBytes) const { return stride == lineBytes; }
+  bool isConflicting(std::size_t elementSize) const {
+    return isConflictingStride(stride, elementSize);
+  }
+  // Fills `table` with the addresses `offset` bytes into `count` lines from `first` on.
+  void fill(std::size_t first, std::size_t count, std::size_t offset, Byte** table) const {
+    Byte* line = start + first * stride + offset;
+    for (std::size_t i = 0; i < count; ++i, line += stride) table[i] = line;
+  }
+};
+
+// The columns of several planes in the order of interleaved samples: the first column of every
+// plane, then the second of every plane. Strides are bytes.
+template <class Byte>
+struct PlaneColumns {
+  Byte* planes;
+  std::size_t samples, columnStride, planeStride;
+
+  bool isJoined(std::size_t lineBytes) const { return samples == 1 && columnStride == lineBytes; }
+  bool isConflicting(std::size_t elementSize) const {
+    return isConflictingStride(columnStride, elementSize);
+  }
+  // Fills `table` with the addresses `offset` bytes into `count` columns from `first` on.
+  void fill(std::size_t first, std::size_t count, std::size_t offset, Byte** table) const {
+    if (samples == 1)
+      return StridedLines<Byte>{planes, columnStride}.fill(first, count, offset, table);
+    Byte* pixel = planes + first / samples * columnStride + offset;
+    std::size_t sample = first % samples;
+    for (std::size_t i = 0; i < count; ++i) {
+      table[i] = pixel + sample * planeStride;
+      if (++sample == samples) {
+        sample = 0;
+        pixel += columnStride;
+      }
+    }
+  }
+};
+
+}  // namespace tb
