@@ -9,6 +9,7 @@
 #include <string>
 
 #include "gateway/errors.h"
+#include "gateway/file_state.h"
 #include "gateway/geo_tags.h"
 #include "host/tiff_utilities.h"
 
@@ -37,11 +38,6 @@ void warnAboutOpenFile(TIFF* tif) noexcept {
     // A host that turns warnings into exceptions must not keep the other files from being closed,
     // and at unload there is nobody left to tell.
   }
-}
-
-void closeFile(TIFF* tif) {
-  dropEmptySubIfd(tif);
-  TIFFClose(tif);
 }
 
 }  // namespace
@@ -87,14 +83,6 @@ void closeRegisteredFile(TIFF* tif) {
 }
 
 bool isReadOnly(TIFF* tif) { return TIFFGetMode(tif) == O_RDONLY; }
-
-void dropEmptySubIfd(TIFF* tif) {
-  std::uint16_t count = 0;
-  std::uint64_t* offsets = nullptr;
-  if (TIFFGetField(tif, TIFFTAG_SUBIFD, &count, &offsets) && count == 0) {
-    (void)TIFFUnsetField(tif, TIFFTAG_SUBIFD);  // it was just seen to be set
-  }
-}
 
 namespace {
 

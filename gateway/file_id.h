@@ -44,11 +44,6 @@ void closeRegisteredFile(TIFF* tif);
 // True when the file is open for reading only.
 bool isReadOnly(TIFF* tif);
 
-// Removes a SubIFD tag (330) of no offsets from the current directory. libtiff stores such a tag
-// but cannot write it, and the whole directory would be lost; to be called before anything that
-// writes.
-void dropEmptySubIfd(TIFF* tif);
-
 }  // namespace tb
 
 // Closes every registered file, in ascending order of address, after the warning closingFileHandle

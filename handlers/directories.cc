@@ -6,6 +6,7 @@
 
 #include "gateway/errors.h"
 #include "gateway/file_id.h"
+#include "gateway/file_state.h"
 #include "gateway/values.h"
 #include "handlers/compression.h"
 #include "handlers/directory_arguments.h"
@@ -124,7 +125,9 @@ void TIFFReadDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inpu
   TIFF* tif = unpackTiffFileId(inputs[0], op);
   // Past the last directory libtiff forgets where the current one stands in the file, and a later
   // rewrite would append a copy of it: so it is not asked.
-  if (TIFFLastDirectory(tif) || !TIFFReadDirectory(tif)) raise<Tiff::unableToReadDir>();
+  if (TIFFLastDirectory(tif)) raise<Tiff::unableToReadDir>();
+  forgetEdits(tif);
+  if (!TIFFReadDirectory(tif)) raise<Tiff::unableToReadDir>();
 }
 
 void TIFFRewriteDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inputs,
@@ -133,6 +136,7 @@ void TIFFRewriteDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* i
   // On a file open for reading libtiff fails, but loses the chain of directories on the way.
   if (isReadOnly(tif)) raise<Tiff::unableToWriteDir>();
   dropEmptySubIfd(tif);
+  forgetEdits(tif);
   if (!TIFFRewriteDirectory(tif)) raise<Tiff::unableToWriteDir>();
 }
 
@@ -140,6 +144,7 @@ void TIFFWriteDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inp
                                 s_tagbridge_op* op) {
   TIFF* tif = unpackTiffFileId(inputs[0], op);
   dropEmptySubIfd(tif);
+  forgetEdits(tif);
   if (!TIFFWriteDirectory(tif)) raise<Tiff::unableToWriteCurrentDir>();
 }
 
@@ -147,6 +152,7 @@ void TIFFSetDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* input
                               s_tagbridge_op* op) {
   TIFF* tif = unpackTiffFileId(inputs[0], op);
   const std::uint32_t number = unpackDirectoryNumber(inputs[1]);
+  forgetEdits(tif);
   if (!TIFFSetDirectory(tif, number)) raise<Tiff::unableToChangeDir>(number + 1U);
   validateCompressionScheme(tif);
 }
@@ -159,6 +165,7 @@ void TIFFSetSubDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* in
 
   if (offsets.empty()) raise<Tiff::noSubDirectories>();
   if (std::ranges::find(offsets, wanted) == offsets.end()) raise<Tiff::noSuchSubDirectory>();
+  forgetEdits(tif);
   if (!TIFFSetSubDirectory(tif, wanted)) raise<Tiff::unableToChangeSubdir>(wanted);
   validateCompressionScheme(tif);
 }

@@ -1,9 +1,11 @@
 // The setField operation: one row for each tag that it accepts or refuses by name.
 
 #include <algorithm>
+#include <optional>
 
 #include "gateway/errors.h"
 #include "gateway/file_id.h"
+#include "gateway/file_state.h"
 #include "tags/colour_setters.h"
 #include "tags/handlers.h"
 #include "tags/ink_setters.h"
@@ -12,6 +14,7 @@
 #include "tags/tag_names.h"
 #include "tags/tag_number.h"
 #include "tags/tag_rows.h"
+#include "tags/tile_layout.h"
 #include "tags/value_setters.h"
 
 namespace tb {
@@ -209,6 +212,23 @@ bool isCodecSetting(std::uint32_t tag) noexcept {
          tag == TIFFTAG_SGILOGDATAFMT;
 }
 
+// Notes an edit of the tile layout, also one that is left behind by a failure.
+class TileLayoutWatch {
+ public:
+  TileLayoutWatch(TIFF* tif, std::uint32_t tag) : tif_(tif) {
+    if (isTileLayoutTag(tag)) before_ = tileLayout(tif);
+  }
+  TileLayoutWatch(const TileLayoutWatch&) = delete;
+  TileLayoutWatch& operator=(const TileLayoutWatch&) = delete;
+  ~TileLayoutWatch() {
+    if (before_ && !(tileLayout(tif_) == *before_)) noteLayoutEdit(tif_);
+  }
+
+ private:
+  TIFF* tif_;
+  std::optional<TileLayout> before_;
+};
+
 }  // namespace
 
 std::span<const WriteRow> writeRows() { return kWriteRows; }
@@ -222,6 +242,8 @@ void TIFFSetField_handler(int, vxArrayPtr*, int, const vxArray* const* inputs, s
 
   const WriteRow* row = findRow(writeRows(), tag);
   if (row == nullptr) raise<Tiff::unrecognizedTagNumber>(tag);
+  noteEdit(tif);
+  const TileLayoutWatch watch(tif, tag);
   if (!row->kind.write(tif, tag, tagName, inputs[2])) raise<Tiff::unableToWriteTag>(tagName);
 }
 
