@@ -19,7 +19,7 @@ std::size_t memoryLimit() noexcept;
 inline constexpr std::size_t kDefaultCacheLimit = std::size_t{256} << 20;
 
 // The most bytes of released blocks that are kept for reuse. Lowering it gives the surplus back at
-// once; 0 keeps nothing. Blocks of up to 512 bytes come from slabs that are never given back and do
+// once; 0 keeps nothing. Blocks of less than 1 KiB come from slabs that are never given back and do
 // not count. Under AddressSanitizer nothing is kept, so that a use after release is found.
 void setCacheLimit(std::size_t bytes);
 std::size_t cacheLimit() noexcept;

@@ -159,10 +159,11 @@ void ZQTIFFcheckErrorAsWarning() {
   tb::runtime::ErrorStack& stack = tb::runtime::stack;
   if (stack.reported == stack.messages.size()) return;
   tb::runtime::mentionDropped();
-  // Reported first, so that the stack counts as empty even when the host's sink throws.
-  std::size_t next = std::exchange(stack.reported, stack.messages.size());
-  for (const std::size_t end = stack.reported; next < end; ++next) {
-    const tb::runtime::Diagnostic& said = stack.messages[next];
+  // Marked and copied first: the host's sink may throw, or call the module again.
+  const std::size_t first = std::exchange(stack.reported, stack.messages.size());
+  const std::vector<tb::runtime::Diagnostic> messages(
+      stack.messages.begin() + static_cast<std::ptrdiff_t>(first), stack.messages.end());
+  for (const tb::runtime::Diagnostic& said : messages) {
     resource_core::BaseMsgID warning("KORVAL:pictoria:tiffutils",
                                      said.warning ? "libtiffWarning" : "libtiffError");
     warning.append(said.module);
