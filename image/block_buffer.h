@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tiffio.h>
+
 #include <cstddef>
 #include <memory>
 #include <span>
@@ -7,6 +9,12 @@
 #include "host/array.h"
 
 namespace tb {
+
+// A block's size as libtiff computes it: 0 stands for "cannot be computed", and so does anything
+// below.
+inline std::size_t blockSize(tmsize_t size) noexcept {
+  return size > 0 ? static_cast<std::size_t>(size) : 0;
+}
 
 // Memory for one encoded or decoded block, released on every exit. It comes from the host, so that
 // its memory limit holds for a block as for an array: std::bad_alloc when exceeded, before any

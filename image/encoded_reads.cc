@@ -8,6 +8,7 @@
 
 #include "gateway/errors.h"
 #include "gateway/file_id.h"
+#include "gateway/file_state.h"
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
 #include "image/handlers.h"
@@ -25,9 +26,6 @@ TiffImageMetaData_ readableImage(const vxArray* fileId) {
   validateReadConfiguration(record);
   return record;
 }
-
-// libtiff's sizes are signed, but never negative: 0 stands for "cannot be computed".
-std::size_t blockSize(tmsize_t size) { return size > 0 ? static_cast<std::size_t>(size) : 0; }
 
 // Whether libtiff may be asked for a block at all: it divides by these numbers.
 bool hasPixels(const TiffImageMetaData_& record) {
@@ -134,7 +132,8 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
 
 DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
   const tmsize_t size = TIFFTileSize(record.tif);
-  if (size <= 0) return {BlockBuffer::zeroed(0)};
+  // The tiles in the file have another size than the directory says by now.
+  if (size <= 0 || isLayoutEdited(record.tif)) return {BlockBuffer::zeroed(blockSize(size))};
   return decodeBlock(record, blockSize(size), [&](std::byte* buffer) {
     return TIFFReadEncodedTile(record.tif, tile, buffer, size);
   });

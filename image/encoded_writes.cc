@@ -1,5 +1,5 @@
 // "writeEncodedStrip" and "writeEncodedTile": arrays are checked against the directory, laid out as
-// one block and encoded by libtiff. The file changes only through that one call.
+// one block and encoded by libtiff.
 #include <algorithm>
 #include <cstdint>
 #include <span>
@@ -8,6 +8,7 @@
 #include "gateway/file_id.h"
 #include "gateway/values.h"
 #include "image/block_buffer.h"
+#include "image/block_write.h"
 #include "image/handlers.h"
 #include "image/write_buffer.h"
 #include "image/write_checks.h"
@@ -26,8 +27,6 @@ TiffImageMetaData_ writableImage(const vxArray* fileId, InputImages images) {
   return record;
 }
 
-std::size_t blockSize(tmsize_t size) { return size > 0 ? static_cast<std::size_t>(size) : 0; }
-
 // How much of a strip's buffer is encoded. JPEG-compressed YCbCr from an array that is smaller than
 // the image is given by the array's bytes, for libtiff refuses a last strip that is too long; in
 // every other case it is the whole buffer.
@@ -45,9 +44,6 @@ std::size_t bytesToEncode(const TiffImageMetaData_& record, const vxArray* image
   return std::min(bufferSize, imageBytes * (1 + 2 / lumaPerUnit));
 }
 
-// What a failed encoder has left in libtiff's output buffer would go to the file when it is closed.
-void discardEncodedBytes(TIFF* tif) { (void)TIFFWriteBufferSetup(tif, nullptr, tmsize_t{-1}); }
-
 }  // namespace
 
 void TIFFWriteEncodedStrip_handler(int, vxArrayPtr*, int inputCount, const vxArray* const* inputs,
@@ -64,8 +60,7 @@ void TIFFWriteEncodedStrip_handler(int, vxArrayPtr*, int inputCount, const vxArr
   fillWriteBuffer(images, buffer.bytes(), record);
   const auto count =
       convertNumber<tmsize_t>(bytesToEncode(record, images[0], buffer.bytes().size()));
-  if (TIFFWriteEncodedStrip(record.tif, strip, buffer.bytes().data(), count) == -1) {
-    discardEncodedBytes(record.tif);
+  if (!BlockWrite(record, strip).write(buffer.bytes(), count)) {
     raise<Tiff::stripWriteFailure>(strip + 1U);
   }
 }
@@ -82,8 +77,8 @@ void TIFFWriteEncodedTile_handler(int, vxArrayPtr*, int inputCount, const vxArra
   BlockBuffer buffer = BlockBuffer::zeroed(blockSize(TIFFTileSize(record.tif)));
   fillWriteBuffer(images, buffer.bytes(), record);
   const auto count = convertNumber<tmsize_t>(buffer.bytes().size());
-  if (TIFFWriteEncodedTile(record.tif, tile, buffer.bytes().data(), count) == -1) {
-    discardEncodedBytes(record.tif);
+  // Of an empty buffer libtiff would take as many bytes as a tile had when it last looked.
+  if (count == 0 || !BlockWrite(record, tile).write(buffer.bytes(), count)) {
     raise<Tiff::tileWritefailure>(tile + 1U);
   }
 }

@@ -11,6 +11,7 @@
 
 #include "gateway/errors.h"
 #include "gateway/file_id.h"
+#include "gateway/file_state.h"
 #include "image/block_buffer.h"
 #include "image/handlers.h"
 #include "image/image_metadata.h"
@@ -29,21 +30,32 @@ TiffImageMetaData_ imageOf(const vxArray* fileId) {
   return record;
 }
 
-// For a JPEG-compressed YCbCr image libtiff switches the codec to RGB and leaves it so; encoded
-// reads would fail from then on.
-class JpegColorModeKeeper {
+// Keeps the JPEG codec at RGB while libtiff reads a JPEG-compressed YCbCr image as RGBA. libtiff
+// switches the codec itself, but does not notice when it may not, as after a write, and would take
+// three bytes a pixel from a buffer of subsampled data; and it leaves the codec switched, so that
+// encoded reads would fail from then on.
+class JpegAsRgb {
  public:
-  explicit JpegColorModeKeeper(const TiffImageMetaData_& record) : record_(record) {}
-  JpegColorModeKeeper(const JpegColorModeKeeper&) = delete;
-  JpegColorModeKeeper& operator=(const JpegColorModeKeeper&) = delete;
-  ~JpegColorModeKeeper() {
-    if (record_.photometric != PHOTOMETRIC_YCBCR || record_.compression != COMPRESSION_JPEG) return;
+  explicit JpegAsRgb(const TiffImageMetaData_& record)
+      : record_(record),
+        switches_(record.photometric == PHOTOMETRIC_YCBCR &&
+                  record.compression == COMPRESSION_JPEG &&
+                  record.planarConfig == PLANARCONFIG_CONTIG &&
+                  record.jpegColorMode != JPEGCOLORMODE_RGB),
+        isReady_(!switches_ ||
+                 TIFFSetField(record.tif, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB) != 0) {}
+  JpegAsRgb(const JpegAsRgb&) = delete;
+  JpegAsRgb& operator=(const JpegAsRgb&) = delete;
+  ~JpegAsRgb() {
     // Nothing to be done about a failure: the mode was valid when it was read.
-    (void)TIFFSetField(record_.tif, TIFFTAG_JPEGCOLORMODE, record_.jpegColorMode);
+    if (switches_) (void)TIFFSetField(record_.tif, TIFFTAG_JPEGCOLORMODE, record_.jpegColorMode);
   }
+  bool isReady() const { return isReady_; }
 
  private:
   const TiffImageMetaData_& record_;
+  bool switches_;
+  bool isReady_;
 };
 
 // Rows that the file does not fill stay 0.
@@ -69,7 +81,7 @@ bool readStrip(const TiffImageMetaData_& record, std::uint32_t row, std::uint32_
 
 bool readTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t y,
               std::uint32_t* raster) {
-  if (record.tileWidth == 0 || record.tileLength == 0) return false;
+  if (record.tileWidth == 0 || record.tileLength == 0 || isLayoutEdited(record.tif)) return false;
   if (x >= record.imageWidth || y >= record.imageLength) return false;
   return TIFFReadRGBATile(record.tif, x, y, raster) != 0;
 }
@@ -126,9 +138,11 @@ void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   if (TIFFIsTiled(record.tif)) raise<Tiff::strippedOperationOnTiledImage>();
   const std::uint32_t row =
       roundDown(unpackRow(inputs[1]), std::min(record.imageLength, record.rowsPerStrip));
-  const JpegColorModeKeeper keeper(record);
+  const JpegAsRgb codec(record);
   vxArrayPtr raster = createRaster(record.imageWidth, record.rowsPerStrip);
-  if (!readStrip(record, row, entriesOf(raster))) raise<Tiff::stripReadErrorRGBA>(row + 1U);
+  if (!codec.isReady() || !readStrip(record, row, entriesOf(raster))) {
+    raise<Tiff::stripReadErrorRGBA>(row + 1U);
+  }
   storeOutput(outputCount, outputs, 0, std::move(raster));
 }
 
@@ -140,9 +154,11 @@ void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
   std::uint32_t y = unpackRow(inputs[2]);
   x = roundDown(x, record.tileWidth);
   y = roundDown(y, record.tileLength);
-  const JpegColorModeKeeper keeper(record);
+  const JpegAsRgb codec(record);
   vxArrayPtr raster = createRaster(record.tileWidth, record.tileLength);
-  if (!readTile(record, x, y, entriesOf(raster))) raise<Tiff::tileReadErrorRGBA>(y + 1U, x + 1U);
+  if (!codec.isReady() || !readTile(record, x, y, entriesOf(raster))) {
+    raise<Tiff::tileReadErrorRGBA>(y + 1U, x + 1U);
+  }
   storeOutput(outputCount, outputs, 0, std::move(raster));
 }
 
@@ -150,8 +166,8 @@ void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
                                const vxArray* const* inputs, s_tagbridge_op*) {
   const TiffImageMetaData_ record = imageOf(inputs[0]);
   vxArrayPtr raster = createRaster(record.imageWidth, record.imageLength);
-  const JpegColorModeKeeper keeper(record);
-  const bool complete = record.imageWidth != 0 && record.imageLength != 0 &&
+  const JpegAsRgb codec(record);
+  const bool complete = codec.isReady() && record.imageWidth != 0 && record.imageLength != 0 &&
                         (TIFFIsTiled(record.tif) ? readTiledImage(record, entriesOf(raster))
                                                  : readStrippedImage(record, entriesOf(raster)));
   if (!complete) raise<Tiff::imageReadErrorRGBA>();
