@@ -103,16 +103,18 @@ template <class Decode>
 DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, const Decode& decode) {
   const bool isCopied = record.compression == COMPRESSION_NONE;
   DecodedBlock block{isCopied ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size)};
-  const std::span<std::byte> bytes = block.buffer.bytes();
-  const tmsize_t count = decode(bytes.data());
+  const tmsize_t count = decode(block.buffer.bytes().data());
   block.failed = count < 0;
   if (isCopied && block.failed) {
+    // New memory and not the old one filled: a tiny file can announce gigabytes, which then are
+    // never touched.
+    block.buffer = BlockBuffer::zeroed(size);
     const QuietErrors quiet;
-    std::ranges::fill(bytes, std::byte{0});
-    (void)decode(bytes.data());  // fails again
+    (void)decode(block.buffer.bytes().data());  // fails again
   } else if (isCopied) {
     // The last strip may be shorter than the others.
-    std::ranges::fill(bytes.subspan(std::min(static_cast<std::size_t>(count), size)), std::byte{0});
+    const std::size_t filled = std::min(static_cast<std::size_t>(count), size);
+    std::ranges::fill(block.buffer.bytes().subspan(filled), std::byte{0});
   }
   return block;
 }
