@@ -12,10 +12,10 @@
 #include <cstring>
 #include <functional>
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "bench/page_buffer.h"
 #include "image/bits_to_logicals.h"
 #include "image/block_to_columns.h"
 #include "image/columns_to_block.h"
@@ -27,23 +27,7 @@ namespace {
 
 using Sizes = std::initializer_list<std::size_t>;
 
-// Memory that starts at a cache line but not at a page: a copy between two equal offsets in their
-// pages is not what either side meets in practice, and is slower on some processors.
-class Buffer {
- public:
-  explicit Buffer(std::size_t size) : bytes_(size + kPage + kOffset, std::byte{1}) {
-    void* start = bytes_.data();
-    std::size_t space = bytes_.size();
-    data_ = static_cast<std::byte*>(std::align(kPage, size, start, space)) + kOffset;
-  }
-  std::byte* data() const { return data_; }
-
- private:
-  static constexpr std::size_t kPage = 4096, kOffset = 1024;
-  std::vector<std::byte> bytes_;
-  std::byte* data_;
-};
-
+using Buffer = bench::PageBuffer;
 using Clock = std::chrono::steady_clock;
 
 // Seconds of the fastest of several batches of `calls` calls.

@@ -1,0 +1,82 @@
+"""What the Python parts of the benchmarks share: timing in turn, images, results as JSON lines."""
+
+from __future__ import annotations
+
+import contextlib
+import json
+import os
+import subprocess
+import time
+from collections.abc import Callable, Iterator
+from typing import Any, NamedTuple
+
+
+class Effort(NamedTuple):
+    """How long a comparison goes on; the C++ programs have the same names."""
+
+    least_turns: int
+    seconds: float
+    seconds_of_turn: float
+
+
+EFFORTS = {
+    "smoke": Effort(1, 0.0, 0.0),
+    "quick": Effort(3, 0.15, 0.002),
+    "full": Effort(5, 0.6, 0.005),
+    "large": Effort(5, 0.6, 0.005),
+}
+
+
+class Image(NamedTuple):
+    """An image as `make_image` takes it."""
+
+    samples: str
+    compression: str
+    blocks: str
+    block_length: int
+    width: int = 4096
+    length: int = 4096
+
+
+@contextlib.contextmanager
+def image_file(program: str, folder: str, image: Image) -> Iterator[str]:
+    """Makes the image's file with the program `make_image`, for the body of a with statement."""
+    command = [program, folder, *map(str, image)]
+    path = subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
+    try:
+        yield path
+    finally:
+        os.remove(path)
+
+
+def compare(effort: Effort, *contenders: Callable[[int], object]) -> list[float]:
+    """Returns for each contender the seconds that a call takes in its fastest turn.
+
+    A contender is a function that makes the given number of calls. Processor time counts, so that
+    other processes do not.
+    """
+    calls = [_calls_of_turn(contender, effort.seconds_of_turn) for contender in contenders]
+    fastest = [float("inf")] * len(contenders)
+    turns, start = 0, time.process_time()
+    while turns < effort.least_turns or time.process_time() - start < effort.seconds:
+        turns += 1
+        for index, contender in enumerate(contenders):
+            fastest[index] = min(fastest[index], _seconds(contender, calls[index]))
+    return fastest
+
+
+def report(table: str, **values: Any) -> None:
+    """Prints a result for `run.py`."""
+    print(json.dumps({"table": table, **values}), flush=True)
+
+
+def _seconds(contender: Callable[[int], object], calls: int) -> float:
+    start = time.process_time()
+    contender(calls)
+    return (time.process_time() - start) / calls
+
+
+def _calls_of_turn(contender: Callable[[int], object], seconds: float) -> int:
+    contender(1)
+    once = max(_seconds(contender, 1), 1e-8)
+    return max(1, int(seconds / once))

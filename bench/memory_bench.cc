@@ -1,0 +1,137 @@
+// What a read costs in memory, and how its time grows with the image: page faults of a call, the
+// peak of the process above what it held before, time per pixel.
+#include <sys/resource.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "bench/image_files.h"
+#include "bench/main.h"
+#include "bench/module_calls.h"
+#include "bench/report.h"
+#include "bench/timing.h"
+#include "runtime/memory.h"
+
+namespace tb::bench {
+namespace {
+
+// --- Page faults
+
+long faults() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_minflt;
+}
+
+// Reads every block of the image a few times. The first turn does not count: that one maps the
+// file and fills the cache of released memory.
+void measureReadFaults(Session& session, const ImageSpec& spec) {
+  const TemporaryImage image(session.folder, spec);
+  const ModuleFile file(session.module, image.path(), "r");
+  Operation read(file, spec.tiled ? "readEncodedTile" : "readEncodedStrip");
+  const std::uint32_t count = blockCount(openTiff(image.path(), "r").get());
+  const auto readAll = [&] {
+    for (std::uint32_t block = 0; block < count; ++block) read(block);
+  };
+  readAll();
+  constexpr int kTurns = 10;
+  const long before = faults();
+  for (int turn = 0; turn < kTurns; ++turn) readAll();
+  report("page faults", spec, static_cast<double>(faults() - before) / kTurns / count);
+}
+
+void measureWriteFaults(Session& session, const ImageSpec& spec) {
+  const TemporaryImage source(session.folder, spec);
+  const TemporaryImage target(session.folder / "written.tif", makeEmptyImage, spec);
+  const ModuleFile from(session.module, source.path(), "r"),
+      to(session.module, target.path(), "r+");
+  Operation read(from, "readEncodedStrip"), write(to, "writeEncodedStrip", 0);
+  read(0);
+  const vxArrayPtr block = read.takeResult();
+  write(0, block.get());
+  constexpr int kTurns = 20;
+  const long before = faults();
+  for (int turn = 0; turn < kTurns; ++turn) write(0, block.get());
+  report("page faults of writes", spec, static_cast<double>(faults() - before) / kTurns);
+}
+
+void measureFaults(Session& session) {
+  for (const std::uint32_t rows : {16U, 64U, 256U, 1024U, 4096U}) {
+    const ImageSpec strips = session.fit({"u8", "none", false, rows, 4096, 2 * rows});
+    measureReadFaults(session, strips);
+    measureWriteFaults(session, strips);
+  }
+  measureReadFaults(session, session.fit({"rgb", "none", false, 1024, 4096, 4096}));
+  measureReadFaults(session, session.fit({"f64", "none", true, 1024, 4096, 4096}));
+  measureReadFaults(session, session.fit({"rgb", "lzw", true, 512, 2048, 2048}));
+}
+
+// --- Peak memory
+
+// A line of the process's status, in bytes.
+double statusBytes(const std::string& key) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(key + ":")) return 1024 * std::stod(line.substr(key.size() + 1));
+  }
+  throw std::runtime_error("the system does not tell " + key);
+}
+
+void resetPeak() {
+  std::ofstream("/proc/self/clear_refs") << "5";  // the kernel's command for the resident peak
+}
+
+// The peak while one block is read, above what the process held with the file open, as a multiple
+// of the block's buffer and the resulting array. The file is compressed: pages of a mapped file
+// count as memory of the process, and here they are few.
+void measurePeak(Session& session, const ImageSpec& spec) {
+  const TemporaryImage image(session.folder, spec);
+  const ModuleFile file(session.module, image.path(), "r");
+  Operation read(file, "readEncodedStrip");
+  const std::size_t blockBytes = blockSize(openTiff(image.path(), "r").get());
+  runtime::releaseCachedMemory();
+  resetPeak();
+  const double before = statusBytes("VmRSS");
+  read(0);
+  const vxArrayPtr array = read.takeResult();
+  const double peak = statusBytes("VmHWM") - before;
+  const double needed = static_cast<double>(blockBytes + vxGetNumberOfElements(array.get()) *
+                                                             vxGetElementSize(array.get()));
+  report("peak memory", spec, peak / needed);
+}
+
+// --- Time and size
+
+void measureGrowth(Session& session, std::uint32_t side) {
+  const ImageSpec spec{"u8", "none", true, 256, side, side};
+  const TemporaryImage image(session.folder, spec);
+  const ModuleFile file(session.module, image.path(), "r");
+  Operation read(file, "readEncodedTile");
+  const TiffHandle floor = openTiff(image.path(), "r");
+  const std::uint32_t count = blockCount(floor.get());
+  std::vector<std::byte> buffer(blockSize(floor.get()));
+  const Comparison times = compare(
+      session.effort,
+      [&] {
+        for (std::uint32_t block = 0; block < count; ++block) read(block);
+      },
+      [&] {
+        for (std::uint32_t block = 0; block < count; ++block) {
+          readBlock(floor.get(), block, buffer);
+        }
+      });
+  report("growth", spec, times.ours);
+}
+
+}  // namespace
+
+void run(Session& session) {
+  measureFaults(session);
+  measurePeak(session, session.fit({"u8", "deflate", false, 4096, 4096, 8192}));
+  measurePeak(session, session.fit({"rgb", "deflate", false, 2048, 4096, 4096}));
+  const std::uint32_t largest = session.small ? 1024 : session.large ? 32768 : 8192;
+  for (std::uint32_t side = 1024; side <= largest; side *= 2) measureGrowth(session, side);
+}
+
+}  // namespace tb::bench
