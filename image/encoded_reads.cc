@@ -37,17 +37,15 @@ bool isAllZero(std::span<const std::byte> bytes) {
                            std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
+// A block and how much of it there is to copy; what follows is padding or was never filled.
 struct DecodedBlock {
   BlockBuffer buffer;
-  bool failed = false;
+  std::size_t size;
 
-  // Empty when a failed decoder delivered nothing: a small file can announce a block of gigabytes,
-  // and its zeros need no copying.
-  std::span<const std::byte> delivered() const {
-    const std::span<const std::byte> bytes = buffer.bytes();
-    return failed && isAllZero(bytes) ? std::span<const std::byte>() : bytes;
-  }
+  std::span<const std::byte> delivered() const { return buffer.bytes().first(size); }
 };
+
+DecodedBlock emptyBlock() { return {BlockBuffer::zeroed(0), 0}; }
 
 vxArrayPtr createImage(vxClassID classId, BlockExtent extent, const TiffImageMetaData_& record,
                        bool covered) {
@@ -102,26 +100,26 @@ class QuietErrors {
 template <class Decode>
 DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, const Decode& decode) {
   const bool isCopied = record.compression == COMPRESSION_NONE;
-  DecodedBlock block{isCopied ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size)};
-  const tmsize_t count = decode(block.buffer.bytes().data());
-  block.failed = count < 0;
-  if (isCopied && block.failed) {
+  BlockBuffer buffer = isCopied ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size);
+  const tmsize_t count = decode(buffer.bytes().data());
+  if (count >= 0) {
+    // The last strip may be shorter than the others, and then ends where libtiff ended.
+    return {std::move(buffer), isCopied ? std::min(static_cast<std::size_t>(count), size) : size};
+  }
+  if (isCopied) {
     // New memory and not the old one filled: a tiny file can announce gigabytes, which then are
     // never touched.
-    block.buffer = BlockBuffer::zeroed(size);
+    buffer = BlockBuffer::zeroed(size);
     const QuietErrors quiet;
-    (void)decode(block.buffer.bytes().data());  // fails again
-  } else if (isCopied) {
-    // The last strip may be shorter than the others.
-    const std::size_t filled = std::min(static_cast<std::size_t>(count), size);
-    std::ranges::fill(block.buffer.bytes().subspan(filled), std::byte{0});
+    (void)decode(buffer.bytes().data());  // fails again
   }
-  return block;
+  const bool nothingCame = isAllZero(buffer.bytes());
+  return {std::move(buffer), nothingCame ? 0 : size};
 }
 
 DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) {
   const std::size_t size = blockSize(TIFFStripSize(record.tif));
-  if (!hasPixels(record) || size == 0) return {BlockBuffer::zeroed(size)};
+  if (!hasPixels(record) || size == 0) return emptyBlock();
   return decodeBlock(record, size, [&](std::byte* buffer) {
     // -1 asks for the whole strip.
     const tmsize_t count = TIFFReadEncodedStrip(record.tif, strip, buffer, tmsize_t{-1});
@@ -135,7 +133,7 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
 DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
   const tmsize_t size = TIFFTileSize(record.tif);
   // The tiles in the file have another size than the directory says by now.
-  if (size <= 0 || isLayoutEdited(record.tif)) return {BlockBuffer::zeroed(blockSize(size))};
+  if (size <= 0 || isLayoutEdited(record.tif)) return emptyBlock();
   return decodeBlock(record, blockSize(size), [&](std::byte* buffer) {
     return TIFFReadEncodedTile(record.tif, tile, buffer, size);
   });

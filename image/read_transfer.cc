@@ -75,8 +75,7 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
 
 bool coversExtent(std::span<const std::byte> block, BlockExtent extent,
                   const TiffImageMetaData_& record) {
-  return extent.columns <= record.blockWidth && extent.rows <= record.blockLength &&
-         completeRows(block, record) == record.blockLength;
+  return extent.columns <= record.blockWidth && extent.rows <= completeRows(block, record);
 }
 
 void transferBlockToVx(std::span<const std::byte> block, vxArray& array,
@@ -84,10 +83,10 @@ void transferBlockToVx(std::span<const std::byte> block, vxArray& array,
   const std::uint16_t bits = record.bitsPerSample;
   if (bits != 8 && bits != 16 && bits != 32 && bits != 64)
     raise<Tiff::unhandledBitsPerSample>(bits);
+  const Matrix matrix = matrixOf(array);
   const std::size_t rows = completeRows(block, record);
-  if (record.samplesPerBlock == 1 || rows == record.blockLength) {
-    copyBlockToColumns(block.data(), dataOf(array), bits / 8U,
-                       blockShape(matrixOf(array), rows, record));
+  if (record.samplesPerBlock == 1 || rows >= matrix.rows) {
+    copyBlockToColumns(block.data(), dataOf(array), bits / 8U, blockShape(matrix, rows, record));
   } else {
     transferPartialBlock(block, array, record);
   }
