@@ -26,6 +26,10 @@ using testing::Each;
 
 class WriteHazards : public testing::Test {
  protected:
+  // Spelled out here: within a template, clang 14 takes Arguments{1} for a vector of one default
+  // argument.
+  static inline const Arguments kBlockOne = {1};
+
   // Writes and accepts that libtiff refuses the block, with the block's own error.
   template <class Failure>
   static void writeOrFail(const char* operation, const Input& file,
@@ -35,7 +39,7 @@ class WriteHazards : public testing::Test {
     try {
       callGateway(0, inputs);
     } catch (const foundation::core::except::Exception<Failure, std::exception>&) {
-      EXPECT_EQ(reportedErrors().front().arguments, Arguments{1});
+      EXPECT_EQ(reportedErrors().front().arguments, kBlockOne);
     }
   }
   static void writeStripOrFail(const Input& file, const std::vector<const vxArrayPtr*>& images) {
