@@ -3,6 +3,7 @@
 
 #include <boost/numeric/conversion/cast.hpp>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -35,12 +36,19 @@ T convertNumber(double value) {
   return boost::numeric_cast<T>(value);
 }
 
+// The elements of an array as bytes, in storage order.
+inline const std::byte* dataOf(const vxArray* array) noexcept {
+  return static_cast<const std::byte*>(vxGetData(array));
+}
+inline std::byte* writableDataOf(vxArray* array) noexcept {
+  return static_cast<std::byte*>(vxGetWritableData(array));
+}
+
 // Element `index` (0 or 1) of an argument, whose class is not looked at: the bytes are taken as a
 // double. The host promises 16 readable bytes behind every array.
 inline double numberAt(const vxArray* argument, std::size_t index) noexcept {
   double value = 0;
-  std::memcpy(&value, static_cast<const char*>(vxGetData(argument)) + index * sizeof value,
-              sizeof value);
+  std::memcpy(&value, dataOf(argument) + index * sizeof value, sizeof value);
   return value;
 }
 

@@ -19,12 +19,6 @@ namespace {
 // libtiff counts from 0, the host from 1; 2^32 - 1 wraps to 0.
 vxArrayPtr oneBased(std::uint32_t number) { return doubleScalar(number + 1U); }
 
-TiffImageMetaData_ imageMetadata(TIFF* tif) {
-  TiffImageMetaData_ record;
-  retrieveImageMetadata(tif, &record);
-  return record;
-}
-
 std::uint16_t unpackSample(int inputCount, const vxArray* const* inputs,
                            const TiffImageMetaData_& record) {
   return unpack_tsample_t(inputCount, inputCount > 2 ? inputs[2] : nullptr, record);

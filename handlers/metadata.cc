@@ -67,9 +67,7 @@ vxArrayPtr metadataStructure(const Record& record) {
 
 void retrieveMetadata_handler(int outputCount, vxArrayPtr* outputs, int,
                               const vxArray* const* inputs, s_tagbridge_op* op) {
-  TIFF* tif = unpackTiffFileId(inputs[0], op);
-  Record record;
-  retrieveImageMetadata(tif, &record);
+  const Record record = imageMetadata(unpackTiffFileId(inputs[0], op));
   storeOutput(outputCount, outputs, 0, metadataStructure(record));
 }
 

@@ -4,16 +4,10 @@
 
 #include <algorithm>
 
+#include "image/unsigned_arithmetic.h"
+
 namespace tb {
 namespace {
-
-constexpr std::uint32_t quotient(std::uint32_t dividend, std::uint32_t divisor) noexcept {
-  return divisor == 0 ? 0 : dividend / divisor;
-}
-
-constexpr std::uint32_t remainder(std::uint32_t dividend, std::uint32_t divisor) noexcept {
-  return divisor == 0 ? 0 : dividend % divisor;
-}
 
 // True when `block` is the last of its group of `count` consecutive blocks.
 constexpr bool endsGroup(std::uint32_t block, std::uint32_t count) noexcept {

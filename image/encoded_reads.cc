@@ -20,9 +20,7 @@ namespace tb {
 namespace {
 
 TiffImageMetaData_ readableImage(const vxArray* fileId) {
-  TIFF* tif = unpackTiffFileId(fileId);
-  TiffImageMetaData_ record;
-  retrieveImageMetadata(tif, &record);
+  const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(fileId));
   validateReadConfiguration(record);
   return record;
 }

@@ -21,8 +21,7 @@ InputImages imagesAfterNumber(int inputCount, const vxArray* const* inputs) {
 }
 
 TiffImageMetaData_ writableImage(const vxArray* fileId, InputImages images) {
-  TiffImageMetaData_ record;
-  retrieveImageMetadata(unpackTiffFileId(fileId), &record);
+  const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(fileId));
   validateWriteConfiguration(record, images);
   return record;
 }

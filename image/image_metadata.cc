@@ -100,6 +100,12 @@ void retrieveImageMetadata(TIFF* tif, TiffImageMetaData_* record) {
   record->mode = TIFFGetMode(tif);
 }
 
+TiffImageMetaData_ imageMetadata(TIFF* tif) {
+  TiffImageMetaData_ record;
+  retrieveImageMetadata(tif, &record);
+  return record;
+}
+
 vxClassID determineClassId(const TiffImageMetaData_& record) {
   const std::uint16_t format = record.sampleFormat;
   const std::uint16_t bits = record.bitsPerSample;

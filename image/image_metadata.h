@@ -43,6 +43,9 @@ struct TiffImageMetaData_ {
 // missing.
 void retrieveImageMetadata(TIFF* tif, TiffImageMetaData_* record);
 
+// The same as a value.
+TiffImageMetaData_ imageMetadata(TIFF* tif);
+
 // The host class of one sample. One bit is logical whatever the sample format, void samples are
 // unsigned; there are no 64-bit integers.
 // Raises complexSampleFormat; badSampleFormatBitsPerSampleCombination(sampleFormat, bitsPerSample);

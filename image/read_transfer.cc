@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "gateway/errors.h"
+#include "gateway/values.h"
 #include "image/bits_to_logicals.h"
 #include "image/block_to_columns.h"
 
@@ -20,8 +21,6 @@ Matrix matrixOf(const vxArray& array) {
   const std::size_t* dimensions = vxGetDimensions(&array);
   return {dimensions[0], dimensions[1]};
 }
-
-std::byte* dataOf(vxArray& array) { return static_cast<std::byte*>(vxGetWritableData(&array)); }
 
 std::size_t bitsPerBlockRow(const TiffImageMetaData_& record) {
   return std::size_t{record.blockWidth} * record.samplesPerBlock * record.bitsPerSample;
@@ -57,7 +56,7 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
   const std::size_t pixelSize = elementSize * record.samplesPerBlock;
   if (pixelSize == 0 || record.blockLength == 0) return;
   const std::size_t pixelCount = block.size() / pixelSize;
-  std::byte* data = dataOf(array);
+  std::byte* data = writableDataOf(&array);
   for (std::size_t pixel = 0; pixel < pixelCount; ++pixel) {
     const std::size_t row = pixel % record.blockLength;
     const std::size_t column = pixel / record.blockLength;
@@ -86,7 +85,8 @@ void transferBlockToVx(std::span<const std::byte> block, vxArray& array,
   const Matrix matrix = matrixOf(array);
   const std::size_t rows = completeRows(block, record);
   if (record.samplesPerBlock == 1 || rows >= matrix.rows) {
-    copyBlockToColumns(block.data(), dataOf(array), bits / 8U, blockShape(matrix, rows, record));
+    copyBlockToColumns(block.data(), writableDataOf(&array), bits / 8U,
+                       blockShape(matrix, rows, record));
   } else {
     transferPartialBlock(block, array, record);
   }
@@ -94,7 +94,7 @@ void transferBlockToVx(std::span<const std::byte> block, vxArray& array,
 
 void transferLogicalBlockToVx(std::span<const std::byte> block, vxArray& array,
                               const TiffImageMetaData_& record) {
-  unpackBitsToLogicals(block.data(), dataOf(array),
+  unpackBitsToLogicals(block.data(), writableDataOf(&array),
                        blockShape(matrixOf(array), completeRows(block, record), record));
 }
 

@@ -24,12 +24,6 @@ static_assert(std::endian::native == std::endian::little,
 
 constexpr std::size_t kEntrySize = 4;
 
-TiffImageMetaData_ imageOf(const vxArray* fileId) {
-  TiffImageMetaData_ record;
-  retrieveImageMetadata(unpackTiffFileId(fileId), &record);
-  return record;
-}
-
 // Keeps the JPEG codec at RGB while libtiff reads a JPEG-compressed YCbCr image as RGBA. libtiff
 // switches the codec itself, but does not notice when it may not, as after a write, and would take
 // three bytes a pixel from a buffer of subsampled data; and it leaves the codec switched, so that
@@ -134,7 +128,7 @@ bool readTiledImage(const TiffImageMetaData_& record, std::uint32_t* image) {
 
 void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
                                const vxArray* const* inputs, s_tagbridge_op*) {
-  const TiffImageMetaData_ record = imageOf(inputs[0]);
+  const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(inputs[0]));
   if (TIFFIsTiled(record.tif)) raise<Tiff::strippedOperationOnTiledImage>();
   const std::uint32_t row =
       roundDown(unpackRow(inputs[1]), std::min(record.imageLength, record.rowsPerStrip));
@@ -148,7 +142,7 @@ void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
 
 void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
                               const vxArray* const* inputs, s_tagbridge_op*) {
-  const TiffImageMetaData_ record = imageOf(inputs[0]);
+  const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(inputs[0]));
   if (!TIFFIsTiled(record.tif)) raise<Tiff::tiledOperationOnStrippedImage>();
   std::uint32_t x = unpackRow(inputs[1]);
   std::uint32_t y = unpackRow(inputs[2]);
@@ -164,7 +158,7 @@ void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
 
 void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
                                const vxArray* const* inputs, s_tagbridge_op*) {
-  const TiffImageMetaData_ record = imageOf(inputs[0]);
+  const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(inputs[0]));
   vxArrayPtr raster = createRaster(record.imageWidth, record.imageLength);
   const JpegAsRgb codec(record);
   const bool complete = codec.isReady() && record.imageWidth != 0 && record.imageLength != 0 &&

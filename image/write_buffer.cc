@@ -4,15 +4,12 @@
 #include <cstdint>
 
 #include "gateway/errors.h"
+#include "gateway/values.h"
 #include "image/columns_to_block.h"
 #include "image/logicals_to_bits.h"
 
 namespace tb {
 namespace {
-
-const std::byte* dataOf(const vxArray* array) {
-  return static_cast<const std::byte*>(vxGetData(array));
-}
 
 struct ClipWarnings {
   Warning length;

@@ -18,8 +18,10 @@ namespace tb {
 void fillWriteBuffer(InputImages images, std::span<std::byte> buffer,
                      const TiffImageMetaData_& record);
 
-// The three ways of laying out the first `rows` x `columns` elements. Interleaves the planes of the
-// third dimension pixel by pixel:
+// The three ways of laying out the first `rows` x `columns` elements.
+
+// Interleaves the planes of the third dimension pixel by pixel.
+// Raises unhandledBitsPerSample(bitsPerSample) unless samples have 8, 16, 32 or 64 bits.
 void fillWriteBufferNotLogical(const vxArray* image, std::span<std::byte> buffer,
                                const TiffImageMetaData_& record, std::size_t rows,
                                std::size_t columns);

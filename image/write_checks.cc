@@ -5,6 +5,7 @@
 #include <initializer_list>
 
 #include "gateway/errors.h"
+#include "image/unsigned_arithmetic.h"
 
 namespace tb {
 namespace {
@@ -139,7 +140,7 @@ void checkChromaSize(const TiffImageMetaData_& record, InputImages images) {
   const MatrixSize cr = sizeOf(images[2]);
   // No chroma size fits a factor of 0.
   const bool fits = h != 0 && v != 0 && cb == cr &&
-                    cb == MatrixSize{(y.rows + v - 1) / v, (y.columns + h - 1) / h};
+                    cb == MatrixSize{quotientUp(y.rows, v), quotientUp(y.columns, h)};
   if (!fits) {
     raise<Tiff::badYCbCrDimensions>(y.rows, y.columns, cb.rows, cb.columns, cr.rows, cr.columns, h,
                                     v);
@@ -162,10 +163,6 @@ vxClassID validateYCbCrImages(const TiffImageMetaData_& record, InputImages imag
   if (record.planarConfig == PLANARCONFIG_SEPARATE) raise<Tiff::unsupportedYCbCrConfiguration>();
   checkChromaSize(record, images);
   return classId;
-}
-
-constexpr std::uint32_t remainder(std::uint32_t dividend, std::uint32_t divisor) noexcept {
-  return divisor == 0 ? 0 : dividend % divisor;
 }
 
 }  // namespace

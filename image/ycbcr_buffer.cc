@@ -4,15 +4,13 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "gateway/values.h"
+#include "image/unsigned_arithmetic.h"
 #include "image/write_buffer.h"
 #include "image/ycbcr_units.h"
 
 namespace tb {
 namespace {
-
-const std::byte* dataOf(const vxArray* array) {
-  return static_cast<const std::byte*>(vxGetData(array));
-}
 
 struct UnitWriter {
   const std::byte* y;
@@ -98,8 +96,8 @@ std::size_t insideRows(const UnitWriter& writer, std::size_t unitRows, std::size
 void fillWriteBufferYCbCr(InputImages images, std::span<std::byte> buffer,
                           const TiffImageMetaData_& record, std::size_t rows, std::size_t columns) {
   const UnitWriter writer = unitWriter(images, buffer, record);
-  const std::size_t unitRows = (rows + writer.vertical - 1) / writer.vertical;
-  const std::size_t unitColumns = (columns + writer.horizontal - 1) / writer.horizontal;
+  const std::size_t unitRows = quotientUp(rows, writer.vertical);
+  const std::size_t unitColumns = quotientUp(columns, writer.horizontal);
   const std::size_t insideColumns = std::min(unitColumns, writer.lumaColumns / writer.horizontal);
   // With an odd width the last unit of a row lies where the next row begins, and the next row
   // stays: rows are then written one by one, in order.

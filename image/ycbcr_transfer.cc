@@ -6,14 +6,12 @@
 #include <utility>
 
 #include "gateway/errors.h"
+#include "gateway/values.h"
+#include "image/unsigned_arithmetic.h"
 #include "image/ycbcr_units.h"
 
 namespace tb {
 namespace {
-
-constexpr std::size_t quotientUp(std::size_t dividend, std::size_t divisor) noexcept {
-  return (dividend + divisor - 1) / divisor;
-}
 
 // How the units of a block lie in it and how many it holds, all counted in 64 bits: the factors
 // are 16-bit numbers from the file.
@@ -70,18 +68,15 @@ Planes createPlanes(BlockExtent extent, const UnitLayout& layout, vxClassID clas
   return planes;
 }
 
-std::byte* dataOf(const vxArrayPtr& array) {
-  return static_cast<std::byte*>(vxGetWritableData(array.get()));
-}
-
 // Splits `unitRows` rows of `unitColumns` units each, from unit row `firstUnitRow` on.
 void splitUnitRows(std::span<const std::byte> block, const Planes& planes, const UnitLayout& layout,
                    std::size_t firstUnitRow, std::size_t unitRows, std::size_t unitColumns) {
   if (unitRows == 0 || unitColumns == 0) return;
   const std::size_t firstLumaRow = firstUnitRow * layout.vertical;
   const std::byte* units = block.data() + firstUnitRow * layout.unitsPerRow * layout.unitSize;
-  splitYCbCrUnits(units, dataOf(planes.y) + firstLumaRow, dataOf(planes.cb) + firstUnitRow,
-                  dataOf(planes.cr) + firstUnitRow,
+  splitYCbCrUnits(units, writableDataOf(planes.y.get()) + firstLumaRow,
+                  writableDataOf(planes.cb.get()) + firstUnitRow,
+                  writableDataOf(planes.cr.get()) + firstUnitRow,
                   {.unitRows = unitRows,
                    .unitColumns = std::min(unitColumns, planes.chromaColumns),
                    .unitStride = layout.unitsPerRow,
@@ -106,7 +101,8 @@ void splitUnits(std::span<const std::byte> block, const Planes& planes, const Un
 
 // A logical element is 0 or 1, the units hold any byte.
 void makeLogical(const vxArrayPtr& array) {
-  const std::span<std::byte> elements(dataOf(array), vxGetNumberOfElements(array.get()));
+  const std::span<std::byte> elements(writableDataOf(array.get()),
+                                      vxGetNumberOfElements(array.get()));
   std::ranges::transform(elements, elements.begin(),
                          [](std::byte value) { return std::byte{value != std::byte{0}}; });
 }
