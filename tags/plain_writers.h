@@ -21,6 +21,7 @@ namespace tb {
 template <std::size_t N>
 struct Literal {
   char text[N];
+  // NOLINTNEXTLINE(google-explicit-constructor): a literal converts to a template argument.
   consteval Literal(const char (&literal)[N]) { std::copy_n(literal, N, text); }
 };
 
