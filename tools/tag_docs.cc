@@ -51,6 +51,8 @@ constexpr const char* kFoot = R"(
 - A change of SamplesPerPixel or ExtraSamples drops SMinSampleValue, SMaxSampleValue and a
   TransferFunction that no longer has the right number of curves. A change of BitsPerSample keeps
   the entries of ColorMap and TransferFunction and adds zeros; above 16 bits both are dropped.
+- Stored but fatal: with a negative or NaN XPosition or YPosition the directory cannot be written.
+  WhitePoint and its like are written with 0 in place of negative elements and NaN.
 - NumberOfInks follows the number of InkNames. A ZIPQuality that is refused is kept all the same.
 )";
 
