@@ -276,6 +276,14 @@ TEST_F(SetField, MakesTheOtherOfTwoDimensionsReadAsZero) {
   EXPECT_EQ(numberFrom("getField", file, 323), 0);
 }
 
+TEST_F(SetField, StoresANegativePositionThatCannotBeWritten) {
+  const OpenedFile file(folder_ / "new.tif", "w");
+  setFields(file, gray() + std::vector<Tag>{{256, 4}, {257, 4}, {278, 4}, {286, -1}});
+  EXPECT_EQ(numberFrom("getField", file, 286), -1);
+  call("writeEncodedStrip", file, 0, zeros(vxUINT8, {4, 4}));
+  expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
+}
+
 TEST_F(SetField, RefusesLayoutTagsOnceDataAreWritten) {
   const OpenedFile file(folder_ / "new.tif", "w");
   setFields(file, gray() + std::vector<Tag>{{256, 4},
