@@ -1,6 +1,7 @@
 #include "gateway/errors.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace tb {
 namespace {
@@ -18,7 +19,7 @@ resource_core::BaseMsgID warningMessage(Warning warning) {
 }
 
 void check_field_status(int status, std::string tagName) {
-  if (status == 0) raise<Tiff::tagRetrievalFailed>(tagName);
+  if (status == 0) raise<Tiff::tagRetrievalFailed>(std::move(tagName));
 }
 
 }  // namespace tb

@@ -69,7 +69,7 @@ void addExit() {
 }  // namespace tb::python
 
 PYBIND11_MODULE(_core, extension) {
-  using namespace tb::python;
+  using namespace tb::python;  // NOLINT(google-build-using-namespace): the macro ends the namespace
   importNumpy();
   importMessageClasses();
   importModule();

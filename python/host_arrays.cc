@@ -29,6 +29,7 @@ class HostDimensions {
     }
   }
 
+  // NOLINTNEXTLINE(google-explicit-constructor): it is passed as what it converts to
   operator std::span<const std::size_t>() const { return {dimensions_.data(), count_}; }
 
  private:

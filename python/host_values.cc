@@ -81,6 +81,7 @@ vxArrayPtr hostStruct(PyObject* dict, const Place& place) {
     values.push_back(hostValue(value, place));
   }
   std::vector<const char*> pointers;
+  pointers.reserve(names.size());
   for (const std::string& name : names) pointers.push_back(name.c_str());
   constexpr std::size_t kDimensions[] = {1, 1};
   vxArrayPtr structure = matrix::detail::do_create_struct(kDimensions, pointers);

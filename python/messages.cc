@@ -97,8 +97,10 @@ void addNote(const py::object& exception, const py::object& note) {
 
 void importMessageClasses() {
   const auto messages = py::module_::import("tagbridge._messages");
-  s_classes.error = py::object(messages.attr("Error")).release().ptr();
-  s_classes.warning = py::object(messages.attr("Warning")).release().ptr();
+  py::object error = messages.attr("Error");
+  py::object warning = messages.attr("Warning");
+  s_classes.error = error.release().ptr();
+  s_classes.warning = warning.release().ptr();
   s_classes.warnings = py::module_::import("warnings").release().ptr();
 }
 

@@ -66,6 +66,8 @@ Header* headerOf(void* block) noexcept { return static_cast<Header*>(block) - 1;
 
 std::size_t shelfIndex(std::size_t bytes) noexcept {
   const auto power = static_cast<unsigned>(std::bit_width(bytes - 1)) - 1;
+  // Only blocks too large for a cell come here, so the shift is not negative.
+  // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult)
   const std::size_t step = ((bytes - 1) >> (power - kStepsLog2)) & ((1U << kStepsLog2) - 1);
   return (std::size_t{power} << kStepsLog2) + step;
 }

@@ -51,6 +51,7 @@ void addTags(TIFF* tif) {
 }  // namespace
 }  // namespace tb::runtime
 
+// NOLINTBEGIN(google-build-using-namespace): these two act on what the unnamed namespace holds
 void registerCustomGeoTags() {
   using namespace tb::runtime;
   if (std::exchange(registered, true)) return;
@@ -65,6 +66,7 @@ void unregisterCustomGeoTags() {
   // Somebody who extended libtiff after us stays; our part of the chain does nothing by now.
   if (current != addTags) TIFFSetTagExtender(current);
 }
+// NOLINTEND(google-build-using-namespace)
 
 // There is no codec to register yet: JPEG 2000 files are refused as an unsupported scheme.
 void registerJPEG2000Codecs() {}

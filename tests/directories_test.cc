@@ -146,7 +146,7 @@ std::filesystem::path writeGoodThenOddCompression(const std::filesystem::path& p
   std::uint16_t count = 0;
   file.seekg(static_cast<std::streamoff>(offset)).read(reinterpret_cast<char*>(&count), 2);
   for (std::uint16_t entry = 0; entry < count; ++entry) {
-    const auto place = static_cast<std::streamoff>(offset + 2 + 12U * entry);
+    const auto place = static_cast<std::streamoff>(offset + 2 + std::uint64_t{12} * entry);
     std::uint16_t tag = 0;
     file.seekg(place).read(reinterpret_cast<char*>(&tag), 2);
     const std::uint16_t odd = 60000;

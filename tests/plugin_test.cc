@@ -49,6 +49,7 @@ class Plugin : public testing::Test {
 
   vxArrayPtr call(const std::vector<vxArrayPtr>& inputs) {
     std::vector<const vxArray*> arrays;
+    arrays.reserve(inputs.size());
     for (const vxArrayPtr& input : inputs) arrays.push_back(input.get());
     vxArrayPtr output;
     module_->call(1, &output, static_cast<int>(arrays.size()), arrays.data());

@@ -191,7 +191,7 @@ TEST_F(ReadBlocks, LossyBlocksAreWhatLibtiffDelivers) {
        .tileLength = 32}};
   const OpenedFile file(write(layouts), "r");
   const TiffHandle tif = openTiff(path_, "r");
-  for (std::uint16_t directory = 0; directory < layouts.size(); ++directory) {
+  for (std::uint32_t directory = 0; directory < layouts.size(); ++directory) {
     TIFFSetDirectory(tif.get(), directory);
     call("setDirectory", file, directory);
     for (std::uint32_t block = 0; block < blockCount(layouts[directory]); ++block) {

@@ -79,6 +79,7 @@ vxArrayPtr makeStruct(const Dimensions& dimensions, const py::list& elements) {
   std::vector<std::string> names;
   for (const auto& [name, part] : py::dict(elements[0])) names.push_back(py::str(name));
   std::vector<const char*> pointers;
+  pointers.reserve(names.size());
   for (const std::string& name : names) pointers.push_back(name.c_str());
   vxArrayPtr structure = matrix::detail::do_create_struct(dimensions, pointers);
   for (std::size_t index = 0; index < elements.size(); ++index) {
