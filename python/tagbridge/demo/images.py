@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import contextlib
 import dataclasses
+import warnings
 from collections.abc import Iterator
 
 import numpy as np
@@ -108,8 +109,8 @@ def walk(file: np.ndarray) -> Iterator[Visit]:
     """Makes each directory current in turn, every one followed by its sub-directories.
 
     The names are "1", "2" and so on along the file's chain, "2.1" for the first sub-directory of
-    the second directory. A sub-directory that cannot be reached is a visit with an error; an
-    error on the chain itself ends the walk and is raised. A sub-directory that several directories
+    the second directory. A sub-directory that cannot be reached is a visit with an error; a chain
+    that is broken or loops ends the walk with a warning, since all that can be reached was visited. A sub-directory that several directories
     list, or that lists itself, is visited once.
     """
     seen: set[int] = set()
@@ -122,7 +123,11 @@ def walk(file: np.ndarray) -> Iterator[Visit]:
             go_to(file, number, ())
         if call("lastDirectory", file).item():
             return
-        call("readDirectory", file, outputs=0)
+        try:
+            call("readDirectory", file, outputs=0)
+        except tagbridge.Error as error:
+            warnings.warn(": ".join([str(error), *error.diagnostics]), stacklevel=2)
+            return
         number += 1
 
 
