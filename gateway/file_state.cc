@@ -16,6 +16,8 @@ std::map<TIFF*, FileState> fileStates;
 
 }  // namespace
 
+void prepareToNoteEdits(TIFF* tif) { fileStates.try_emplace(tif); }
+
 void noteEdit(TIFF* tif) { fileStates[tif].edited = true; }
 
 void noteLayoutEdit(TIFF* tif) { fileStates[tif].layoutEdited = true; }

@@ -6,6 +6,9 @@
 
 namespace tb {
 
+// Makes room to note edits of a file, so that noting them after the fact cannot fail.
+void prepareToNoteEdits(TIFF* tif);
+
 // Says that a tag or a block of the current directory was stored.
 void noteEdit(TIFF* tif);
 

@@ -35,6 +35,7 @@ std::uint64_t fileSize(TIFF* tif) { return TIFFGetSizeProc(tif)(TIFFClientdata(t
 
 BlockWrite::BlockWrite(const TiffImageMetaData_& record, std::uint32_t block)
     : record_(record), block_(block), fileSize_(fileSize(record.tif)) {
+  prepareToNoteEdits(record.tif);
   if (!isInArrays(record.tif, block)) return;
   offset_ = TIFFGetStrileOffset(record.tif, block);
   byteCount_ = TIFFGetStrileByteCount(record.tif, block);

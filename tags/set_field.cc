@@ -242,9 +242,10 @@ void TIFFSetField_handler(int, vxArrayPtr*, int, const vxArray* const* inputs, s
 
   const WriteRow* row = findRow(writeRows(), tag);
   if (row == nullptr) raise<Tiff::unrecognizedTagNumber>(tag);
-  noteEdit(tif);
+  prepareToNoteEdits(tif);
   const TileLayoutWatch watch(tif, tag);
   if (!row->kind.write(tif, tag, tagName, inputs[2])) raise<Tiff::unableToWriteTag>(tagName);
+  noteEdit(tif);
 }
 
 }  // namespace tb
