@@ -111,16 +111,16 @@ std::size_t stripSize(TIFF* tif, const ImageSpec& spec, std::uint32_t strip) {
   return static_cast<std::size_t>(TIFFVStripSize(tif, rows));
 }
 
-std::string fileName(const ImageSpec& spec) {
-  return fmt::format("{}-{}-{}{}-{}x{}.tif", spec.samples, spec.compression,
-                     spec.tiled ? "tiles" : "strips", spec.blockLength, spec.width, spec.length);
-}
-
 }  // namespace
 
 std::string ImageSpec::blocks() const {
   if (tiled) return fmt::format("tiles {0} x {0}", blockLength);
   return blockLength == 1 ? "strips of 1 row" : fmt::format("strips of {} rows", blockLength);
+}
+
+std::string ImageSpec::name() const {
+  return fmt::format("{}-{}-{}{}-{}x{}", samples, compression, tiled ? "tiles" : "strips",
+                     blockLength, width, length);
 }
 
 TiffHandle openTiff(const std::filesystem::path& path, const char* mode) {
@@ -130,7 +130,7 @@ TiffHandle openTiff(const std::filesystem::path& path, const char* mode) {
 }
 
 std::filesystem::path imageFile(const std::filesystem::path& folder, const ImageSpec& spec) {
-  std::filesystem::path path = folder / fileName(spec);
+  std::filesystem::path path = folder / (spec.name() + ".tif");
   if (std::filesystem::exists(path)) return path;
   // Under another name until it is finished, so that a run which was stopped leaves no half image.
   const std::filesystem::path unfinished = path.string() + ".part";

@@ -34,6 +34,8 @@ struct ImageSpec {
 
   // "tiles 256 x 256" or "strips of 16 rows".
   std::string blocks() const;
+  // All parts in a row, "u8-none-strips16-4096x4096".
+  std::string name() const;
 };
 
 // The image's file in `folder`, made unless it exists.

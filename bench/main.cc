@@ -22,6 +22,13 @@ ImageSpec Session::fit(ImageSpec spec) const {
   return spec;
 }
 
+void Session::forEach(const std::vector<ImageSpec>& specs,
+                      void (*measure)(Session& session, const ImageSpec& spec)) {
+  for (const ImageSpec& spec : specs) {
+    if (spec.name().find(text) != std::string::npos) measure(*this, fit(spec));
+  }
+}
+
 TemporaryImage::TemporaryImage(const std::filesystem::path& folder, const ImageSpec& spec)
     : path_(imageFile(folder, spec)) {}
 
@@ -53,13 +60,14 @@ int runTelling(tb::bench::Session& session) try {
 }  // namespace
 
 int main(int argc, char** argv) try {
-  if (argc != 3) {
-    fmt::print(stderr, "usage: {} smoke|quick|full|large FOLDER\n", argv[0]);
+  if (argc < 3 || argc > 4) {
+    fmt::print(stderr, "usage: {} smoke|quick|full|large FOLDER [TEXT]\n", argv[0]);
     return EXIT_FAILURE;
   }
   const std::string_view effort(argv[1]);
-  tb::bench::Session session{tb::bench::loadModule(), tb::bench::effortOf(effort), argv[2],
-                             effort == "smoke", effort == "large"};
+  tb::bench::Session session{
+      tb::bench::loadModule(), tb::bench::effortOf(effort), argv[2],
+      effort == "smoke",       effort == "large",           argc == 4 ? argv[3] : ""};
   return runTelling(session);
 } catch (const std::exception& error) {
   fmt::print(stderr, "{}: {}\n", argv[0], error.what());

@@ -1,8 +1,10 @@
 // What the benchmark programs have in common: main(), which makes a session of the command line
-// "PROGRAM EFFORT FOLDER" and calls run().
+// "PROGRAM EFFORT FOLDER [TEXT]" and calls run().
 #pragma once
 
 #include <filesystem>
+#include <string_view>
+#include <vector>
 
 #include "bench/image_files.h"
 #include "bench/timing.h"
@@ -16,9 +18,14 @@ struct Session {
   std::filesystem::path folder;  // for the images, one at a time
   bool small;                    // only to show that everything works
   bool large;                    // also what takes gigabytes
+  std::string_view text;         // measure() is only called for images whose names have it
 
   // The image as this session measures it.
   ImageSpec fit(ImageSpec spec) const;
+
+  // Calls `measure` for the images that are asked for.
+  void forEach(const std::vector<ImageSpec>& specs,
+               void (*measure)(Session& session, const ImageSpec& spec));
 };
 
 // An image's file, removed at the end of the scope.

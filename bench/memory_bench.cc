@@ -5,6 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "bench/image_files.h"
 #include "bench/main.h"
@@ -15,6 +16,8 @@
 
 namespace tb::bench {
 namespace {
+
+using Specs = std::vector<ImageSpec>;
 
 // --- Page faults
 
@@ -56,15 +59,12 @@ void measureWriteFaults(Session& session, const ImageSpec& spec) {
   report("page faults of writes", spec, static_cast<double>(faults() - before) / kTurns);
 }
 
-void measureFaults(Session& session) {
+Specs strips() {
+  Specs specs;
   for (const std::uint32_t rows : {16U, 64U, 256U, 1024U, 4096U}) {
-    const ImageSpec strips = session.fit({"u8", "none", false, rows, 4096, 2 * rows});
-    measureReadFaults(session, strips);
-    measureWriteFaults(session, strips);
+    specs.push_back({"u8", "none", false, rows, 4096, 2 * rows});
   }
-  measureReadFaults(session, session.fit({"rgb", "none", false, 1024, 4096, 4096}));
-  measureReadFaults(session, session.fit({"f64", "none", true, 1024, 4096, 4096}));
-  measureReadFaults(session, session.fit({"rgb", "lzw", true, 512, 2048, 2048}));
+  return specs;
 }
 
 // --- Peak memory
@@ -83,8 +83,8 @@ void resetPeak() {
 }
 
 // The peak while one block is read, above what the process held with the file open, as a multiple
-// of the block's buffer and the resulting array. The file is compressed: pages of a mapped file
-// count as memory of the process, and here they are few.
+// of the block's buffer and the resulting array. Pages of the file, which libtiff maps, are the
+// system's and do not count.
 void measurePeak(Session& session, const ImageSpec& spec) {
   const TemporaryImage image(session.folder, spec);
   const ModuleFile file(session.module, image.path(), "r");
@@ -92,10 +92,11 @@ void measurePeak(Session& session, const ImageSpec& spec) {
   const std::size_t blockBytes = blockSize(openTiff(image.path(), "r").get());
   runtime::releaseCachedMemory();
   resetPeak();
-  const double before = statusBytes("VmRSS");
+  const double before = statusBytes("VmRSS"), mappedBefore = statusBytes("RssFile");
   read(0);
   const vxArrayPtr array = read.takeResult();
-  const double peak = statusBytes("VmHWM") - before;
+  const double mapped = statusBytes("RssFile") - mappedBefore;
+  const double peak = statusBytes("VmHWM") - before - mapped;
   const double needed = static_cast<double>(blockBytes + vxGetNumberOfElements(array.get()) *
                                                              vxGetElementSize(array.get()));
   report("peak memory", spec, peak / needed);
@@ -103,8 +104,7 @@ void measurePeak(Session& session, const ImageSpec& spec) {
 
 // --- Time and size
 
-void measureGrowth(Session& session, std::uint32_t side) {
-  const ImageSpec spec{"u8", "none", true, 256, side, side};
+void measureGrowth(Session& session, const ImageSpec& spec) {
   const TemporaryImage image(session.folder, spec);
   const ModuleFile file(session.module, image.path(), "r");
   Operation read(file, "readEncodedTile");
@@ -124,14 +124,28 @@ void measureGrowth(Session& session, std::uint32_t side) {
   report("growth", spec, times.ours);
 }
 
+Specs squares(std::uint32_t largest) {
+  Specs specs;
+  for (std::uint32_t side = 1024; side <= largest; side *= 2) {
+    specs.push_back({"u8", "none", true, 256, side, side});
+  }
+  return specs;
+}
+
 }  // namespace
 
 void run(Session& session) {
-  measureFaults(session);
-  measurePeak(session, session.fit({"u8", "deflate", false, 4096, 4096, 8192}));
-  measurePeak(session, session.fit({"rgb", "deflate", false, 2048, 4096, 4096}));
-  const std::uint32_t largest = session.small ? 1024 : session.large ? 32768 : 8192;
-  for (std::uint32_t side = 1024; side <= largest; side *= 2) measureGrowth(session, side);
+  session.forEach(strips(), measureReadFaults);
+  session.forEach({{"rgb", "none", false, 1024, 4096, 4096},
+                   {"f64", "none", true, 1024, 4096, 4096},
+                   {"rgb", "lzw", true, 512, 2048, 2048}},
+                  measureReadFaults);
+  session.forEach(strips(), measureWriteFaults);
+  session.forEach({{"u8", "none", false, 4096, 4096, 8192},
+                   {"u8", "deflate", false, 4096, 4096, 8192},
+                   {"rgb", "deflate", false, 2048, 4096, 4096}},
+                  measurePeak);
+  session.forEach(squares(session.large ? 32768 : 8192), measureGrowth);
 }
 
 }  // namespace tb::bench

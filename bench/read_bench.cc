@@ -40,14 +40,16 @@ void measureWholeCall(Session& session, const ImageSpec& spec) {
   report("whole call", spec, times.reference / times.ours);
 }
 
-void measureWholeCalls(Session& session) {
+Specs repeatedReads() {
+  Specs specs;
   for (const char* samples : {"u8", "u16", "u32", "f64"}) {
-    measureWholeCall(session, session.fit({samples, "none", true, 256, 512, 512}));
+    specs.push_back({samples, "none", true, 256, 512, 512});
     // More than one strip: libtiff would cut a single one into small pieces.
     for (const std::uint32_t rows : {1U, 16U, 256U}) {
-      measureWholeCall(session, session.fit({samples, "none", false, rows, 4096, 4 * rows}));
+      specs.push_back({samples, "none", false, rows, 4096, 4 * rows});
     }
   }
+  return specs;
 }
 
 // --- All blocks
@@ -138,19 +140,14 @@ Specs rgbaReads() {
       {"rgb", "deflate", false, 16}, {"ycbcr", "jpeg", true, 256}, {"1bit", "group4", false, 16}};
 }
 
-void measureAll(Session& session, const Specs& specs,
-                void (*measure)(Session& session, const ImageSpec& spec)) {
-  for (const ImageSpec& spec : specs) measure(session, session.fit(spec));
-}
-
 }  // namespace
 
 void run(Session& session) {
-  measureWholeCalls(session);
-  measureAll(session, uncompressedReads(), measureRead);
-  measureAll(session, compressedReads(), measureRead);
-  measureAll(session, oddReads(), measureRead);
-  measureAll(session, rgbaReads(), measureRGBA);
+  session.forEach(repeatedReads(), measureWholeCall);
+  session.forEach(uncompressedReads(), measureRead);
+  session.forEach(compressedReads(), measureRead);
+  session.forEach(oddReads(), measureRead);
+  session.forEach(rgbaReads(), measureRGBA);
 }
 
 }  // namespace tb::bench

@@ -44,7 +44,8 @@ ImageSpec wholeBlocks(ImageSpec spec) {
   return spec;
 }
 
-void measureWrite(Session& session, const ImageSpec& spec) {
+void measureWrite(Session& session, const ImageSpec& image) {
+  const ImageSpec spec = wholeBlocks(image);
   const TemporaryImage oursImage(session.folder / "ours.tif", makeEmptyImage, spec);
   const TemporaryImage floorImage(session.folder / "floor.tif", makeEmptyImage, spec);
   ReadyBlocks blocks = readyBlocks(session, spec);
@@ -87,8 +88,6 @@ std::vector<ImageSpec> writes() {
 
 }  // namespace
 
-void run(Session& session) {
-  for (const ImageSpec& spec : writes()) measureWrite(session, wholeBlocks(session.fit(spec)));
-}
+void run(Session& session) { session.forEach(writes(), measureWrite); }
 
 }  // namespace tb::bench
