@@ -9,6 +9,9 @@ namespace tb {
 
 constexpr std::size_t kCacheLine = 64;
 
+// Lines a cache keeps of those that share a set, in common processors at least.
+constexpr std::size_t kCacheWays = 8;
+
 // Lines of a panel, at most, on either side.
 constexpr std::size_t kPanelLines = 64;
 

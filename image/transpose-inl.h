@@ -56,6 +56,10 @@ constexpr std::size_t kTileLines = HWY_MIN(HWY_MAX_BYTES, 32) / sizeof(T);
 template <class T>
 constexpr std::size_t kSquare = kCacheLine / sizeof(T);
 
+// Whether fewer lines than a square has can be too many for a set of the cache by far.
+template <class T>
+constexpr bool kThinConflicts = kSquare<T> > 2 * kCacheWays;
+
 // Seen as one sequence, index = vector * lanes + lane, the elements are permuted by rotating
 // log2(kFactor) bits of the index: kFactor rows become kFactor columns.
 template <std::size_t kFactor, class D, std::size_t kVectors>
@@ -142,6 +146,19 @@ HWY_INLINE void TransposeStaged(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT o
     CopyCacheLine(staged[1][j], out[element + j] + line * sizeof(T));
 }
 
+// The same for fewer lines than a square has; only the input is worth a copy then.
+template <std::size_t kLines, class T>
+HWY_INLINE void TransposeStagedIn(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
+                                  std::size_t element) {
+  alignas(kCacheLine) std::uint8_t staged[kSquare<T>][kCacheLine];
+  const std::uint8_t* stagedIn[kPanelLines];
+  for (std::size_t i = lines.begin; i < lines.end; ++i) {
+    CopyCacheLine(in[i] + element * sizeof(T), staged[i - lines.begin]);
+    stagedIn[i] = staged[i - lines.begin];
+  }
+  TransposeTiles<kLines, T>(stagedIn, out + element, lines, {0, kSquare<T>});
+}
+
 // Copies `count` elements, more than kMost/2 and at most kMost.
 template <std::size_t kMost, class T>
 HWY_INLINE void CopyPiece(const std::uint8_t* HWY_RESTRICT from, std::uint8_t* HWY_RESTRICT to,
@@ -200,19 +217,22 @@ HWY_INLINE void TransposeFewElements(const Panel& panel) {
   }
 }
 
-// Transposes a panel of at least a tile, square by square.
-template <class T>
+// Transposes a panel of at least a tile of so many lines, square by square.
+template <std::size_t kLines, class T>
 HWY_INLINE void TransposeSquares(const Panel& panel) {
-  constexpr std::size_t kLines = kTileLines<T>, kElements = kTileElements<T>;
+  constexpr std::size_t kElements = kTileElements<T>;
   for (std::size_t element = 0; element < panel.elements; element += kSquare<T>)
     for (std::size_t line = 0; line < panel.lines; line += kSquare<T>) {
       const std::size_t endLine = line + kSquare<T>, endElement = element + kSquare<T>;
-      if (panel.conflicting && endLine <= panel.lines && endElement <= panel.elements)
+      const Range lines{std::min(line, panel.lines - kLines), std::min(endLine, panel.lines)};
+      const bool staged = panel.conflicting && endElement <= panel.elements;
+      if (staged && endLine <= panel.lines)
         TransposeStaged<T>(panel.in, panel.out, line, element);
+      else if (staged && kThinConflicts<T> && lines.end - lines.begin > kCacheWays)
+        TransposeStagedIn<kLines, T>(panel.in, panel.out, lines, element);
       else
         TransposeTiles<kLines, T>(
-            panel.in, panel.out,
-            {std::min(line, panel.lines - kLines), std::min(endLine, panel.lines)},
+            panel.in, panel.out, lines,
             {std::min(element, panel.elements - kElements), std::min(endElement, panel.elements)});
     }
 }
@@ -238,10 +258,12 @@ void TransposePanel(const Panel& panel) {
   constexpr std::size_t kElements = kTileElements<T>;
   if (panel.lines < kElements || panel.elements < kElements)
     TransposeFew<kElements, T>(panel);
-  else if (panel.lines < kTileLines<T>)
-    TransposeTiles<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
+  else if (panel.lines >= kTileLines<T>)
+    TransposeSquares<kTileLines<T>, T>(panel);
+  else if (kThinConflicts<T> && panel.conflicting && panel.lines > kCacheWays)
+    TransposeSquares<kElements, T>(panel);
   else
-    TransposeSquares<T>(panel);
+    TransposeTiles<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
 }
 
 #endif
