@@ -1,6 +1,6 @@
 // Writes of ready blocks through the module beside a loop of libtiff calls that takes them from
-// memory as they are to be encoded. The blocks of a file are written over and over, so that neither
-// the file system nor the directory has a part in it. Prints ratios.
+// memory as they are to be encoded. Each turn makes a file with its directory, opens it, writes all
+// blocks and closes it. Prints ratios.
 #include <algorithm>
 #include <filesystem>
 #include <vector>
@@ -44,26 +44,27 @@ ImageSpec wholeBlocks(ImageSpec spec) {
   return spec;
 }
 
-void measureWrite(Session& session, const ImageSpec& image) {
-  const ImageSpec spec = wholeBlocks(image);
-  const TemporaryImage oursImage(session.folder / "ours.tif", makeEmptyImage, spec);
-  const TemporaryImage floorImage(session.folder / "floor.tif", makeEmptyImage, spec);
+void measureWrite(Session& session, const ImageSpec& fitted) {
+  const ImageSpec spec = wholeBlocks(fitted);
   ReadyBlocks blocks = readyBlocks(session, spec);
-  const ModuleFile file(session.module, oursImage.path(), "r+");
-  Operation write(file, spec.tiled ? "writeEncodedTile" : "writeEncodedStrip", 0);
-  const TiffHandle floor = openTiff(floorImage.path(), "r+");
-  const std::uint32_t count = blockCount(floor.get());
+  const TemporaryImage image(session.folder / "written.tif", makeEmptyImage, spec);
+  const std::uint32_t count = blockCount(openTiff(image.path(), "r").get());
   const std::size_t ready = blocks.arrays.size();
   const Comparison times = compare(
       session.effort,
       [&] {
+        makeEmptyImage(image.path(), spec);
+        const ModuleFile file(session.module, image.path(), "r+");
+        Operation write(file, spec.tiled ? "writeEncodedTile" : "writeEncodedStrip", 0);
         for (std::uint32_t block = 0; block < count; ++block) {
           write(block, blocks.arrays[block % ready].get());
         }
       },
       [&] {
+        makeEmptyImage(image.path(), spec);
+        const TiffHandle file = openTiff(image.path(), "r+");
         for (std::uint32_t block = 0; block < count; ++block) {
-          writeBlock(floor.get(), block, blocks.encodable[block % ready]);
+          writeBlock(file.get(), block, blocks.encodable[block % ready]);
         }
       });
   report("write", spec, times.ours / times.reference);
