@@ -25,9 +25,10 @@ constexpr std::uint32_t kReadyBlocks = 8;
 ReadyBlocks readyBlocks(Session& session, ImageSpec spec) {
   spec.compression = "none";
   const TemporaryImage image(session.folder, spec);
-  const ModuleFile file(session.module, image.path(), "r");
+  // "c", since libtiff cuts a single large strip into pieces otherwise.
+  const ModuleFile file(session.module, image.path(), "rc");
   Operation read(file, spec.tiled ? "readEncodedTile" : "readEncodedStrip");
-  const TiffHandle tif = openTiff(image.path(), "r");
+  const TiffHandle tif = openTiff(image.path(), "rc");
   ReadyBlocks blocks;
   for (std::uint32_t block = 0; block < std::min(kReadyBlocks, blockCount(tif.get())); ++block) {
     read(block);
@@ -48,7 +49,7 @@ void measureWrite(Session& session, const ImageSpec& fitted) {
   const ImageSpec spec = wholeBlocks(fitted);
   ReadyBlocks blocks = readyBlocks(session, spec);
   const TemporaryImage image(session.folder / "written.tif", makeEmptyImage, spec);
-  const std::uint32_t count = blockCount(openTiff(image.path(), "r").get());
+  const std::uint32_t count = blockCount(openTiff(image.path(), "rc").get());
   const std::size_t ready = blocks.arrays.size();
   const Comparison times = compare(
       session.effort,
