@@ -1,4 +1,4 @@
-// The one way to TIFFGetField and TIFFSetField.
+// The one way of the tag operations to TIFFGetField and TIFFSetField.
 //
 // Both are variadic: the definition that libtiff holds for a tag says which arguments it takes off
 // the list, and a definition other than the expected one makes it read or write through whatever

@@ -4,8 +4,9 @@
 //
 // They return the status of the store, 0 when libtiff refuses the value. A value that is not one
 // double element raises as unpackTagScalar does; the required tags that are not set raise
-// tagRetrievalBeforeWriteFailed(required, set). Both come where the steps of the definition have
-// them; the other errors are named here in order.
+// tagRetrievalBeforeWriteFailed(required, set). setSamplesPerPixel, setNumberOfInks and
+// setSgiLogDataFmt convert the value after they have read the directory, the others before; the
+// other errors are named here in order.
 #pragma once
 
 #include <tiffio.h>

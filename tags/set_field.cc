@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <vector>
 
 #include "gateway/errors.h"
 #include "gateway/file_id.h"
@@ -242,10 +243,11 @@ void TIFFSetField_handler(int, vxArrayPtr*, int, const vxArray* const* inputs, s
 
   const WriteRow* row = findRow(writeRows(), tag);
   if (row == nullptr) raise<Tiff::unrecognizedTagNumber>(tag);
-  prepareToNoteEdits(tif);
+  prepareToNoteEdits(tif);  // before the watch, which must not fail when it ends
   const TileLayoutWatch watch(tif, tag);
-  if (!row->kind.write(tif, tag, tagName, inputs[2])) raise<Tiff::unableToWriteTag>(tagName);
-  noteEdit(tif);
+  const int status = row->kind.write(tif, tag, tagName, inputs[2]);
+  noteEdit(tif);  // also after libtiff's refusal, over which a tag may have been dropped
+  if (!status) raise<Tiff::unableToWriteTag>(tagName);
 }
 
 }  // namespace tb

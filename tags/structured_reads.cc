@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 #include "gateway/errors.h"
 #include "gateway/values.h"

@@ -241,6 +241,22 @@ TEST(EmptySubIfd, OfAFileThatIsOnlyLookedAtIsLeftAlone) {
   EXPECT_EQ(contentsOf(path), before);
 }
 
+TEST(EmptySubIfd, DoesNotCostADirectoryAfterARefusedTag) {
+  const TemporaryFolder folder;
+  const auto path = folder.path() / "image.tif";
+  std::vector<RawEntry> entries = rawGray(16, 16);
+  replaceEntry(entries, {TIFFTAG_SUBIFD, TIFF_LONG, {}});
+  writeRawTiff(path, entries);
+  {
+    const OpenedFile file(path, "r+");
+    expectError<Tiff::unableToWriteTag>({"ICC Profile"}, [&] {
+      callFor(0, "setField", file, TIFFTAG_ICCPROFILE, zeros(vxUINT8, {0, 0}));
+    });
+  }
+  const OpenedFile again(path, "r");
+  EXPECT_EQ(numberFrom("getField", again, TIFFTAG_IMAGEWIDTH), 16);
+}
+
 TEST(EmptySubIfd, DoesNotCostAnEditedDirectory) {
   const TemporaryFolder folder;
   const auto path = folder.path() / "image.tif";
