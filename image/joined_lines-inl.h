@@ -1,0 +1,162 @@
+// Interleaves a few lines into one run of elements and takes such a run apart, compiled once per
+// instruction set.
+//
+// libtiff cuts large uncompressed strips into pieces of one or two rows, and strips of 16 rows are
+// common: their columns are so short that a table of them costs more than the work. But the columns
+// of such a block lie behind one another, so that no table is needed.
+
+#if defined(TAGBRIDGE_IMAGE_JOINED_LINES_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef TAGBRIDGE_IMAGE_JOINED_LINES_INL_H_
+#undef TAGBRIDGE_IMAGE_JOINED_LINES_INL_H_
+#else
+#define TAGBRIDGE_IMAGE_JOINED_LINES_INL_H_
+#endif
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "hwy/highway.h"
+#include "image/line_tables.h"
+#include "image/tile-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace tb::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
+
+// Without vectors of a size known to the compiler no count of lines has a routine of its own.
+template <class T>
+constexpr bool IsInterleaved(std::size_t /*lines*/, std::size_t /*elements*/) {
+  return false;
+}
+template <class T>
+void InterleaveLines(InLines, std::size_t, std::uint8_t*, std::size_t) {}
+template <class T>
+void SeparateLines(const std::uint8_t*, OutLines, std::size_t, std::size_t) {}
+
+#else
+
+template <class T>
+using WideVectors = hn::CappedTag<T, 32 / sizeof(T)>;
+
+// The largest number of lines, beyond four, of which a tile would not fill its vectors.
+template <class T>
+constexpr std::size_t kMostInterleaved = sizeof(T) <= 2 ? 16 / sizeof(T) : 4;
+
+// Whether so many lines of so many elements may be given to InterleaveLines and SeparateLines.
+template <class T>
+constexpr bool IsInterleaved(std::size_t lines, std::size_t elements) {
+  return elements >= hn::MaxLanes(WideVectors<T>()) &&
+         ((lines >= 2 && lines <= 4) ||
+          (lines > 4 && lines <= kMostInterleaved<T> && (lines & (lines - 1)) == 0));
+}
+
+// Stores vectors whose 16-byte blocks, first those of every vector's lower half, make up a run.
+template <class D, std::size_t kVectors>
+HWY_INLINE void StoreBlocks(D d, const hn::Vec<D> (&vectors)[kVectors], hn::TFromD<D>* run) {
+  constexpr hn::FixedTag<hn::TFromD<D>, 16 / sizeof(hn::TFromD<D>)> dBlock;
+  for (std::size_t i = 0; i < kVectors; ++i) {
+    if constexpr (hn::MaxLanes(D()) == hn::MaxLanes(dBlock)) {
+      hn::StoreU(vectors[i], d, run + i * hn::Lanes(dBlock));
+    } else {
+      hn::StoreU(hn::LowerHalf(dBlock, vectors[i]), dBlock, run + i * hn::Lanes(dBlock));
+      hn::StoreU(hn::UpperHalf(dBlock, vectors[i]), dBlock,
+                 run + (kVectors + i) * hn::Lanes(dBlock));
+    }
+  }
+}
+
+template <class D, std::size_t kVectors>
+HWY_INLINE void LoadBlocks(D d, const hn::TFromD<D>* run, hn::Vec<D> (&vectors)[kVectors]) {
+  constexpr hn::FixedTag<hn::TFromD<D>, 16 / sizeof(hn::TFromD<D>)> dBlock;
+  for (std::size_t i = 0; i < kVectors; ++i) {
+    if constexpr (hn::MaxLanes(D()) == hn::MaxLanes(dBlock))
+      vectors[i] = hn::LoadU(d, run + i * hn::Lanes(dBlock));
+    else
+      vectors[i] = hn::Combine(d, hn::LoadU(dBlock, run + (kVectors + i) * hn::Lanes(dBlock)),
+                               hn::LoadU(dBlock, run + i * hn::Lanes(dBlock)));
+  }
+}
+
+template <std::size_t kLines, class T>
+HWY_INLINE void InterleaveLinesOf(InLines in, std::uint8_t* HWY_RESTRICT run,
+                                  std::size_t elements) {
+  constexpr WideVectors<T> d;
+  const std::uint8_t* lines[kLines];
+  std::copy_n(in, kLines, lines);
+  for (std::size_t next = 0; next < elements; next += hn::Lanes(d)) {
+    const std::size_t element = std::min(next, elements - hn::Lanes(d));
+    hn::Vec<decltype(d)> vectors[kLines];
+    for (std::size_t i = 0; i < kLines; ++i)
+      vectors[i] = hn::LoadU(d, reinterpret_cast<const T*>(lines[i]) + element);
+    T* const to = reinterpret_cast<T*>(run) + element * kLines;
+    if constexpr (kLines == 2) {
+      hn::StoreInterleaved2(vectors[0], vectors[1], d, to);
+    } else if constexpr (kLines == 3) {
+      hn::StoreInterleaved3(vectors[0], vectors[1], vectors[2], d, to);
+    } else if constexpr (kLines == 4) {
+      hn::StoreInterleaved4(vectors[0], vectors[1], vectors[2], vectors[3], d, to);
+    } else {
+      InterleaveVectors<kLines>(d, vectors);
+      StoreBlocks(d, vectors, to);
+    }
+  }
+}
+
+template <std::size_t kLines, class T>
+HWY_INLINE void SeparateLinesOf(const std::uint8_t* HWY_RESTRICT run, OutLines out,
+                                std::size_t elements) {
+  constexpr WideVectors<T> d;
+  std::uint8_t* lines[kLines];
+  std::copy_n(out, kLines, lines);
+  for (std::size_t next = 0; next < elements; next += hn::Lanes(d)) {
+    const std::size_t element = std::min(next, elements - hn::Lanes(d));
+    const T* const from = reinterpret_cast<const T*>(run) + element * kLines;
+    hn::Vec<decltype(d)> vectors[kLines];
+    if constexpr (kLines == 2) {
+      hn::LoadInterleaved2(d, from, vectors[0], vectors[1]);
+    } else if constexpr (kLines == 3) {
+      hn::LoadInterleaved3(d, from, vectors[0], vectors[1], vectors[2]);
+    } else if constexpr (kLines == 4) {
+      hn::LoadInterleaved4(d, from, vectors[0], vectors[1], vectors[2], vectors[3]);
+    } else {
+      LoadBlocks(d, from, vectors);
+      InterleaveVectors<kTileElements<T> >(d, vectors);
+    }
+    for (std::size_t i = 0; i < kLines; ++i)
+      hn::StoreU(vectors[i], d, reinterpret_cast<T*>(lines[i]) + element);
+  }
+}
+
+// Calls `use` with the number of lines as a constant.
+template <class T, class Use>
+HWY_INLINE void WithLineCount(std::size_t lines, const Use& use) {
+  if (lines == 2) return use(std::integral_constant<std::size_t, 2>());
+  if (lines == 3) return use(std::integral_constant<std::size_t, 3>());
+  if (lines == 4) return use(std::integral_constant<std::size_t, 4>());
+  if constexpr (kMostInterleaved<T> >= 8)
+    if (lines == 8) return use(std::integral_constant<std::size_t, 8>());
+  if constexpr (kMostInterleaved<T> >= 16) use(std::integral_constant<std::size_t, 16>());
+}
+
+// Writes element j of line i to element j*lines + i of the run.
+template <class T>
+void InterleaveLines(InLines in, std::size_t lines, std::uint8_t* run, std::size_t elements) {
+  WithLineCount<T>(lines, [=](auto count) { InterleaveLinesOf<count(), T>(in, run, elements); });
+}
+
+// The reverse: writes element j*lines + i of the run to element j of line i.
+template <class T>
+void SeparateLines(const std::uint8_t* run, OutLines out, std::size_t lines, std::size_t elements) {
+  WithLineCount<T>(lines, [=](auto count) { SeparateLinesOf<count(), T>(run, out, elements); });
+}
+
+#endif
+
+}  // namespace tb::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // per-target include guard

@@ -1,0 +1,109 @@
+// Transposes tiles of elements in registers, compiled once per instruction set.
+//
+// A tile of input lines by one 16-byte vector of elements is loaded and interleaved until the
+// elements of an output line lie behind one another. Lines that do not fill a tile are not treated
+// one by one: the last tile is moved back until it ends with the last line, and the elements that
+// two tiles share are stored twice.
+
+#if defined(TAGBRIDGE_IMAGE_TILE_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef TAGBRIDGE_IMAGE_TILE_INL_H_
+#undef TAGBRIDGE_IMAGE_TILE_INL_H_
+#else
+#define TAGBRIDGE_IMAGE_TILE_INL_H_
+#endif
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "hwy/highway.h"
+#include "image/line_tables.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace tb::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
+
+// Without vectors of a size known to the compiler elements move one by one.
+template <class T>
+constexpr std::size_t kTileElements = 1;
+template <class T>
+constexpr std::size_t kTileLines = 1;
+
+#else
+
+// Elements of a tile's input lines, and the number of those lines in the largest tile, whose
+// output lines take one vector of up to 32 bytes.
+template <class T>
+constexpr std::size_t kTileElements = 16 / sizeof(T);
+template <class T>
+constexpr std::size_t kTileLines = HWY_MIN(HWY_MAX_BYTES, 32) / sizeof(T);
+
+// Seen as one sequence, index = vector * lanes + lane, the elements are permuted by rotating
+// log2(kFactor) bits of the index: kFactor rows become kFactor columns.
+template <std::size_t kFactor, class D, std::size_t kVectors>
+HWY_INLINE void InterleaveVectors(D /*tag*/, hn::Vec<D> (&vectors)[kVectors]) {
+  for (std::size_t done = 1; done < kFactor; done *= 2) {
+    hn::Vec<D> mixed[kVectors];
+    for (std::size_t i = 0; i < kVectors / 2; ++i) {
+      mixed[2 * i] = hn::InterleaveLower(D(), vectors[i], vectors[i + kVectors / 2]);
+      mixed[2 * i + 1] = hn::InterleaveUpper(D(), vectors[i], vectors[i + kVectors / 2]);
+    }
+    for (std::size_t i = 0; i < kVectors; ++i) vectors[i] = mixed[i];
+  }
+}
+
+template <class T>
+using Elements = hn::FixedTag<T, kTileElements<T> >;
+
+template <class T>
+HWY_INLINE hn::Vec<Elements<T> > LoadElements(const std::uint8_t* from) {
+  return hn::BitCast(Elements<T>(), hn::LoadU(hn::FixedTag<std::uint8_t, 16>(), from));
+}
+
+template <class D>
+HWY_INLINE void StoreElements(D /*tag*/, hn::Vec<D> elements, std::uint8_t* to) {
+  const hn::Repartition<std::uint8_t, D> dBytes;
+  hn::StoreU(hn::BitCast(dBytes, elements), dBytes, to);
+}
+
+// Moves elements `element` and on of kLines input lines to elements `line` and on of the output.
+// Two groups of input lines share wide vectors, one in each half.
+template <std::size_t kLines, class T>
+HWY_INLINE void TransposeTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, std::size_t line,
+                              std::size_t element) {
+  constexpr std::size_t kElements = kTileElements<T>;
+  constexpr hn::FixedTag<T, kLines> d;
+  const std::size_t inOffset = element * sizeof(T), outOffset = line * sizeof(T);
+  in += line;
+  out += element;
+  hn::Vec<decltype(d)> vectors[kElements];
+  for (std::size_t i = 0; i < kElements; ++i) {
+    if constexpr (kLines > kElements)
+      vectors[i] = hn::Combine(d, LoadElements<T>(in[kElements + i] + inOffset),
+                               LoadElements<T>(in[i] + inOffset));
+    else
+      vectors[i] = LoadElements<T>(in[i] + inOffset);
+  }
+  InterleaveVectors<kElements>(d, vectors);
+  for (std::size_t j = 0; j < kElements; ++j) StoreElements(d, vectors[j], out[j] + outOffset);
+}
+
+// Transposes part of a panel that is at least a tile.
+template <std::size_t kLines, class T>
+HWY_INLINE void TransposeTiles(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
+                               Range elements) {
+  constexpr std::size_t kElements = kTileElements<T>;
+  for (std::size_t element = elements.begin; element < elements.end; element += kElements)
+    for (std::size_t line = lines.begin; line < lines.end; line += kLines)
+      TransposeTile<kLines, T>(in, out, std::min(line, lines.end - kLines),
+                               std::min(element, elements.end - kElements));
+}
+
+#endif
+
+}  // namespace tb::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // per-target include guard
