@@ -135,17 +135,19 @@ void benchmarkUnits(const Size& size, std::size_t horizontal, std::size_t vertic
 }
 
 void registerBenchmarks() {
-  for (const std::size_t elementSize : Sizes{1, 2, 4, 8}) {
-    for (const Size size :
-         {Size{256, 256}, {255, 257}, {1, 4096}, {2, 4096}, {3, 4096}, {16, 4096}, {256, 4096}})
-      for (const std::size_t samples : Sizes{1, 3, 4})
+  // libtiff's usual strips are wide and thin.
+  constexpr std::size_t kThin[] = {1, 2, 3, 4, 8, 16, 64, 256};
+  for (const std::size_t elementSize : Sizes{1, 2, 4, 8})
+    for (const std::size_t samples : Sizes{1, 3, 4}) {
+      for (const Size size : {Size{256, 256}, {255, 257}})
         benchmarkCopies(elementSize, size, samples, size.rows);
-    for (const std::size_t rows : Sizes{1, 2})
-      for (const std::size_t samples : Sizes{1, 3})
+      for (const std::size_t rows : kThin)
+        benchmarkCopies(elementSize, {rows, 4096}, samples, rows);
+      for (const std::size_t rows : Sizes{1, 2})
         benchmarkCopies(elementSize, {rows, 4096}, samples, 256);
-  }
-  for (const Size size : {Size{256, 256}, {1, 4096}, {2, 4096}, {16, 4096}, {256, 4096}})
-    benchmarkLogicals(size);
+    }
+  benchmarkLogicals({256, 256});
+  for (const std::size_t rows : kThin) benchmarkLogicals({rows, 4096});
   for (const std::size_t factor : Sizes{1, 2, 4}) benchmarkUnits({256, 256}, factor, factor);
   benchmarkUnits({256, 256}, 2, 1);
   benchmarkUnits({16, 4096}, 2, 2);
