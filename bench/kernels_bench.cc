@@ -136,7 +136,7 @@ void benchmarkUnits(const Size& size, std::size_t horizontal, std::size_t vertic
 
 void registerBenchmarks() {
   // libtiff's usual strips are wide and thin.
-  constexpr std::size_t kThin[] = {1, 2, 3, 4, 8, 16, 64, 256};
+  constexpr std::size_t kThin[] = {1, 2, 3, 4, 5, 8, 12, 16, 64, 256};
   for (const std::size_t elementSize : Sizes{1, 2, 4, 8})
     for (const std::size_t samples : Sizes{1, 3, 4}) {
       for (const Size size : {Size{256, 256}, {255, 257}})

@@ -6,10 +6,24 @@
 #define HWY_TARGET_INCLUDE "image/block_to_columns_simd.cc"
 #include "hwy/foreach_target.h"  // compiles this file once per instruction set
 #include "hwy/highway.h"
+#include "image/row_panel-inl.h"
 #include "image/transpose-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
+
+template <class T>
+void CopyRowPanelsToColumns(const std::uint8_t* block, std::uint8_t* columns,
+                            const BlockShape& shape) {
+  ForEachRowPanel<T>(shape, [&](const RowPanel<T>& panel) {
+    for (std::size_t row = 0; row < panel.rows; ++row)
+      TransposeLines<T>(panel.pixelsOf(row, block, shape), panel.columns, panel.samplesOf(row),
+                        shape.samples);
+    for (std::size_t sample = 0; sample < shape.samples; ++sample)
+      TransposeLines<T>(panel.rowsOf(sample), panel.rows, panel.columnsOf(sample, columns, shape),
+                        panel.columns);
+  });
+}
 
 template <class T>
 HWY_INLINE void CopyBlockToColumnsOf(const std::uint8_t* block, std::uint8_t* columns,
@@ -20,6 +34,7 @@ HWY_INLINE void CopyBlockToColumnsOf(const std::uint8_t* block, std::uint8_t* co
     const StridedLines<std::uint8_t> planes{columns, shape.planeStride * sizeof(T)};
     return TransposeLines<T>(pixels, shape.columns, planes, shape.samples);
   }
+  if (NeedsRowPanels<T>(shape, 0)) return CopyRowPanelsToColumns<T>(block, columns, shape);
   const StridedLines<const std::uint8_t> rows{block, shape.blockStride};
   const PlaneColumns<std::uint8_t> columnLines{
       columns, shape.samples, shape.columnStride * sizeof(T), shape.planeStride * sizeof(T)};

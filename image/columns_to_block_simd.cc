@@ -6,10 +6,24 @@
 #define HWY_TARGET_INCLUDE "image/columns_to_block_simd.cc"
 #include "hwy/foreach_target.h"  // compiles this file once per instruction set
 #include "hwy/highway.h"
+#include "image/row_panel-inl.h"
 #include "image/transpose-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
+
+template <class T>
+void CopyColumnsToRowPanels(const std::uint8_t* columns, std::uint8_t* block,
+                            const BlockShape& shape) {
+  ForEachRowPanel<T>(shape, [&](const RowPanel<T>& panel) {
+    for (std::size_t sample = 0; sample < shape.samples; ++sample)
+      TransposeLines<T>(panel.columnsOf(sample, columns, shape), panel.columns,
+                        panel.rowsOf(sample), panel.rows);
+    for (std::size_t row = 0; row < panel.rows; ++row)
+      TransposeLines<T>(panel.samplesOf(row), shape.samples, panel.pixelsOf(row, block, shape),
+                        panel.columns);
+  });
+}
 
 template <class T>
 HWY_INLINE void CopyColumnsToBlockOf(const std::uint8_t* columns, std::uint8_t* block,
@@ -20,6 +34,7 @@ HWY_INLINE void CopyColumnsToBlockOf(const std::uint8_t* columns, std::uint8_t* 
     const StridedLines<const std::uint8_t> planes{columns, shape.planeStride * sizeof(T)};
     return TransposeLines<T>(planes, shape.samples, pixels, shape.columns);
   }
+  if (NeedsRowPanels<T>(shape, 1)) return CopyColumnsToRowPanels<T>(columns, block, shape);
   const StridedLines<std::uint8_t> rows{block, shape.blockStride};
   const PlaneColumns<const std::uint8_t> columnLines{
       columns, shape.samples, shape.columnStride * sizeof(T), shape.planeStride * sizeof(T)};

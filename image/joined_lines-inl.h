@@ -25,6 +25,10 @@ HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
+// The most lines that are not better moved by tiles, whose stores fill a vector.
+template <class T>
+constexpr std::size_t kMostInterleaved = sizeof(T) <= 4 ? 16 : 8;
+
 #if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
 
 // Without vectors of a size known to the compiler no count of lines has a routine of its own.
@@ -42,10 +46,6 @@ void SeparateLines(const std::uint8_t*, OutLines, std::size_t, std::size_t) {}
 template <class T>
 using WideVectors = hn::CappedTag<T, 32 / sizeof(T)>;
 
-// The largest number of lines, beyond four, of which a tile would not fill its vectors.
-template <class T>
-constexpr std::size_t kMostInterleaved = sizeof(T) <= 2 ? 16 / sizeof(T) : 4;
-
 // Whether so many lines of so many elements may be given to InterleaveLines and SeparateLines.
 template <class T>
 constexpr bool IsInterleaved(std::size_t lines, std::size_t elements) {
@@ -57,14 +57,16 @@ constexpr bool IsInterleaved(std::size_t lines, std::size_t elements) {
 // Stores vectors whose 16-byte blocks, first those of every vector's lower half, make up a run.
 template <class D, std::size_t kVectors>
 HWY_INLINE void StoreBlocks(D d, const hn::Vec<D> (&vectors)[kVectors], hn::TFromD<D>* run) {
+  using T = hn::TFromD<D>;
   constexpr hn::FixedTag<hn::TFromD<D>, 16 / sizeof(hn::TFromD<D>)> dBlock;
-  for (std::size_t i = 0; i < kVectors; ++i) {
-    if constexpr (hn::MaxLanes(D()) == hn::MaxLanes(dBlock)) {
-      hn::StoreU(vectors[i], d, run + i * hn::Lanes(dBlock));
-    } else {
-      hn::StoreU(hn::LowerHalf(dBlock, vectors[i]), dBlock, run + i * hn::Lanes(dBlock));
-      hn::StoreU(hn::UpperHalf(dBlock, vectors[i]), dBlock,
-                 run + (kVectors + i) * hn::Lanes(dBlock));
+  if constexpr (hn::MaxLanes(D()) == hn::MaxLanes(dBlock)) {
+    for (std::size_t i = 0; i < kVectors; ++i) hn::StoreU(vectors[i], d, run + i * hn::Lanes(d));
+  } else {
+    T* const upper = run + kVectors * hn::Lanes(dBlock);
+    for (std::size_t i = 0; i < kVectors; i += 2) {
+      const std::size_t element = i * hn::Lanes(dBlock);
+      hn::StoreU(hn::ConcatLowerLower(d, vectors[i + 1], vectors[i]), d, run + element);
+      hn::StoreU(hn::ConcatUpperUpper(d, vectors[i + 1], vectors[i]), d, upper + element);
     }
   }
 }

@@ -33,10 +33,12 @@ struct Panel {
   bool conflicting = false;  // lines of one side share few sets of the cache
 };
 
-// Whether lines so many bytes apart, as many as fill a cache line on the other side, find too few
-// places in a first-level cache of eight ways or more and 4 KiB in each.
-constexpr bool isConflictingStride(std::size_t stride, std::size_t elementSize) {
-  return stride % (512 * elementSize) == 0;
+// Whether so many lines, `stride` bytes apart, find too few places in a first-level cache of eight
+// ways and 4 KiB in each.
+constexpr bool isConflictingStride(std::size_t stride, std::size_t lines) {
+  constexpr std::size_t kWayBytes = 4096;
+  const std::size_t lowestBit = stride & (~stride + 1);
+  return lines * std::min(lowestBit, kWayBytes) > kCacheWays * kWayBytes;
 }
 
 // Start of a panel within `count` lines: a last one of fewer than `least` lines begins earlier.
@@ -51,11 +53,10 @@ struct StridedLines {
   std::size_t stride;
 
   bool isJoined(std::size_t lineBytes) const { return stride == lineBytes; }
-  bool isConflicting(std::size_t elementSize) const {
-    return isConflictingStride(stride, elementSize);
-  }
+  bool isConflicting(std::size_t lines) const { return isConflictingStride(stride, lines); }
   // Fills `table` with the addresses `offset` bytes into `count` lines from `first` on.
-  void fill(std::size_t first, std::size_t count, std::size_t offset, Byte** table) const {
+  template <class TableByte>
+  void fill(std::size_t first, std::size_t count, std::size_t offset, TableByte** table) const {
     Byte* line = start + first * stride + offset;
     for (std::size_t i = 0; i < count; ++i, line += stride) table[i] = line;
   }
@@ -69,9 +70,7 @@ struct PlaneColumns {
   std::size_t samples, columnStride, planeStride;
 
   bool isJoined(std::size_t lineBytes) const { return samples == 1 && columnStride == lineBytes; }
-  bool isConflicting(std::size_t elementSize) const {
-    return isConflictingStride(columnStride, elementSize);
-  }
+  bool isConflicting(std::size_t lines) const { return isConflictingStride(columnStride, lines); }
   // Fills `table` with the addresses `offset` bytes into `count` columns from `first` on.
   void fill(std::size_t first, std::size_t count, std::size_t offset, Byte** table) const {
     if (samples == 1)

@@ -145,7 +145,9 @@ HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out
     return SeparateLines<T>(inLines[0], outLines, outCount, inCount);
   }
   // Elements of 8 bytes have so few lines in a square that staging pays in any case.
-  panel.conflicting = sizeof(T) == 8 || in.isConflicting(sizeof(T)) || out.isConflicting(sizeof(T));
+  constexpr std::size_t kSquareLines = kCacheLine / sizeof(T);
+  panel.conflicting = sizeof(T) == 8 || in.isConflicting(std::min(inCount, kSquareLines)) ||
+                      out.isConflicting(std::min(outCount, kSquareLines));
   for (std::size_t nextOut = 0; nextOut < outCount; nextOut += kPanelLines) {
     const std::size_t firstOut = panelStart(nextOut, outCount, kTileElements<T>);
     panel.elements = std::min(kPanelLines, outCount - firstOut);

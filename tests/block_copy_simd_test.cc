@@ -75,14 +75,23 @@ Case clipped(std::size_t elementSize, std::size_t rows, std::size_t columns, std
            (rows + 5) * columns + 7}};
 }
 
-// All rows of the block, and all columns of the array, meet in few sets of the cache.
+constexpr std::size_t wholePages(std::size_t bytes) { return (bytes + 4095) / 4096 * 4096; }
+
+// All rows of the block, and all columns of the array, meet in one set of the cache.
 Case conflicting(std::size_t elementSize, std::size_t rows, std::size_t columns,
                  std::size_t samples) {
-  const std::size_t rowBytes = columns * samples * elementSize;
-  const std::size_t columnStride = (rows * elementSize + 511) / 512 * 512 / elementSize;
-  return {
-      elementSize,
-      {rows, columns, samples, (rowBytes + 511) / 512 * 512, columnStride, columnStride * columns}};
+  const std::size_t columnStride = wholePages(rows * elementSize) / elementSize;
+  return {elementSize,
+          {rows, columns, samples, wholePages(columns * samples * elementSize), columnStride,
+           columnStride * columns}};
+}
+
+// The same for the rows only, as in a strip; nothing lies between its columns.
+Case conflictingRows(std::size_t elementSize, std::size_t rows, std::size_t columns,
+                     std::size_t samples) {
+  Case strip = tight(elementSize, rows, columns, samples);
+  strip.shape.blockStride = wholePages(strip.shape.blockStride);
+  return strip;
 }
 
 constexpr std::size_t kElementSizes[] = {1, 2, 4, 8};
@@ -119,10 +128,13 @@ TEST_P(BlockCopySimd, PaddingOfBlockAndArrayIsLeftAlone) {
 TEST_P(BlockCopySimd, StridesOfWholeCacheWaysAreExact) {
   for (const std::size_t elementSize : kElementSizes)
     for (const std::size_t samples : Sizes{1, 3})
-      for (const std::size_t rows : Sizes{1, 2, 16, 64, 65, 130})
-        for (const std::size_t columns : Sizes{1, 15, 64, 100, 130})
+      for (const std::size_t rows : Sizes{1, 2, 8, 9, 16, 17, 64, 65, 130})
+        for (const std::size_t columns : Sizes{1, 15, 64, 100, 130}) {
           ASSERT_NO_FATAL_FAILURE(
               expectBothDirections(conflicting(elementSize, rows, columns, samples)));
+          ASSERT_NO_FATAL_FAILURE(
+              expectBothDirections(conflictingRows(elementSize, rows, columns, samples)));
+        }
 }
 
 TEST_P(BlockCopySimd, WideThinStripsAreExact) {
