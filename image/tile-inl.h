@@ -68,16 +68,13 @@ HWY_INLINE void StoreElements(D /*tag*/, hn::Vec<D> elements, std::uint8_t* to) 
   hn::StoreU(hn::BitCast(dBytes, elements), dBytes, to);
 }
 
-// Moves elements `element` and on of kLines input lines to elements `line` and on of the output.
-// Two groups of input lines share wide vectors, one in each half.
+// Moves elements from byte `inOffset` on of kLines input lines to byte `outOffset` and on of the
+// output. Two groups of input lines share wide vectors, one in each half.
 template <std::size_t kLines, class T>
-HWY_INLINE void TransposeTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, std::size_t line,
-                              std::size_t element) {
+HWY_INLINE void TransposeTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
+                              std::size_t inOffset, std::size_t outOffset) {
   constexpr std::size_t kElements = kTileElements<T>;
   constexpr hn::FixedTag<T, kLines> d;
-  const std::size_t inOffset = element * sizeof(T), outOffset = line * sizeof(T);
-  in += line;
-  out += element;
   hn::Vec<decltype(d)> vectors[kElements];
   for (std::size_t i = 0; i < kElements; ++i) {
     if constexpr (kLines > kElements)
@@ -96,9 +93,30 @@ HWY_INLINE void TransposeTiles(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT ou
                                Range elements) {
   constexpr std::size_t kElements = kTileElements<T>;
   for (std::size_t element = elements.begin; element < elements.end; element += kElements)
-    for (std::size_t line = lines.begin; line < lines.end; line += kLines)
-      TransposeTile<kLines, T>(in, out, std::min(line, lines.end - kLines),
-                               std::min(element, elements.end - kElements));
+    for (std::size_t line = lines.begin; line < lines.end; line += kLines) {
+      const std::size_t start = std::min(element, elements.end - kElements);
+      const std::size_t first = std::min(line, lines.end - kLines);
+      TransposeTile<kLines, T>(in + first, out + start, start * sizeof(T), first * sizeof(T));
+    }
+}
+
+// Lines and elements of a square whose lines fill a cache line on both sides.
+template <class T>
+constexpr std::size_t kSquare = kCacheLine / sizeof(T);
+
+// Transposes a square. Its size is known to the compiler, which then loads every address of the
+// tables once.
+template <class T>
+HWY_INLINE void TransposeSquare(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
+                                std::size_t line, std::size_t element) {
+  constexpr std::size_t kElements = kTileElements<T>, kLines = kTileLines<T>;
+  const std::size_t inOffset = element * sizeof(T), outOffset = line * sizeof(T);
+  in += line;
+  out += element;
+  for (std::size_t j = 0; j < kSquare<T>; j += kElements)
+    for (std::size_t i = 0; i < kSquare<T>; i += kLines)
+      TransposeTile<kLines, T>(in + i, out + j, inOffset + j * sizeof(T),
+                               outOffset + i * sizeof(T));
 }
 
 #endif

@@ -37,10 +37,6 @@ void TransposePanel(const Panel& panel) {
 
 #else
 
-// Lines and elements of a square whose lines fill a cache line on both sides.
-template <class T>
-constexpr std::size_t kSquare = kCacheLine / sizeof(T);
-
 // Whether fewer lines than a square has can be too many for a set of the cache by far.
 template <class T>
 constexpr bool kThinConflicts = kSquare<T> > 2 * kCacheWays;
@@ -65,7 +61,7 @@ HWY_INLINE void TransposeStaged(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT o
     stagedIn[i] = staged[0][i];
     stagedOut[i] = staged[1][i];
   }
-  TransposeTiles<kTileLines<T>, T>(stagedIn, stagedOut, {0, kSquare<T>}, {0, kSquare<T>});
+  TransposeSquare<T>(stagedIn, stagedOut, 0, 0);
   for (std::size_t j = 0; j < kSquare<T>; ++j)
     CopyCacheLine(staged[1][j], out[element + j] + line * sizeof(T));
 }
@@ -96,6 +92,8 @@ HWY_INLINE void TransposeSquares(const Panel& panel) {
         TransposeStaged<T>(panel.in, panel.out, line, element);
       else if (staged && kThinConflicts<T> && lines.end - lines.begin > kCacheWays)
         TransposeStagedIn<kLines, T>(panel.in, panel.out, lines, element);
+      else if (kLines == kTileLines<T> && endLine <= panel.lines && endElement <= panel.elements)
+        TransposeSquare<T>(panel.in, panel.out, line, element);
       else
         TransposeTiles<kLines, T>(
             panel.in, panel.out, lines,
