@@ -1,6 +1,8 @@
 // Bytes become bits in two steps: eight columns are gathered into the bits of one line of bytes,
 // and those lines are transposed into the rows of the block. The transposition then moves an
-// eighth of the data only.
+// eighth of the data only. A column of 1, 2, 4 or 8 rows is shorter than a vector; if such columns
+// lie behind one another, each is an element, and elements of every eighth column are brought
+// together first.
 
 #include <algorithm>
 #include <cstdint>
@@ -15,6 +17,10 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
+
+// Rows of a panel at most, and how many packed bytes it holds.
+constexpr std::size_t kPanelRows = 256;
+constexpr std::size_t kPanelBytes = 8192;
 
 // Writes `count` bytes whose bits, from the most significant, tell which elements of up to eight
 // columns are not zero.
@@ -39,21 +45,60 @@ HWY_INLINE void GatherBits(D d, const std::uint8_t* HWY_RESTRICT columns, std::s
   }
 }
 
-void PackLogicalsToBits(const std::uint8_t* columns, std::uint8_t* block, const BlockShape& shape) {
+// Gathers the bits of joined columns of sizeof(T) rows each, so that a column is an element: every
+// eighth column goes to the same line, and of those lines whole vectors are gathered.
+template <class T>
+void GatherJoinedColumns(const std::uint8_t* columns, std::size_t byteCount,
+                         std::uint8_t* HWY_RESTRICT packed) {
   constexpr hn::CappedTag<std::uint8_t, 32> d;
-  HWY_ALIGN std::uint8_t packed[kPanelLines][kPanelLines];
-  for (std::size_t firstRow = 0; firstRow < shape.rows; firstRow += kPanelLines) {
-    const std::size_t rows = std::min(kPanelLines, shape.rows - firstRow);
-    for (std::size_t first = 0; first < shape.columns; first += 8 * kPanelLines) {
-      const std::size_t count = std::min(8 * kPanelLines, shape.columns - first);
-      for (std::size_t column = 0; column < count; column += 8)
-        GatherBits(d, columns + (first + column) * shape.columnStride + firstRow,
-                   shape.columnStride, std::min<std::size_t>(8, count - column), rows,
-                   packed[column / 8]);
-      const StridedLines<std::uint8_t> out{block + firstRow * shape.blockStride + first / 8,
-                                           shape.blockStride};
-      TransposeLines<std::uint8_t>(StridedLines<const std::uint8_t>{packed[0], kPanelLines},
-                                   (count + 7) / 8, out, rows);
+  constexpr std::size_t kLineBytes = 1024;
+  alignas(kCacheLine) std::uint8_t lines[8][kLineBytes];
+  for (std::size_t first = 0; first < byteCount; first += kLineBytes / sizeof(T)) {
+    const std::size_t count = std::min(kLineBytes / sizeof(T), byteCount - first);
+    const StridedLines<const std::uint8_t> in{columns + first * 8 * sizeof(T), 8 * sizeof(T)};
+    TransposeLines<T>(in, count, StridedLines<std::uint8_t>{lines[0], kLineBytes}, 8);
+    GatherBits(d, lines[0], kLineBytes, 8, count * sizeof(T), packed + first * sizeof(T));
+  }
+}
+
+// Gathers as many bytes of every row as `panel` has whole ones.
+void GatherWholeBytes(const std::uint8_t* columns, const BlockShape& panel,
+                      std::uint8_t* HWY_RESTRICT packed) {
+  const std::size_t count = panel.columns / 8;
+  const std::size_t joinedRows = panel.columnStride == panel.rows ? panel.rows : 0;
+  if (joinedRows == 1) return GatherJoinedColumns<std::uint8_t>(columns, count, packed);
+  if (joinedRows == 2) return GatherJoinedColumns<std::uint16_t>(columns, count, packed);
+  if (joinedRows == 4) return GatherJoinedColumns<std::uint32_t>(columns, count, packed);
+  if (joinedRows == 8) return GatherJoinedColumns<std::uint64_t>(columns, count, packed);
+  constexpr hn::CappedTag<std::uint8_t, 32> d;
+  for (std::size_t i = 0; i < count; ++i)
+    GatherBits(d, columns + 8 * i * panel.columnStride, panel.columnStride, 8, panel.rows,
+               packed + i * panel.rows);
+}
+
+// Packs rows of a panel, which may have so many columns that their bytes fill it.
+void PackPanel(const std::uint8_t* columns, std::uint8_t* block, const BlockShape& panel) {
+  constexpr hn::CappedTag<std::uint8_t, 32> d;
+  alignas(kCacheLine) std::uint8_t packed[kPanelBytes];
+  GatherWholeBytes(columns, panel, packed);
+  const std::size_t whole = panel.columns / 8, rest = panel.columns % 8;
+  if (rest > 0)
+    GatherBits(d, columns + 8 * whole * panel.columnStride, panel.columnStride, rest, panel.rows,
+               packed + whole * panel.rows);
+  TransposeLines<std::uint8_t>(StridedLines<const std::uint8_t>{packed, panel.rows},
+                               (panel.columns + 7) / 8,
+                               StridedLines<std::uint8_t>{block, panel.blockStride}, panel.rows);
+}
+
+void PackLogicalsToBits(const std::uint8_t* columns, std::uint8_t* block, const BlockShape& shape) {
+  BlockShape panel = shape;
+  for (std::size_t row = 0; row < shape.rows; row += kPanelRows) {
+    panel.rows = std::min(kPanelRows, shape.rows - row);
+    const std::size_t mostColumns = 8 * (kPanelBytes / panel.rows);
+    for (std::size_t column = 0; column < shape.columns; column += mostColumns) {
+      panel.columns = std::min(mostColumns, shape.columns - column);
+      PackPanel(columns + row + column * shape.columnStride,
+                block + row * shape.blockStride + column / 8, panel);
     }
   }
 }

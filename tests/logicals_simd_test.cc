@@ -75,8 +75,8 @@ void expectPacked(const BlockShape& shape) {
   ASSERT_TRUE(block == expected) << describe(shape);
 }
 
-constexpr std::size_t kHeights[] = {1,  2,  3,  4,  5,  7,  8,  9,  15,  16,
-                                    17, 31, 32, 33, 63, 64, 65, 96, 127, 130};
+constexpr std::size_t kHeights[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,  12,  13,  14,
+                                    15, 16, 17, 31, 32, 33, 63, 64, 65, 96, 127, 130, 257, 300};
 
 class LogicalsSimd : public hwy::TestWithParamTarget {};
 HWY_TARGET_INSTANTIATE_TEST_SUITE_P(LogicalsSimd);
@@ -113,8 +113,17 @@ TEST_P(LogicalsSimd, PackingLeavesBytesBehindARowAlone) {
       ASSERT_NO_FATAL_FAILURE(expectPacked(clipped(rows, columns, 1)));
 }
 
+TEST_P(LogicalsSimd, WideThinStripsAreExact) {
+  for (std::size_t rows = 1; rows <= 18; ++rows)
+    for (const std::size_t columns : Sizes{1024, 1025, 2055, 8209}) {
+      ASSERT_NO_FATAL_FAILURE(expectUnpacked(tight(rows, columns, 1)));
+      ASSERT_NO_FATAL_FAILURE(expectPacked(tight(rows, columns, 1)));
+    }
+}
+
 TEST_P(LogicalsSimd, NothingToCopyTouchesNothing) {
-  for (const BlockShape shape : {BlockShape{0, 4, 1, 4, 4, 16}, BlockShape{4, 0, 1, 4, 4, 16}}) {
+  for (const BlockShape shape : {BlockShape{0, 4, 1, 4, 4, 16}, BlockShape{0, 4, 1, 4, 0, 0},
+                                 BlockShape{4, 0, 1, 4, 4, 16}}) {
     unpackBitsToLogicals(nullptr, nullptr, shape);
     packLogicalsToBits(nullptr, nullptr, shape);
   }
