@@ -50,6 +50,7 @@ void Operation::operator()(std::uint32_t block, const vxArray* image) {
 }
 
 void Operation::call(std::initializer_list<const vxArray*> arguments) {
+  for (vxArrayPtr& output : outputs_) output.reset();
   module_.call(static_cast<int>(outputs_.size()), outputs_.data(),
                static_cast<int>(arguments.size()), arguments.begin());
 }
