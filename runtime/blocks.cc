@@ -180,12 +180,13 @@ void* takeBlock(std::size_t bytes, Contents contents) {
     return block;
   }
   const std::size_t offset = bytes >= kPage ? kPageOffset : sizeof(Header);
-  const std::size_t total = capacityFor(offset + bytes + kSlack);
+  const std::size_t used = offset + bytes + kSlack;
+  const std::size_t total = capacityFor(used);
   FreshMemory fresh{nullptr, false};
   if (Header* header = takeKept(total); header != nullptr)
     fresh.start = header->base;
   else
-    fresh = freshMemory(total);
+    fresh = freshMemory(total, used);
   void* block = payload(placeHeader(fresh.start, offset, total));
   finish(block, bytes, contents, fresh.isZero);
   return block;

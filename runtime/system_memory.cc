@@ -19,22 +19,24 @@ void* mapPages(std::size_t bytes) {
   return start;
 }
 
-// Huge pages need their own alignment: maps more and cuts both ends.
-void* mapHugePages(std::size_t bytes) {
+// Huge pages need their own alignment: maps more and cuts both ends. One that would be used in part
+// only is left to small pages, since all of it would count as soon as a byte of it is touched.
+void* mapHugePages(std::size_t bytes, std::size_t used) {
   auto* mapped = static_cast<std::byte*>(mapPages(bytes + kHugePage));
   const std::size_t misplaced = reinterpret_cast<std::uintptr_t>(mapped) % kHugePage;
   const std::size_t before = kHugePage - misplaced;
   std::byte* start = mapped + before;
   munmap(mapped, before);
   if (misplaced > 0) munmap(start + bytes, misplaced);
-  (void)madvise(start, bytes, MADV_HUGEPAGE);  // a wish: small pages serve as well
+  // A wish: small pages serve as well.
+  (void)madvise(start, used / kHugePage * kHugePage, MADV_HUGEPAGE);
   return start;
 }
 
 }  // namespace
 
-FreshMemory freshMemory(std::size_t bytes) {
-  if (bytes >= kHugePagesFrom) return {mapHugePages(bytes), true};
+FreshMemory freshMemory(std::size_t bytes, std::size_t used) {
+  if (bytes >= kHugePagesFrom) return {mapHugePages(bytes, used), true};
   if (bytes >= kMapFrom) return {mapPages(bytes), true};
   void* start = nullptr;
   if (posix_memalign(&start, kPage, bytes) != 0) throw std::bad_alloc();

@@ -12,9 +12,9 @@ struct FreshMemory {
   bool isZero;  // known to be 0, without having been touched
 };
 
-// `bytes` is a multiple of kPage from 32 pages on. Throws std::bad_alloc when the system has no
-// more.
-FreshMemory freshMemory(std::size_t bytes);
+// `bytes` is a multiple of kPage from 32 pages on; the first `used` of them are what is asked for
+// at the moment. Throws std::bad_alloc when the system has no more.
+FreshMemory freshMemory(std::size_t bytes, std::size_t used);
 
 // Takes back what freshMemory returned for this size.
 void giveBackMemory(void* start, std::size_t bytes) noexcept;
