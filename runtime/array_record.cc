@@ -48,6 +48,8 @@ constexpr ClassRow kClasses[] = {
     {"uint64", 8, scalarOf<std::uint64_t>},
 };
 static_assert(std::size(kClasses) == vxUINT64 + 1);
+constexpr std::size_t kLargestElement =
+    std::ranges::max(kClasses, {}, &ClassRow::elementSize).elementSize;
 
 // At least 2, and no 1 at the end beyond that.
 std::size_t effectiveRank(std::span<const std::size_t> dimensions) noexcept {
@@ -57,9 +59,13 @@ std::size_t effectiveRank(std::span<const std::size_t> dimensions) noexcept {
 }
 
 std::size_t countElements(std::span<const std::size_t> dimensions) {
-  if (std::ranges::find(dimensions, std::size_t{0}) != dimensions.end()) return 0;
   std::size_t count = 1;
-  for (const std::size_t dimension : dimensions) count = checkedProduct(count, dimension);
+  bool overflow = false;
+  for (const std::size_t dimension : dimensions) {
+    if (dimension == 0) return 0;
+    overflow |= __builtin_mul_overflow(count, dimension, &count);
+  }
+  if (overflow) throw std::bad_alloc();
   return count;
 }
 
@@ -73,10 +79,9 @@ void setDimensions(vxArray& array, std::span<const std::size_t> dimensions, std:
     array.dimensions.many = static_cast<std::size_t*>(
         takeBlock(checkedProduct(rank, sizeof(std::size_t)), Contents::kIndeterminate));
   array.rank = static_cast<std::uint32_t>(rank);
-  std::size_t* out =
-      std::ranges::copy(dimensions.first(std::min(rank, dimensions.size())), dimensionsOf(array))
-          .out;
-  std::fill(out, dimensionsOf(array) + rank, 1);
+  std::size_t* const out = dimensionsOf(array);
+  for (std::size_t axis = 0; axis < rank; ++axis)
+    out[axis] = axis < dimensions.size() ? dimensions[axis] : 1;
 }
 
 // A record with room for `bytes` of elements behind it, and nothing to release yet.
@@ -88,6 +93,21 @@ vxArrayPtr takeRecord(vxClassID classId, std::size_t bytesInCell) {
   array->storage = Storage::kInCell;
   array->data = array + 1;
   return vxArrayPtr(array);
+}
+
+// Most arrays are 1-by-1: without the arithmetic that others need.
+vxArrayPtr createScalar(vxClassID classId) {
+  if (elementSize(classId) > memoryLimit()) throw std::bad_alloc();
+  vxArrayPtr array = takeRecord(classId, kLargestElement + kSlack);
+  array->dimensions.few[0] = array->dimensions.few[1] = 1;
+  array->rank = 2;
+  array->elementCount = 1;
+  std::memset(array->data, 0, kLargestElement + kSlack);
+  return array;
+}
+
+bool isScalar(std::span<const std::size_t> dimensions) noexcept {
+  return dimensions.size() == 2 && dimensions[0] == 1 && dimensions[1] == 1;
 }
 
 }  // namespace
@@ -114,6 +134,7 @@ std::size_t checkedProduct(std::size_t a, std::size_t b) {
 
 vxArrayPtr createArray(vxClassID classId, std::span<const std::size_t> dimensions,
                        std::size_t itemsPerElement, Contents contents) {
+  if (isScalar(dimensions) && itemsPerElement == 1) return createScalar(classId);
   const std::size_t count = countElements(dimensions);
   const std::size_t bytes =
       checkedProduct(checkedProduct(count, elementSize(classId)), itemsPerElement);
@@ -124,8 +145,8 @@ vxArrayPtr createArray(vxClassID classId, std::span<const std::size_t> dimension
   setDimensions(*array, dimensions, effectiveRank(dimensions));
   if (small) {
     auto* elements = static_cast<std::byte*>(array->data);
-    const std::size_t kept = contents == Contents::kZero ? 0 : bytes;
-    std::memset(elements + kept, 0, bytes + kSlack - kept);
+    if (contents == Contents::kZero) std::memset(elements, 0, bytes);
+    std::memset(elements + bytes, 0, kSlack);
   } else {
     array->data = takeBlock(bytes, contents);
     array->storage = Storage::kBlock;

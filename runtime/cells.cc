@@ -5,6 +5,7 @@
 #include <mutex>
 #include <new>
 
+#include "runtime/fast_thread_local.h"
 #include "runtime/sanitizer.h"
 
 namespace tb::runtime {
@@ -46,9 +47,7 @@ constinit std::mutex sharedLock;
 constinit Stacks shared;
 
 // What this thread keeps. The state is apart from the guard, whose destructor would otherwise have
-// to be registered before a thread's first cell can be looked at. The model saves a call for each
-// access; the few hundred bytes fit what the system sets aside for libraries that are loaded late.
-#define TAGBRIDGE_FAST_THREAD_LOCAL [[gnu::tls_model("initial-exec")]] constinit thread_local
+// to be registered before a thread's first cell can be looked at.
 enum class Threading : unsigned char { kNew, kRunning, kEnding };
 TAGBRIDGE_FAST_THREAD_LOCAL Stacks kept;
 TAGBRIDGE_FAST_THREAD_LOCAL Threading threading = Threading::kNew;

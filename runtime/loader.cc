@@ -64,18 +64,6 @@ void Module::unload() noexcept {
   if (library_ != nullptr) dlclose(std::exchange(library_, nullptr));
 }
 
-void Module::call(int outputCount, vxArrayPtr* outputs, int inputCount,
-                  const vxArray* const* inputs) {
-  struct Keep {
-    std::vector<Diagnostic>& kept;
-    ~Keep() { kept = takeDiagnostics(); }
-  };
-  const GatewayScope scope;
-  const Keep keep{diagnostics_};
-  clean_ = false;
-  entry_(outputCount, outputs, inputCount, inputs);
-}
-
 void Module::cleanup() {
   if (std::exchange(clean_, true)) return;
   const GatewayScope scope;

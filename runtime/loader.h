@@ -36,6 +36,9 @@ class GatewayScope {
 // reported as warnings meanwhile.
 std::vector<Diagnostic> collectedDiagnostics();
 
+// Puts the same into `diagnostics`, and the stack is empty afterwards.
+void takeDiagnostics(std::vector<Diagnostic>& diagnostics) noexcept;
+
 // The loaded module. Calls must follow one another; they may come from different threads. An
 // exception that the module threw must not outlive it.
 class Module {
@@ -50,8 +53,18 @@ class Module {
   Module& operator=(Module&& other) noexcept;
 
   // Calls the gateway: inputs[0] is the operation's name. Results are left in the output slots. An
-  // error leaves as the exception that the module throws.
-  void call(int outputCount, vxArrayPtr* outputs, int inputCount, const vxArray* const* inputs);
+  // error leaves as the exception that the module throws. Inline, because an exception stops in
+  // each function that has something to undo: what is undone here is done where it is caught.
+  void call(int outputCount, vxArrayPtr* outputs, int inputCount, const vxArray* const* inputs) {
+    struct Keep {
+      std::vector<Diagnostic>& kept;
+      ~Keep() { takeDiagnostics(kept); }
+    };
+    const GatewayScope scope;
+    const Keep keep{diagnostics_};
+    clean_ = false;
+    entry_(outputCount, outputs, inputCount, inputs);
+  }
 
   // What libtiff said during the last call, whether that returned or threw.
   const std::vector<Diagnostic>& diagnostics() const noexcept { return diagnostics_; }

@@ -14,6 +14,7 @@
 
 #include "host/errors.h"
 #include "host/tiff_utilities.h"
+#include "runtime/fast_thread_local.h"
 
 namespace tb::runtime {
 namespace {
@@ -29,8 +30,11 @@ struct ErrorStack {
 };
 
 thread_local ErrorStack stack;
-constinit thread_local bool insideModule = false;
-constinit thread_local bool forwarding = false;
+// False when `stack` holds nothing: libtiff has nothing to say in most calls, and reaching an
+// object with a destructor takes longer than all that they would do with it.
+TAGBRIDGE_FAST_THREAD_LOCAL bool stackIsUsed = false;
+TAGBRIDGE_FAST_THREAD_LOCAL bool insideModule = false;
+TAGBRIDGE_FAST_THREAD_LOCAL bool forwarding = false;
 
 constinit std::atomic<TIFFErrorHandler> previousError = nullptr;
 constinit std::atomic<TIFFErrorHandler> previousWarning = nullptr;
@@ -52,6 +56,7 @@ std::string formatted(const char* format, std::va_list arguments) {
 }
 
 void collect(bool warning, const char* module, const char* format, std::va_list arguments) {
+  stackIsUsed = true;
   if (stack.messages.size() >= kMostMessages) {
     ++stack.dropped;
     return;
@@ -109,13 +114,14 @@ std::vector<Diagnostic> collectedDiagnostics() {
   return stack.messages;
 }
 
-std::vector<Diagnostic> takeDiagnostics() noexcept {
+void takeDiagnostics(std::vector<Diagnostic>& diagnostics) noexcept {
+  if (!std::exchange(stackIsUsed, false)) return diagnostics.clear();
   try {
     mentionDropped();
   } catch (...) {
     // The messages themselves are worth more than their number.
   }
-  return std::exchange(stack, {}).messages;
+  diagnostics = std::exchange(stack, {}).messages;
 }
 
 std::size_t messageCount() noexcept { return stack.messages.size(); }
@@ -150,12 +156,14 @@ void ZQTIFFrestorePreviousHandlers() noexcept {
 }
 
 void ZQTIFFinitializeErrorStack() {
+  if (!std::exchange(tb::runtime::stackIsUsed, false)) return;
   tb::runtime::ErrorStack& stack = tb::runtime::stack;
   stack.messages.clear();
   stack.reported = stack.dropped = 0;
 }
 
 void ZQTIFFcheckErrorAsWarning() {
+  if (!tb::runtime::stackIsUsed) return;
   tb::runtime::ErrorStack& stack = tb::runtime::stack;
   if (stack.reported == stack.messages.size()) return;
   tb::runtime::mentionDropped();

@@ -7,9 +7,6 @@
 
 namespace tb::runtime {
 
-// What was collected since the stack was last initialised; the stack is empty afterwards.
-std::vector<Diagnostic> takeDiagnostics() noexcept;
-
 // Forgets the messages since `start` when they repeat the run of messages just before it. Opening
 // is tried several times, and each attempt says the same. `start` is an earlier messageCount().
 void dropRepeatedMessages(std::size_t start) noexcept;

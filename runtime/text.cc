@@ -30,10 +30,17 @@ std::span<const char16_t> unitsOf(const vxArray* array) noexcept {
   throw error;
 }
 
+bool isNarrow(std::span<const char16_t> units) noexcept {
+  unsigned bits = 0;  // of all units together: looking at each would take a branch each
+  for (const char16_t unit : units) bits |= unit;
+  return bits <= kLargestNarrow;
+}
+
 void requireNarrow(std::span<const char16_t> units) {
+  if (isNarrow(units)) return;
   const auto wide =
       std::ranges::find_if(units, [](char16_t unit) { return unit > kLargestNarrow; });
-  if (wide != units.end()) raiseNotNarrow(*wide, static_cast<std::size_t>(wide - units.begin()));
+  raiseNotNarrow(*wide, static_cast<std::size_t>(wide - units.begin()));
 }
 
 // `out` has room for all units.

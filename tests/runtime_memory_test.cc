@@ -75,6 +75,13 @@ TEST_F(Memory, LimitAppliesToEachArrayAndBlock) {
   EXPECT_THROW((void)vxMalloc(kMiB + 1), std::bad_alloc);
 }
 
+TEST_F(Memory, LimitAppliesToScalars) {
+  setMemoryLimit(4);
+  constexpr std::size_t kDimensions[] = {1, 1};
+  EXPECT_NO_THROW((void)matrix::detail::do_create_numeric(vxSINGLE, kDimensions));
+  EXPECT_THROW((void)matrix::detail::do_create_numeric(vxDOUBLE, kDimensions), std::bad_alloc);
+}
+
 TEST_F(Memory, RefusalTouchesNoMemory) {
   const std::size_t tooMuch = memoryLimit() + 1;
   const std::size_t before = residentBytes();
