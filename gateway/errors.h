@@ -168,15 +168,22 @@ inline resource_core::BaseMsgID::Argument messageArgument(std::string_view text)
 }
 inline resource_core::BaseMsgID::Argument messageArgument(std::u16string text) { return text; }
 
-// Reports the error to the host, then throws it. The arguments are those of the identifier, in
-// order; the catalog refers to them by position.
+// An error that the host has been told of.
 template <class Id, class... Args>
-[[noreturn]] void raise(Args&&... args) {
+foundation::core::except::Exception<Id, std::exception> reportedError(Args&&... args) {
   resource_core::BaseMsgID message(Id::component, Id::name);
   (message.append(messageArgument(std::forward<Args>(args))), ...);
-  const foundation::core::except::Exception<Id, std::exception> error(std::move(message));
+  foundation::core::except::Exception<Id, std::exception> error(std::move(message));
   matrix::detail::do_legacy_vx_error(error);
-  throw error;
+  return error;
+}
+
+// Reports the error to the host, then throws it. The arguments are those of the identifier, in
+// order; the catalog refers to them by position. The error is made where it is thrown from, so that
+// nothing here has to be copied or unwound.
+template <class Id, class... Args>
+[[noreturn]] void raise(Args&&... args) {
+  throw reportedError<Id>(std::forward<Args>(args)...);
 }
 
 // The message of a warning without arguments yet.
