@@ -4,7 +4,6 @@
 #include "gateway/gateway.h"
 
 #include <boost/numeric/conversion/cast.hpp>
-#include <memory>
 #include <string>
 
 #include "gateway/errors.h"
@@ -14,21 +13,9 @@
 namespace tb {
 namespace {
 
-struct HostStringFree {
-  void operator()(char* text) const noexcept { vxFree(text); }
-};
-
 void installTiffHandlers() {
   ZQTIFFsetPreviousHandlers(TIFFSetErrorHandler(ZQTIFFerrHandler),
                             TIFFSetWarningHandler(ZQTIFFwarnHandler));
-}
-
-// The operation name, empty when the first input is missing or is not text: no operation has that
-// name.
-std::string operationName(int inputCount, const vxArray* const* inputs) {
-  if (inputCount < 1) return {};
-  const std::unique_ptr<char, HostStringFree> text(vxArrayToString(inputs[0]));
-  return text ? std::string(text.get()) : std::string();
 }
 
 }  // namespace
@@ -38,8 +25,9 @@ void tagbridge(int outputCount, vxArrayPtr* outputs, int inputCount, const vxArr
   tb::installTiffHandlers();
   ZQTIFFinitializeErrorStack();
   registerJPEG2000Codecs();
-  const std::string name = tb::operationName(inputCount, inputs);
-  tb::s_tagbridge_op* op = tb::opname2opcode(name, inputCount - 1);
+  // A call without inputs has the empty name, which no operation has.
+  tb::s_tagbridge_op* op = inputCount < 1 ? tb::opname2opcode(std::string(), inputCount - 1)
+                                          : tb::opname2opcode(inputs[0], inputCount - 1);
   try {
     op->handler(outputCount, outputs, inputCount - 1, inputs + 1, op);
   } catch (const boost::numeric::bad_numeric_cast&) {

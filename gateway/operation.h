@@ -34,6 +34,10 @@ inline constexpr std::int32_t kCloseOpcode = 0;
 // record's limits, and InvalidOperation(name) when no record has exactly this name.
 s_tagbridge_op* opname2opcode(const std::string& name, int numberOfInputs);
 
+// The same for a host's array. An array that is not text counts as the empty name; text ends at its
+// first NUL, and an element above 255 is the host's own error.
+s_tagbridge_op* opname2opcode(const vxArray* name, int numberOfInputs);
+
 // Puts a finished array into a slot, releasing what the slot held. A result for which the caller
 // supplied no slot is dropped.
 void storeOutput(int outputCount, vxArrayPtr* outputs, int slot, vxArrayPtr value) noexcept;

@@ -1,6 +1,8 @@
 // The operations. Opcode 4 is not assigned.
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <string_view>
 
 #include "gateway/errors.h"
 #include "gateway/operation.h"
@@ -12,6 +14,10 @@ namespace tb {
 namespace {
 
 constexpr std::size_t kOperationCount = 25;
+
+struct HostStringFree {
+  void operator()(char* text) const noexcept { vxFree(text); }
+};
 
 // Built on the first lookup; the order of the rows is the order of the search.
 s_tagbridge_op (&operationTable())[kOperationCount] {
@@ -47,16 +53,39 @@ s_tagbridge_op (&operationTable())[kOperationCount] {
   return table;
 }
 
+// The record of exactly this name; null when there is none.
+template <class Text>
+s_tagbridge_op* findOperation(Text name) {
+  auto& table = operationTable();
+  const auto found = std::ranges::find_if(
+      table, [name](const s_tagbridge_op& op) { return std::ranges::equal(op.name, name); });
+  return found != std::end(table) ? found : nullptr;
+}
+
+s_tagbridge_op* checkInputs(s_tagbridge_op* op, int numberOfInputs) {
+  if (numberOfInputs < op->minInputs || numberOfInputs > op->maxInputs) {
+    raise<validate::wrongNumberOfInputs>();
+  }
+  return op;
+}
+
 }  // namespace
 
 s_tagbridge_op* opname2opcode(const std::string& name, int numberOfInputs) {
-  auto& table = operationTable();
-  const auto found = std::ranges::find(table, name, &s_tagbridge_op::name);
-  if (found == std::end(table)) raise<Tiff::InvalidOperation>(name);
-  if (numberOfInputs < found->minInputs || numberOfInputs > found->maxInputs) {
-    raise<validate::wrongNumberOfInputs>();
+  s_tagbridge_op* const op = findOperation(std::string_view(name));
+  if (op == nullptr) raise<Tiff::InvalidOperation>(name);
+  return checkInputs(op, numberOfInputs);
+}
+
+s_tagbridge_op* opname2opcode(const vxArray* name, int numberOfInputs) {
+  // Nearly every name is that of an operation, and needs no copy to be found.
+  if (vxGetClassID(name) == vxCHAR) {
+    const std::u16string_view units(static_cast<const char16_t*>(vxGetData(name)),
+                                    vxGetNumberOfElements(name));
+    if (s_tagbridge_op* const op = findOperation(units)) return checkInputs(op, numberOfInputs);
   }
-  return found;
+  const std::unique_ptr<char, HostStringFree> text(vxArrayToString(name));
+  return opname2opcode(text ? text.get() : "", numberOfInputs);
 }
 
 }  // namespace tb

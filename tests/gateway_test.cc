@@ -164,6 +164,21 @@ TEST(Gateway, NameOfAnyShapeIsReadInStorageOrder) {
   EXPECT_FALSE(textOf(callGateway(1, {Input(name)}).front()).empty());
 }
 
+TEST(Gateway, NameEndsAtItsFirstNul) {
+  const vxArrayPtr name = arrayOf<char16_t>({1, 8}, {'c', 'l', 'o', 's', 'e', '\0', 'i', 't'});
+  expectError<validate::wrongNumberOfInputs>({}, [&] { callGateway(1, {Input(name)}); });
+}
+
+TEST(Gateway, NameIsRefusedByTheHostWhenItIsNotNarrow) {
+  const vxArrayPtr name = arrayOf<char16_t>({1, 6}, {'c', 'l', 'o', 's', 'e', u'\u03A9'});
+  try {
+    callGateway(1, {Input(name)});
+    FAIL() << "nothing was raised";
+  } catch (const foundation::core::except::IMsgIDException& error) {
+    EXPECT_EQ(error.message().identifier(), "KORVAL:pictoria:host:characterNotNarrow");
+  }
+}
+
 TEST(Gateway, ResultWithoutSlotIsDropped) {
   EXPECT_NO_THROW(callFor(0, "getVersion"));
   // A null slot array goes with a count of 0.
