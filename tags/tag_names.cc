@@ -1,7 +1,7 @@
 #include "tags/tag_names.h"
 
 #include <algorithm>
-#include <vector>
+#include <array>
 
 #include "gateway/errors.h"
 
@@ -9,7 +9,7 @@ namespace tb {
 namespace {
 
 // In tag order, then the GeoTIFF and RPC tags, then libtiff's pseudo-tags and compression options.
-// 344 stands here twice; the first of two equal numbers counts, and the second is dropped.
+// 344 stands here twice, alike.
 constexpr TagName kTagNames[] = {
     {254, "SubfileType"},
     {255, "OldSubfileType"},
@@ -118,25 +118,24 @@ constexpr TagName kTagNames[] = {
 };
 static_assert(std::size(kTagNames) == 104);
 
-std::vector<TagName> sortedNames() {
-  std::vector<TagName> names(std::begin(kTagNames), std::end(kTagNames));
-  std::ranges::stable_sort(names, {}, &TagName::tag);
-  const auto sameTag = [](const TagName& a, const TagName& b) { return a.tag == b.tag; };
-  names.erase(std::unique(names.begin(), names.end(), sameTag), names.end());
+// Each tag once.
+constexpr auto kSortedNames = [] {
+  auto all = std::to_array(kTagNames);
+  std::ranges::sort(all, {}, &TagName::tag);
+  std::array<TagName, all.size() - 1> names;
+  std::ranges::unique_copy(all, names.begin(), {}, &TagName::tag);
   return names;
-}
+}();
+static_assert(std::ranges::adjacent_find(kSortedNames, std::ranges::greater_equal{},
+                                         &TagName::tag) == kSortedNames.end());
 
 }  // namespace
 
-std::span<const TagName> allTagNames() {
-  static const std::vector<TagName> names = sortedNames();
-  return names;
-}
+std::span<const TagName> allTagNames() { return kSortedNames; }
 
 std::string tag_num_to_tag_name(TIFF*, std::uint32_t tag) {
-  const std::span<const TagName> names = allTagNames();
-  const auto found = std::ranges::lower_bound(names, tag, {}, &TagName::tag);
-  if (found == names.end() || found->tag != tag) raise<Tiff::unrecognizedTagNumber>(tag);
+  const auto found = std::ranges::lower_bound(kSortedNames, tag, {}, &TagName::tag);
+  if (found == kSortedNames.end() || found->tag != tag) raise<Tiff::unrecognizedTagNumber>(tag);
   return found->name;
 }
 
