@@ -40,7 +40,8 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
                             static_cast<int>(inputs.size()), inputs.data());
     } catch (const foundation::core::except::IMsgIDException& error) {
       outcome.diagnostics = s_bridge->module.diagnostics();
-      outcome.error = error.message();
+      outcome.failure = std::current_exception();
+      outcome.error = &error.message();
     }
   } catch (...) {
     outcome.failure = std::current_exception();

@@ -7,7 +7,6 @@
 
 #include <exception>
 #include <filesystem>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -17,10 +16,11 @@
 
 namespace tb::python {
 
-// How a call ended, apart from the output slots. At most one of `error` and `failure` is set.
+// How a call ended, apart from the output slots.
 struct Outcome {
-  std::optional<resource_core::BaseMsgID> error;  // the identified error that the call raised
-  std::exception_ptr failure;                     // any other exception
+  std::exception_ptr failure;  // what the call threw; null when it returned
+  const resource_core::BaseMsgID* error =
+      nullptr;  // of `failure`, when that is an identified error
   std::vector<resource_core::BaseMsgID> warnings;
   std::vector<runtime::Diagnostic> diagnostics;  // filled in when the call raised `error`
 };

@@ -83,7 +83,7 @@ py::object failWith(const py::object& exception) {
 
 // Ends a failed call. An exception that a warning became explains the failure: it is the context.
 py::object fail(const Outcome& outcome, py::object fromWarning) {
-  if (outcome.failure != nullptr) std::rethrow_exception(outcome.failure);
+  if (outcome.error == nullptr) std::rethrow_exception(outcome.failure);
   const py::object error = errorObject(*outcome.error, outcome.diagnostics);
   if (fromWarning) PyException_SetContext(error.ptr(), fromWarning.release().ptr());
   return failWith(error);
@@ -108,9 +108,7 @@ py::object call(const Arguments& arguments) {
 
   py::object fromWarning;
   if (!outcome.warnings.empty()) fromWarning = issueWarnings(outcome.warnings);
-  if (outcome.error || outcome.failure != nullptr) {
-    return fail(outcome, std::move(fromWarning));
-  }
+  if (outcome.failure != nullptr) return fail(outcome, std::move(fromWarning));
   inputs.keepOperationName();
   if (fromWarning) {
     closeUndelivered(arguments.operation, outputs);

@@ -99,6 +99,13 @@ vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
   return cell;
 }
 
+// Indexed by NumPy's type number, of which the first stand for C's types in this order: bool, then
+// each integer signed and unsigned, from char to long long, then float and double.
+constexpr std::array kClasses = {vxLOGICAL, vxINT8,   vxUINT8, vxINT16,  vxUINT16,
+                                 vxINT32,   vxUINT32, vxINT64, vxUINT64, vxINT64,
+                                 vxUINT64,  vxSINGLE, vxDOUBLE};
+static_assert(kClasses.size() == NPY_DOUBLE + 1 && sizeof(int) == 4 && sizeof(long) == 8);
+
 [[noreturn]] void refuseArray(PyArrayObject* array, const Place& place) {
   const std::string type = py::str(reinterpret_cast<PyObject*>(PyArray_DESCR(array)));
   refuse("numpy.ndarray of dtype " + type, place);
@@ -107,28 +114,8 @@ vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
 }  // namespace
 
 vxClassID numericClass(const PyArray_Descr* type) noexcept {
-  switch (type->type_num) {
-    case NPY_BOOL:
-      return vxLOGICAL;
-    case NPY_FLOAT:
-      return vxSINGLE;
-    case NPY_DOUBLE:
-      return vxDOUBLE;
-    default:
-      break;
-  }
-  if (!PyTypeNum_ISINTEGER(type->type_num)) return vxUNKNOWN;
-  const bool isSigned = PyTypeNum_ISSIGNED(type->type_num);
-  switch (type->elsize) {
-    case 1:
-      return isSigned ? vxINT8 : vxUINT8;
-    case 2:
-      return isSigned ? vxINT16 : vxUINT16;
-    case 4:
-      return isSigned ? vxINT32 : vxUINT32;
-    default:
-      return isSigned ? vxINT64 : vxUINT64;
-  }
+  const auto number = static_cast<std::size_t>(type->type_num);
+  return number < kClasses.size() ? kClasses[number] : vxUNKNOWN;
 }
 
 vxArrayPtr hostArray(PyArrayObject* array, const Place& place) {

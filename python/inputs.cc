@@ -1,92 +1,100 @@
 #include "python/inputs.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "python/host_values.h"
-#include "python/scalar_pool.h"
 
 namespace tb::python {
 namespace {
 
-// What calls leave for later ones. Left to the process on purpose, for it may be in use by a thread
-// that the end of the interpreter surprises.
-struct Kept {
-  ScalarPool scalars;
-  // By the name's object, which is interned and referred to here, so that it stays unique. Names of
-  // operations only, so that there are few. Nothing is removed: a call may be using it.
-  std::unordered_map<PyObject*, vxArrayPtr> operations;
+// An interned name, referred to so that it stays unique, and its array.
+struct OperationName {
+  PyObject* object;
+  vxArrayPtr array;
 };
 
-Kept& kept() {
-  static Kept* const kept = std::make_unique<Kept>().release();
-  return *kept;
+// What calls leave for later ones.
+struct Kept {
+  std::unique_ptr<ScalarInputs> scalars;  // null while a call uses them
+  // Names of operations only, so that there are few. Nothing is removed: a call may be using it.
+  std::vector<OperationName> operations;
+};
+
+// Left to the process on purpose, for it may be in use by a thread that the end of the interpreter
+// surprises.
+Kept& s_kept = *std::make_unique<Kept>().release();
+
+// One element of a class that the host knows, in native byte order.
+bool isPlainScalar(PyArrayObject* array) {
+  const npy_intp* const shape = PyArray_DIMS(array);
+  const auto isOne = [](npy_intp count) { return count == 1; };
+  return std::all_of(shape, shape + PyArray_NDIM(array), isOne) &&
+         numericClass(PyArray_DESCR(array)) != vxUNKNOWN && PyArray_ISNOTSWAPPED(array);
 }
 
 }  // namespace
 
-Inputs::Inputs(PyObject* operation) : operation_(operation) {
-  const auto& names = kept().operations;
-  if (const auto found = names.find(operation); found != names.end()) {
-    nameIsKept_ = true;
-    pointers_.push_back(found->second.get());
+Inputs::Inputs(PyObject* operation) : operation_(operation), scalars_(std::move(s_kept.scalars)) {
+  if (scalars_ == nullptr) scalars_ = std::make_unique<ScalarInputs>();
+  const auto& names = s_kept.operations;
+  const auto found = std::ranges::find(names, operation, &OperationName::object);
+  if (found != names.end()) {
+    pointers_.push_back(found->array.get());
     return;
   }
   if (!PyUnicode_Check(operation)) {
     throw pybind11::type_error("call(): operation must be a str, not " +
                                std::string(Py_TYPE(operation)->tp_name));
   }
-  append(hostText(operation), false);
+  name_ = hostText(operation);
+  pointers_.push_back(name_.get());
 }
 
-Inputs::~Inputs() {
-  for (Owned& input : owned_) {
-    if (input.scalar) kept().scalars.give(std::move(input.array));
-  }
-}
+Inputs::~Inputs() { s_kept.scalars = std::move(scalars_); }
 
 void Inputs::add(PyObject* value) {
-  if (addScalar(value)) return;
-  append(hostValue(value, {operation_, pointers_.size()}), false);
+  if (pointers_.size() <= ScalarInputs::kInputs && addScalar(value)) return;
+  append(hostValue(value, {operation_, pointers_.size()}));
 }
 
 // The few kinds of value that nearly all arguments are.
 bool Inputs::addScalar(PyObject* value) {
+  double number = 0;
+  vxClassID classId = vxDOUBLE;
+  const void* element = &number;
+  std::size_t size = sizeof number;
   if (PyFloat_CheckExact(value)) {
-    const double number = PyFloat_AS_DOUBLE(value);
-    addNumber(vxDOUBLE, &number, sizeof number);
-    return true;
+    number = PyFloat_AS_DOUBLE(value);
+  } else if (PyLong_CheckExact(value)) {
+    number = hostNumber(value, {operation_, pointers_.size()});
+  } else if (PyArray_Check(value) && isPlainScalar(reinterpret_cast<PyArrayObject*>(value))) {
+    auto* const array = reinterpret_cast<PyArrayObject*>(value);
+    classId = numericClass(PyArray_DESCR(array));
+    element = PyArray_DATA(array);
+    size = static_cast<std::size_t>(PyArray_ITEMSIZE(array));
+  } else {
+    return false;
   }
-  if (PyLong_CheckExact(value)) {
-    const double number = hostNumber(value, {operation_, pointers_.size()});
-    addNumber(vxDOUBLE, &number, sizeof number);
-    return true;
-  }
-  if (!PyArray_Check(value)) return false;
-  auto* const array = reinterpret_cast<PyArrayObject*>(value);
-  if (PyArray_SIZE(array) != 1 || PyArray_ISBYTESWAPPED(array)) return false;
-  const vxClassID classId = numericClass(PyArray_DESCR(array));
-  if (classId == vxUNKNOWN) return false;
-  addNumber(classId, PyArray_DATA(array), static_cast<std::size_t>(PyArray_ITEMSIZE(array)));
+  pointers_.push_back(scalars_->set(pointers_.size() - 1, classId, element, size));
   return true;
 }
 
-void Inputs::addNumber(vxClassID classId, const void* value, std::size_t size) {
-  append(kept().scalars.take(classId, value, size), true);
-}
-
-void Inputs::append(vxArrayPtr array, bool scalar) {
-  pointers_.push_back(array.get());
-  owned_.push_back({std::move(array), scalar});
+void Inputs::append(vxArrayPtr array) {
+  others_.push_back(std::move(array));
+  pointers_.push_back(others_.back().get());
 }
 
 void Inputs::keepOperationName() {
-  if (nameIsKept_ || !PyUnicode_CHECK_INTERNED(operation_)) return;
-  if (kept().operations.try_emplace(operation_, std::move(owned_.front().array)).second) {
-    Py_INCREF(operation_);
-  }
+  if (name_ == nullptr || !PyUnicode_CHECK_INTERNED(operation_)) return;
+  auto& names = s_kept.operations;
+  // Another thread may have kept it while this call ran.
+  if (std::ranges::find(names, operation_, &OperationName::object) != names.end()) return;
+  names.push_back({operation_, std::move(name_)});
+  Py_INCREF(operation_);
 }
 
 }  // namespace tb::python

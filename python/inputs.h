@@ -2,10 +2,12 @@
 #pragma once
 
 #include <boost/container/small_vector.hpp>
+#include <memory>
 #include <span>
 
 #include "host/array.h"
 #include "python/numpy_api.h"
+#include "python/scalar_inputs.h"
 
 namespace tb::python {
 
@@ -42,19 +44,14 @@ class Inputs {
   void keepOperationName();
 
  private:
-  struct Owned {
-    vxArrayPtr array;
-    bool scalar;  // from the pool of scalars
-  };
-
-  void append(vxArrayPtr array, bool scalar);
+  void append(vxArrayPtr array);
   bool addScalar(PyObject* value);
-  void addNumber(vxClassID classId, const void* value, std::size_t size);
 
   PyObject* operation_;
-  bool nameIsKept_ = false;
-  boost::container::small_vector<const vxArray*, 8> pointers_;
-  boost::container::small_vector<Owned, 8> owned_;
+  vxArrayPtr name_;  // null when the name's array is one that is kept
+  std::unique_ptr<ScalarInputs> scalars_;
+  boost::container::small_vector<vxArrayPtr, 2> others_;
+  boost::container::small_vector<const vxArray*, ScalarInputs::kInputs + 1> pointers_;
 };
 
 }  // namespace tb::python

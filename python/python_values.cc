@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/container/small_vector.hpp>
 #include <cstring>
-#include <span>
 #include <stdexcept>
 #include <utility>
+
+#include "python/array_owner.h"
 
 namespace py = pybind11;
 
@@ -28,24 +28,17 @@ PyArrayObject* asArray(const py::object& array) {
   return reinterpret_cast<PyArrayObject*>(array.ptr());
 }
 
-void destroyCapsule(PyObject* capsule) {
-  matrix::destroyArray(static_cast<vxArray*>(PyCapsule_GetPointer(capsule, nullptr)));
+int rankOf(const vxArray* array) { return static_cast<int>(vxGetNumberOfDimensions(array)); }
+
+const npy_intp* shapeOf(const vxArray* array) {
+  static_assert(sizeof(npy_intp) == sizeof(std::size_t));
+  return reinterpret_cast<const npy_intp*>(vxGetDimensions(array));
 }
 
-// A Python object that owns the array and everything inside it.
-py::object ownerOf(vxArrayPtr array) {
-  py::object owner = checked(PyCapsule_New(array.get(), nullptr, destroyCapsule));
-  (void)array.release();  // the capsule destroys it from here on
-  return owner;
-}
-
-// A new array with the dimensions of `array`, over `data` unless that is null.
-py::object newArray(const vxArray* array, int type, void* data) {
-  const std::span dimensions(vxGetDimensions(array), vxGetNumberOfDimensions(array));
-  boost::container::small_vector<npy_intp, 4> shape(dimensions.begin(), dimensions.end());
-  return checked(PyArray_New(&PyArray_Type, static_cast<int>(shape.size()), shape.data(), type,
-                             nullptr, data, type == NPY_UNICODE ? sizeof(Py_UCS4) : 0,
-                             NPY_ARRAY_FARRAY, nullptr));
+// A new array with the dimensions of `array`.
+py::object newArray(const vxArray* array, int type) {
+  return checked(PyArray_New(&PyArray_Type, rankOf(array), shapeOf(array), type, nullptr, nullptr,
+                             type == NPY_UNICODE ? sizeof(Py_UCS4) : 0, NPY_ARRAY_FARRAY, nullptr));
 }
 
 // `owner` holds `array`, itself or as a part, so that writing to its elements is allowed although
@@ -53,7 +46,10 @@ py::object newArray(const vxArray* array, int type, void* data) {
 py::object numericArray(const vxArray* array, const py::object& owner) {
   void* const elements = vxGetWritableData(const_cast<vxArray*>(array));
   const auto classId = static_cast<std::size_t>(vxGetClassID(array));
-  py::object result = newArray(array, kNumpyTypes[classId], elements);
+  PyArray_Descr* const type = PyArray_DescrFromType(kNumpyTypes[classId]);
+  py::object result =
+      checked(PyArray_NewFromDescr(&PyArray_Type, type, rankOf(array), shapeOf(array), nullptr,
+                                   elements, NPY_ARRAY_FARRAY, nullptr));
   PyArray_SetBaseObject(asArray(result), py::object(owner).release().ptr());
   return result;
 }
@@ -70,7 +66,7 @@ py::object textValue(const vxArray* array) {
     return checked(
         PyUnicode_FromKindAndData(PyUnicode_2BYTE_KIND, units, static_cast<Py_ssize_t>(count)));
   }
-  py::object characters = newArray(array, NPY_UNICODE, nullptr);
+  py::object characters = newArray(array, NPY_UNICODE);
   std::copy_n(units, count, static_cast<Py_UCS4*>(PyArray_DATA(asArray(characters))));
   return characters;
 }
@@ -81,7 +77,7 @@ py::object partValue(const vxArray* array, const py::object& owner);
 // An object array of the dimensions of `array`; `element` makes the object of an index.
 template <class Element>
 py::object objectArray(const vxArray* array, Element element) {
-  py::object result = newArray(array, NPY_OBJECT, nullptr);
+  py::object result = newArray(array, NPY_OBJECT);
   auto* const objects = static_cast<PyObject**>(PyArray_DATA(asArray(result)));
   for (std::size_t index = 0; index < vxGetNumberOfElements(array); ++index) {
     PyObject* const former = std::exchange(objects[index], element(index).release().ptr());

@@ -143,3 +143,20 @@ def test_an_operation_without_a_result_returns_none(gray):
 
 def test_operation_names_need_not_be_constants():
     assert tagbridge.call("".join(["get", "Version"])) == tagbridge.call("getVersion")
+
+
+def test_a_narrow_scalar_has_no_bytes_of_an_earlier_one(gray, open_file):
+    file = open_file(gray)
+    assert tagbridge.call("getField", file, np.array([[256.0]])).shape == (1, 1)
+    for tag in (np.array([[256]], "u2"), np.array([[0]], "i8"), np.array(0.0)):
+        # A tag's number is read as a double, whatever the class of the array.
+        with pytest.raises(tagbridge.Error) as caught:
+            tagbridge.call("getField", file, tag)
+        assert caught.value.arguments == (0,)
+
+
+@pytest.mark.parametrize("count", [7, 8, 9, 40])
+def test_any_number_of_inputs_is_handed_over(count):
+    with pytest.raises(tagbridge.Error) as caught:
+        tagbridge.call("isTiled", *range(count))
+    assert caught.value.identifier == "KORVAL:pictoria:validate:wrongNumberOfInputs"

@@ -308,6 +308,15 @@ def test_a_result_is_passed_on_without_a_copy():
     assert to_host(array)["address"] == array.__array_interface__["data"][0]
 
 
+def test_results_have_elements_of_their_own_also_after_others_ended():
+    for _ in range(2):
+        results = [to_python((6, [1, 1], bytes(8))) for _ in range(40)]
+        for number, result in enumerate(results):
+            result[0, 0] = number
+        assert [result[0, 0] for result in results] == list(range(40))
+        del results, result
+
+
 def test_parts_of_a_result_outlive_the_whole():
     cell = to_python((CELL, [1, 2], [(9, [1, 3], b"abc"), (9, [1, 40], bytes(40))]))
     part = cell[0, 0]
