@@ -34,7 +34,7 @@ constexpr std::size_t kMostSeparated = 4;
 // square. `lines` is how many lines the cache must hold beside so many rows.
 template <class T>
 bool NeedsRowPanels(const BlockShape& shape, std::size_t lines) {
-  if (shape.rows == 1 || shape.samples > kMostSeparated) return false;
+  if (shape.rows <= 1 || shape.samples > kMostSeparated) return false;
   const bool thin = shape.rows <= kMostInterleaved<T>;
   if (shape.samples > 1) return thin;
   const std::size_t rows = std::min(shape.rows, kCacheLine / sizeof(T));

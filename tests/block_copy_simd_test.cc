@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <ostream>
+#include <utility>
 
 #include "hwy/tests/hwy_gtest.h"
 #include "image/block_to_columns.h"
@@ -135,6 +136,21 @@ TEST_P(BlockCopySimd, StridesOfWholeCacheWaysAreExact) {
           ASSERT_NO_FATAL_FAILURE(
               expectBothDirections(conflictingRows(elementSize, rows, columns, samples)));
         }
+}
+
+TEST_P(BlockCopySimd, NoRowsOrNoColumnsMoveNothing) {
+  for (const std::size_t elementSize : kElementSizes)
+    for (const std::size_t samples : Sizes{1, 3, 5})
+      for (const auto& [rows, columns] : {std::pair<std::size_t, std::size_t>{0, 70}, {70, 0}}) {
+        Case empty = conflicting(elementSize, 70, 70, samples);
+        empty.shape.rows = rows;
+        empty.shape.columns = columns;
+        KernelInput from(1);
+        KernelOutput to(1), untouched(1);
+        copyBlockToColumns(from.data(), to.data(), elementSize, empty.shape);
+        copyColumnsToBlock(from.data(), to.data(), elementSize, empty.shape);
+        ASSERT_TRUE(to == untouched) << empty;
+      }
 }
 
 TEST_P(BlockCopySimd, WideThinStripsAreExact) {
