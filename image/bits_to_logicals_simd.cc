@@ -1,8 +1,8 @@
 // Bits become bytes in two steps: the bytes of the block are transposed, so that the bits of one
 // column lie in consecutive bytes, and each of those bytes' eight bits is masked out into a column
-// of its own. The transposition then moves an eighth of the data only. Columns of up to 16 rows that
-// lie behind one another are shorter than a vector; there a shuffle brings the right byte to every
-// logical of several columns.
+// of its own. The transposition then moves an eighth of the data only. Columns of up to 16 rows
+// that lie behind one another are shorter than a vector; there a shuffle brings the right byte to
+// every logical of several columns.
 
 #include <algorithm>
 #include <cstdint>

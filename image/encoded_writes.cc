@@ -43,6 +43,15 @@ std::size_t bytesToEncode(const TiffImageMetaData_& record, const vxArray* image
   return std::min(bufferSize, imageBytes * (1 + 2 / lumaPerUnit));
 }
 
+// The block as libtiff takes it, of the size that libtiff computes.
+BlockBuffer laidOutBlock(InputImages images, tmsize_t tiffSize, const TiffImageMetaData_& record) {
+  const std::size_t size = blockSize(tiffSize);
+  BlockBuffer buffer = fillsWholeBuffer(images, size, record) ? BlockBuffer::uninitialised(size)
+                                                              : BlockBuffer::zeroed(size);
+  fillWriteBuffer(images, buffer.bytes(), record);
+  return buffer;
+}
+
 }  // namespace
 
 void TIFFWriteEncodedStrip_handler(int, vxArrayPtr*, int inputCount, const vxArray* const* inputs,
@@ -55,8 +64,7 @@ void TIFFWriteEncodedStrip_handler(int, vxArrayPtr*, int inputCount, const vxArr
   const std::uint32_t stripCount = TIFFNumberOfStrips(record.tif);
   if (strip >= stripCount) raise<Tiff::stripNumberTooLarge>(stripCount);
 
-  BlockBuffer buffer = BlockBuffer::zeroed(blockSize(TIFFStripSize(record.tif)));
-  fillWriteBuffer(images, buffer.bytes(), record);
+  BlockBuffer buffer = laidOutBlock(images, TIFFStripSize(record.tif), record);
   const auto count =
       convertNumber<tmsize_t>(bytesToEncode(record, images[0], buffer.bytes().size()));
   if (!BlockWrite(record, strip).write(buffer.bytes(), count)) {
@@ -73,8 +81,7 @@ void TIFFWriteEncodedTile_handler(int, vxArrayPtr*, int inputCount, const vxArra
   const std::uint32_t tileCount = TIFFNumberOfTiles(record.tif);
   if (tile >= tileCount) raise<Tiff::tileNumberTooLarge>(tileCount);
 
-  BlockBuffer buffer = BlockBuffer::zeroed(blockSize(TIFFTileSize(record.tif)));
-  fillWriteBuffer(images, buffer.bytes(), record);
+  BlockBuffer buffer = laidOutBlock(images, TIFFTileSize(record.tif), record);
   const auto count = convertNumber<tmsize_t>(buffer.bytes().size());
   // Of an empty buffer libtiff would take as many bytes as a tile had when it last looked.
   if (count == 0 || !BlockWrite(record, tile).write(buffer.bytes(), count)) {

@@ -97,13 +97,13 @@ HWY_INLINE void TransposeSquares(const Panel& panel) {
         TransposeStagedIn<kLines, T>(panel.in, panel.out, lines, element);
       else if (kLines == kTileLines<T> && endLine <= panel.lines && endElement <= panel.elements) {
 #ifdef PFD
-        if (endElement + PFD*kSquare<T> <= panel.elements)
+        if (endElement + PFD * kSquare<T> <= panel.elements)
           for (std::size_t j = 0; j < kSquare<T>; ++j)
-            __builtin_prefetch(panel.out[endElement + (PFD-1)*kSquare<T> + j] + line * sizeof(T), 1, 3);
+            __builtin_prefetch(
+                panel.out[endElement + (PFD - 1) * kSquare<T> + j] + line * sizeof(T), 1, 3);
 #endif
         TransposeSquare<T>(panel.in, panel.out, line, element);
-      }
-      else
+      } else
         TransposeTiles<kLines, T>(
             panel.in, panel.out, lines,
             {std::min(element, panel.elements - kElements), std::min(endElement, panel.elements)});

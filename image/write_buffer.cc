@@ -57,6 +57,17 @@ void fillWriteBuffer(InputImages images, std::span<std::byte> buffer,
   }
 }
 
+bool fillsWholeBuffer(InputImages images, std::size_t bufferSize,
+                      const TiffImageMetaData_& record) {
+  const bool logical = record.bitsPerSample == 1;
+  if (record.photometric == PHOTOMETRIC_YCBCR && !logical) return false;
+  const std::size_t* dimensions = vxGetDimensions(images[0]);
+  const std::size_t samples = logical ? 1 : record.samplesPerBlock;
+  const std::size_t rowBits = record.blockWidth * samples * record.bitsPerSample;
+  return rowBits % 8 == 0 && bufferSize == rowBits / 8 * record.blockLength &&
+         dimensions[0] >= record.blockLength && dimensions[1] >= record.blockWidth;
+}
+
 void fillWriteBufferNotLogical(const vxArray* image, std::span<std::byte> buffer,
                                const TiffImageMetaData_& record, std::size_t rows,
                                std::size_t columns) {

@@ -1,6 +1,6 @@
 // From column-major host arrays to a block as libtiff encodes it. The buffer is as large as the
-// block and zeroed; what the arrays do not cover stays 0, and nothing is written past its end
-// however the directory's settings contradict each other.
+// block; what the arrays do not cover is left as it is, so that it has to be 0, and nothing is
+// written past its end however the directory's settings contradict each other.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +17,9 @@ namespace tb {
 // Raises unhandledBitsPerSample(bitsPerSample) unless samples have 1, 8, 16, 32 or 64 bits.
 void fillWriteBuffer(InputImages images, std::span<std::byte> buffer,
                      const TiffImageMetaData_& record);
+
+// Whether fillWriteBuffer writes every byte of a buffer of so many bytes.
+bool fillsWholeBuffer(InputImages images, std::size_t bufferSize, const TiffImageMetaData_& record);
 
 // The three ways of laying out the first `rows` x `columns` elements.
 

@@ -198,7 +198,9 @@ TEST_F(WriteHazards, BuffersOfEverySizeAreFilledAndNotPassed) {
       const std::size_t rowBits = std::size_t{9} * samples * bits;
       const std::size_t whole = 4 * ((rowBits + 7) / 8);
       for (std::size_t size = 0; size <= whole; ++size) {
-        std::vector<std::byte> buffer(size);
+        const bool filled = fillsWholeBuffer(images, size, blockOf(bits, samples));
+        EXPECT_EQ(filled, bits != 1 && size == whole) << bits << ' ' << size;
+        std::vector<std::byte> buffer(size, std::byte{filled});
         fillWriteBuffer(images, buffer, blockOf(bits, samples));
         // Only the unfinished pixel at a short buffer's end may be missing.
         const std::size_t pixel = std::max<std::size_t>(1, std::size_t{samples} * bits / 8);
@@ -207,6 +209,28 @@ TEST_F(WriteHazards, BuffersOfEverySizeAreFilledAndNotPassed) {
         EXPECT_THAT(buffer, Each(std::byte{0xFF})) << bits << ' ' << size;
       }
     }
+}
+
+TEST_F(WriteHazards, BufferOfWholeBytesOfBitsIsFilled) {
+  const vxArrayPtr image = zeros(vxLOGICAL, {5, 16});
+  const vxArray* images[] = {image.get()};
+  TiffImageMetaData_ block = blockOf(1, 1);
+  block.blockWidth = 16;
+  std::vector<std::byte> buffer(8, std::byte{0xFF});
+  EXPECT_TRUE(fillsWholeBuffer(images, buffer.size(), block));
+  fillWriteBuffer(images, buffer, block);
+  EXPECT_THAT(buffer, Each(std::byte{0}));
+  // Bits of several samples are not interleaved: only those of the first are written.
+  block.samplesPerBlock = 3;
+  EXPECT_FALSE(fillsWholeBuffer(images, 3 * buffer.size(), block));
+}
+
+TEST_F(WriteHazards, BufferThatAnArrayIsTooSmallForIsNotFilled) {
+  for (const auto& [rows, columns] : {std::pair<std::size_t, std::size_t>{3, 9}, {4, 8}}) {
+    const vxArrayPtr image = bytes({rows, columns});
+    const vxArray* images[] = {image.get()};
+    EXPECT_FALSE(fillsWholeBuffer(images, 36, blockOf(8, 1)));
+  }
 }
 
 TEST_F(WriteHazards, WidthsWithoutARoutineAreNamed) {
