@@ -80,12 +80,12 @@ HWY_INLINE void ForEachRowPanel(const BlockShape& shape, const Visit& visit) {
       kRowPanelBytes / (mostRows * shape.samples) / kCacheLine * kCacheLine;
   const std::size_t mostColumns = lineBytes / sizeof(T);
   RowPanel<T> panel{0, 0, 0, 0, local, lineBytes, mostRows * lineBytes};
-  for (std::size_t row = 0; row < shape.rows; row += mostRows) {
-    panel.firstRow = row;
-    panel.rows = std::min(mostRows, shape.rows - row);
-    for (std::size_t column = 0; column < shape.columns; column += mostColumns) {
-      panel.firstColumn = panelStart(column, shape.columns, kLineElements);
-      panel.columns = std::min(mostColumns, shape.columns - panel.firstColumn);
+  for (std::size_t column = 0; column < shape.columns; column += mostColumns) {
+    panel.firstColumn = panelStart(column, shape.columns, kLineElements);
+    panel.columns = std::min(mostColumns, shape.columns - panel.firstColumn);
+    for (std::size_t row = 0; row < shape.rows; row += mostRows) {
+      panel.firstRow = row;
+      panel.rows = std::min(mostRows, shape.rows - row);
       visit(panel);
     }
   }
