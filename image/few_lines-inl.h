@@ -22,13 +22,12 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 #if HWY_TARGET != HWY_SCALAR && !HWY_HAVE_SCALABLE
 
-// Copies `count` elements, more than kMost/2 and at most kMost. More than `count` may be touched if
-// there is `room` for kMost.
+// Copies `count` elements, more than kMost/2 and at most kMost.
 template <std::size_t kMost, class T>
 HWY_INLINE void CopyPiece(const std::uint8_t* HWY_RESTRICT from, std::uint8_t* HWY_RESTRICT to,
-                          std::size_t count, bool room) {
+                          std::size_t count) {
   constexpr std::size_t kBytes = kMost * sizeof(T);
-  if (room || count == kMost) {
+  if (count == kMost) {
     std::memcpy(to, from, kBytes);
   } else {
     const std::size_t second = count * sizeof(T) - kBytes / 2;
@@ -50,11 +49,8 @@ HWY_INLINE void TransposeFewLines(const Panel& panel) {
     InterleaveVectors<kLines>(d, vectors);
     alignas(16) std::uint8_t pieces[kElements * kLines * sizeof(T)];
     for (std::size_t i = 0; i < kLines; ++i) StoreElements(d, vectors[i], pieces + 16 * i);
-    // What goes past the end of a joined line is overwritten by the next one.
-    const bool room = panel.outJoined && next + kElements < panel.elements;
     for (std::size_t j = 0; j < kElements; ++j)
-      CopyPiece<kLines, T>(pieces + j * kLines * sizeof(T), panel.out[element + j], panel.lines,
-                           room);
+      CopyPiece<kLines, T>(pieces + j * kLines * sizeof(T), panel.out[element + j], panel.lines);
   }
 }
 
@@ -65,11 +61,10 @@ HWY_INLINE void TransposeFewElements(const Panel& panel) {
   constexpr Elements<T> d;
   for (std::size_t next = 0; next < panel.lines; next += kLines) {
     const std::size_t line = std::min(next, panel.lines - kLines);
-    const bool room = panel.inJoined && next + kLines < panel.lines;
     alignas(16) std::uint8_t pieces[kElements * kLines * sizeof(T)];
     for (std::size_t i = 0; i < kLines; ++i)
       CopyPiece<kElements, T>(panel.in[line + i], pieces + i * kElements * sizeof(T),
-                              panel.elements, room);
+                              panel.elements);
     hn::Vec<decltype(d)> vectors[kElements];
     for (std::size_t j = 0; j < kElements; ++j) vectors[j] = LoadElements<T>(pieces + 16 * j);
     InterleaveVectors<kLines>(d, vectors);

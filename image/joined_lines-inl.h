@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "hwy/highway.h"
@@ -46,12 +47,14 @@ void SeparateLines(const std::uint8_t*, OutLines, std::size_t, std::size_t) {}
 template <class T>
 using WideVectors = hn::CappedTag<T, 32 / sizeof(T)>;
 
-// Whether so many lines of so many elements may be given to InterleaveLines and SeparateLines.
+// Whether so many lines of so many elements may be given to InterleaveLines and SeparateLines. Few
+// lines whose number is not a power of two leave much of the vectors empty; with elements of more
+// than two bytes they had better be moved one by one.
 template <class T>
 constexpr bool IsInterleaved(std::size_t lines, std::size_t elements) {
-  return elements >= hn::MaxLanes(WideVectors<T>()) &&
-         ((lines >= 2 && lines <= 4) ||
-          (lines > 4 && lines <= kMostInterleaved<T> && (lines & (lines - 1)) == 0));
+  const bool powerOfTwo = (lines & (lines - 1)) == 0;
+  return lines >= 2 && lines <= kMostInterleaved<T> && elements >= hn::MaxLanes(WideVectors<T>()) &&
+         (powerOfTwo || lines == 3 || sizeof(T) <= 2);
 }
 
 // Stores vectors whose 16-byte blocks, first those of every vector's lower half, make up a run.
@@ -83,18 +86,32 @@ HWY_INLINE void LoadBlocks(D d, const hn::TFromD<D>* run, hn::Vec<D> (&vectors)[
   }
 }
 
-template <std::size_t kLines, class T>
-HWY_INLINE void InterleaveLinesOf(InLines in, std::uint8_t* HWY_RESTRICT run,
+// Copies pieces that begin `fromStep` bytes apart to places `toStep` bytes apart. Always kBytes are
+// copied, the larger of the two steps, and what the smaller one has no room for is overwritten by
+// the next piece. The last piece is copied exactly if the shorter side `ends` with it.
+template <std::size_t kBytes, std::size_t kPieces>
+HWY_INLINE void CopyPieces(const std::uint8_t* HWY_RESTRICT from, std::size_t fromStep,
+                           std::uint8_t* HWY_RESTRICT to, std::size_t toStep, bool ends) {
+  constexpr std::size_t kLast = kPieces - 1;
+  for (std::size_t i = 0; i < kLast; ++i) std::memcpy(to + i * toStep, from + i * fromStep, kBytes);
+  std::memcpy(to + kLast * toStep, from + kLast * fromStep,
+              ends ? std::min(fromStep, toStep) : kBytes);
+}
+
+// Interleaves kLines lines or, unless kExact, fewer.
+template <std::size_t kLines, bool kExact, class T>
+HWY_INLINE void InterleaveLinesOf(InLines in, std::size_t count, std::uint8_t* HWY_RESTRICT run,
                                   std::size_t elements) {
   constexpr WideVectors<T> d;
+  constexpr std::size_t kBytes = kLines * sizeof(T);
   const std::uint8_t* lines[kLines];
-  std::copy_n(in, kLines, lines);
+  for (std::size_t i = 0; i < kLines; ++i) lines[i] = in[std::min(i, count - 1)];
   for (std::size_t next = 0; next < elements; next += hn::Lanes(d)) {
     const std::size_t element = std::min(next, elements - hn::Lanes(d));
     hn::Vec<decltype(d)> vectors[kLines];
     for (std::size_t i = 0; i < kLines; ++i)
       vectors[i] = hn::LoadU(d, reinterpret_cast<const T*>(lines[i]) + element);
-    T* const to = reinterpret_cast<T*>(run) + element * kLines;
+    T* const to = reinterpret_cast<T*>(run) + element * count;
     if constexpr (kLines == 2) {
       hn::StoreInterleaved2(vectors[0], vectors[1], d, to);
     } else if constexpr (kLines == 3) {
@@ -102,21 +119,26 @@ HWY_INLINE void InterleaveLinesOf(InLines in, std::uint8_t* HWY_RESTRICT run,
     } else if constexpr (kLines == 4) {
       hn::StoreInterleaved4(vectors[0], vectors[1], vectors[2], vectors[3], d, to);
     } else {
+      alignas(32) std::uint8_t pieces[kBytes * hn::MaxLanes(d)];
       InterleaveVectors<kLines>(d, vectors);
-      StoreBlocks(d, vectors, to);
+      StoreBlocks(d, vectors, kExact ? to : reinterpret_cast<T*>(pieces));
+      if constexpr (!kExact)
+        CopyPieces<kBytes, hn::MaxLanes(d)>(pieces, kBytes, run + element * count * sizeof(T),
+                                            count * sizeof(T), element + hn::Lanes(d) == elements);
     }
   }
 }
 
-template <std::size_t kLines, class T>
+template <std::size_t kLines, bool kExact, class T>
 HWY_INLINE void SeparateLinesOf(const std::uint8_t* HWY_RESTRICT run, OutLines out,
-                                std::size_t elements) {
+                                std::size_t count, std::size_t elements) {
   constexpr WideVectors<T> d;
+  constexpr std::size_t kBytes = kLines * sizeof(T);
   std::uint8_t* lines[kLines];
-  std::copy_n(out, kLines, lines);
+  std::copy_n(out, kExact ? kLines : count, lines);
   for (std::size_t next = 0; next < elements; next += hn::Lanes(d)) {
     const std::size_t element = std::min(next, elements - hn::Lanes(d));
-    const T* const from = reinterpret_cast<const T*>(run) + element * kLines;
+    const T* const from = reinterpret_cast<const T*>(run) + element * count;
     hn::Vec<decltype(d)> vectors[kLines];
     if constexpr (kLines == 2) {
       hn::LoadInterleaved2(d, from, vectors[0], vectors[1]);
@@ -125,35 +147,49 @@ HWY_INLINE void SeparateLinesOf(const std::uint8_t* HWY_RESTRICT run, OutLines o
     } else if constexpr (kLines == 4) {
       hn::LoadInterleaved4(d, from, vectors[0], vectors[1], vectors[2], vectors[3]);
     } else {
-      LoadBlocks(d, from, vectors);
+      alignas(32) std::uint8_t pieces[kBytes * hn::MaxLanes(d)];
+      if constexpr (!kExact)
+        CopyPieces<kBytes, hn::MaxLanes(d)>(run + element * count * sizeof(T), count * sizeof(T),
+                                            pieces, kBytes, element + hn::Lanes(d) == elements);
+      LoadBlocks(d, kExact ? from : reinterpret_cast<const T*>(pieces), vectors);
       InterleaveVectors<kTileElements<T> >(d, vectors);
     }
     for (std::size_t i = 0; i < kLines; ++i)
-      hn::StoreU(vectors[i], d, reinterpret_cast<T*>(lines[i]) + element);
+      if (kExact || i < count) hn::StoreU(vectors[i], d, reinterpret_cast<T*>(lines[i]) + element);
   }
 }
 
-// Calls `use` with the number of lines as a constant.
+// Calls `use` with constants: the lines that a routine is made for, and whether there are so many.
 template <class T, class Use>
 HWY_INLINE void WithLineCount(std::size_t lines, const Use& use) {
-  if (lines == 2) return use(std::integral_constant<std::size_t, 2>());
-  if (lines == 3) return use(std::integral_constant<std::size_t, 3>());
-  if (lines == 4) return use(std::integral_constant<std::size_t, 4>());
-  if constexpr (kMostInterleaved<T> >= 8)
-    if (lines == 8) return use(std::integral_constant<std::size_t, 8>());
-  if constexpr (kMostInterleaved<T> >= 16) use(std::integral_constant<std::size_t, 16>());
+  constexpr std::bool_constant<true> kExact;
+  constexpr std::bool_constant<false> kFewer;
+  if (lines == 2) return use(std::integral_constant<std::size_t, 2>(), kExact);
+  if (lines == 3) return use(std::integral_constant<std::size_t, 3>(), kExact);
+  if (lines == 4) return use(std::integral_constant<std::size_t, 4>(), kExact);
+  if (lines == 8) return use(std::integral_constant<std::size_t, 8>(), kExact);
+  if constexpr (kMostInterleaved < T >> 8)
+    if (lines == 16) return use(std::integral_constant<std::size_t, 16>(), kExact);
+  if constexpr (sizeof(T) <= 2) {
+    if (lines < 8) return use(std::integral_constant<std::size_t, 8>(), kFewer);
+    use(std::integral_constant<std::size_t, 16>(), kFewer);
+  }
 }
 
 // Writes element j of line i to element j*lines + i of the run.
 template <class T>
 void InterleaveLines(InLines in, std::size_t lines, std::uint8_t* run, std::size_t elements) {
-  WithLineCount<T>(lines, [=](auto count) { InterleaveLinesOf<count(), T>(in, run, elements); });
+  WithLineCount<T>(lines, [=](auto most, auto exact) {
+    InterleaveLinesOf<most(), exact(), T>(in, lines, run, elements);
+  });
 }
 
 // The reverse: writes element j*lines + i of the run to element j of line i.
 template <class T>
 void SeparateLines(const std::uint8_t* run, OutLines out, std::size_t lines, std::size_t elements) {
-  WithLineCount<T>(lines, [=](auto count) { SeparateLinesOf<count(), T>(run, out, elements); });
+  WithLineCount<T>(lines, [=](auto most, auto exact) {
+    SeparateLinesOf<most(), exact(), T>(run, out, lines, elements);
+  });
 }
 
 #endif

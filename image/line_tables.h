@@ -28,8 +28,6 @@ struct Panel {
   OutLines out;
   std::size_t lines = 0;     // of the input
   std::size_t elements = 0;  // of an input line, so lines of the output
-  bool inJoined = false;     // every line begins where the one before it ends
-  bool outJoined = false;
   bool conflicting = false;  // lines of one side share few sets of the cache
 };
 

@@ -138,19 +138,17 @@ HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out
     std::memcpy(outLines[0], inLines[0], inCount * outCount * sizeof(T));
     return;
   }
-  Panel panel{inLines, outLines};
-  panel.inJoined = in.isJoined(outCount * sizeof(T));
-  panel.outJoined = out.isJoined(inCount * sizeof(T));
-  if (panel.outJoined && IsInterleaved<T>(inCount, outCount)) {
+  if (out.isJoined(inCount * sizeof(T)) && IsInterleaved<T>(inCount, outCount)) {
     in.fill(0, inCount, 0, inLines);
     out.fill(0, 1, 0, outLines);
     return InterleaveLines<T>(inLines, inCount, outLines[0], outCount);
   }
-  if (panel.inJoined && IsInterleaved<T>(outCount, inCount)) {
+  if (in.isJoined(outCount * sizeof(T)) && IsInterleaved<T>(outCount, inCount)) {
     in.fill(0, 1, 0, inLines);
     out.fill(0, outCount, 0, outLines);
     return SeparateLines<T>(inLines[0], outLines, outCount, inCount);
   }
+  Panel panel{inLines, outLines};
   // Elements of 8 bytes have so few lines in a square that staging pays in any case.
   constexpr std::size_t kSquareLines = kCacheLine / sizeof(T);
   panel.conflicting = sizeof(T) == 8 || in.isConflicting(std::min(inCount, kSquareLines)) ||
