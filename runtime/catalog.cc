@@ -67,7 +67,7 @@ std::string fill(const resource_core::BaseMsgID& message, bool warning) {
 
 }  // namespace
 
-const CatalogEntry* findCatalogEntry(const std::string& identifier, bool warning) noexcept {
+const CatalogEntry* findCatalogEntry(std::string_view identifier, bool warning) noexcept {
   const CatalogEntry* other = nullptr;
   for (const CatalogEntry& entry : catalog()) {
     if (identifier != entry.identifier) continue;

@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "host/errors.h"
 
@@ -11,7 +12,7 @@ namespace tb::runtime {
 // One message. `text` refers to the arguments by position, {0}, {1}, ... in {fmt}'s notation, and
 // uses every one of them.
 struct CatalogEntry {
-  const char* identifier;  // component, a colon, name
+  std::string_view identifier;  // component, a colon, name
   const char* text;
   const char* arguments;  // what they are, in order, parted by "; "; empty when there are none
   const char* when;       // one sentence: when the message is issued
@@ -24,7 +25,7 @@ std::span<const CatalogEntry> catalog() noexcept;
 
 // The entry of an identifier; where it has two, that of the warning or that of the error. Null for
 // an unknown identifier.
-const CatalogEntry* findCatalogEntry(const std::string& identifier, bool warning) noexcept;
+const CatalogEntry* findCatalogEntry(std::string_view identifier, bool warning) noexcept;
 
 // The text of a message with the arguments filled in, UTF-8; where the identifier is that of an
 // error and of a warning, the error's. Narrow arguments are taken

@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "gateway/errors.h"
@@ -105,8 +106,8 @@ const std::map<std::string, std::size_t> kWarningArguments = {
     {"libtiffWarning", 2},
 };
 
-std::string nameOf(const std::string& identifier) {
-  return identifier.substr(identifier.rfind(':') + 1);
+std::string nameOf(std::string_view identifier) {
+  return std::string(identifier.substr(identifier.rfind(':') + 1));
 }
 
 std::size_t passedArguments(const CatalogEntry& entry) {
@@ -115,10 +116,11 @@ std::size_t passedArguments(const CatalogEntry& entry) {
   return found != counts.end() ? found->second : 0;
 }
 
-BaseMsgID messageWith(const std::string& identifier,
+BaseMsgID messageWith(std::string_view identifier,
                       const std::vector<BaseMsgID::Argument>& arguments) {
   const std::size_t colon = identifier.rfind(':');
-  BaseMsgID message(identifier.substr(0, colon), identifier.substr(colon + 1));
+  BaseMsgID message(std::string(identifier.substr(0, colon)),
+                    std::string(identifier.substr(colon + 1)));
   for (const auto& argument : arguments) message.append(argument);
   return message;
 }
@@ -134,7 +136,7 @@ std::set<std::size_t> positionsIn(const std::string& text) {
 TEST(Catalog, HasOneEntryForEveryErrorAndWarning) {
   std::multiset<std::string> errors, warnings;
   for (const CatalogEntry& entry : catalog())
-    (entry.warning ? warnings : errors).insert(entry.identifier);
+    (entry.warning ? warnings : errors).emplace(entry.identifier);
   std::multiset<std::string> wantedErrors(std::begin(kErrorIdentifiers),
                                           std::end(kErrorIdentifiers));
   wantedErrors.insert("KORVAL:pictoria:host:characterNotNarrow");
