@@ -55,10 +55,10 @@ s_tagbridge_op (&operationTable())[kOperationCount] {
 
 // The record of exactly this name; null when there is none.
 template <class Text>
-s_tagbridge_op* findOperation(Text name) {
+s_tagbridge_op* findOperation(const Text& name) {
   auto& table = operationTable();
   const auto found = std::ranges::find_if(
-      table, [name](const s_tagbridge_op& op) { return std::ranges::equal(op.name, name); });
+      table, [&name](const s_tagbridge_op& op) { return std::ranges::equal(op.name, name); });
   return found != std::end(table) ? found : nullptr;
 }
 
@@ -72,7 +72,7 @@ s_tagbridge_op* checkInputs(s_tagbridge_op* op, int numberOfInputs) {
 }  // namespace
 
 s_tagbridge_op* opname2opcode(const std::string& name, int numberOfInputs) {
-  s_tagbridge_op* const op = findOperation(std::string_view(name));
+  s_tagbridge_op* const op = findOperation(name);
   if (op == nullptr) raise<Tiff::InvalidOperation>(name);
   return checkInputs(op, numberOfInputs);
 }
