@@ -36,6 +36,27 @@ bool isPlainScalar(PyArrayObject* array) {
          numericClass(PyArray_DESCR(array)) != vxUNKNOWN && PyArray_ISNOTSWAPPED(array);
 }
 
+// The array of one of the few kinds of value that nearly all inputs are; null for any other value.
+const vxArray* scalarInput(PyObject* value, const Place& place, ScalarInputs& scalars) {
+  double number = 0;
+  vxClassID classId = vxDOUBLE;
+  const void* element = &number;
+  std::size_t size = sizeof number;
+  if (PyFloat_CheckExact(value)) {
+    number = PyFloat_AS_DOUBLE(value);
+  } else if (PyLong_CheckExact(value)) {
+    number = hostNumber(value, place);
+  } else if (PyArray_Check(value) && isPlainScalar(reinterpret_cast<PyArrayObject*>(value))) {
+    auto* const array = reinterpret_cast<PyArrayObject*>(value);
+    classId = numericClass(PyArray_DESCR(array));
+    element = PyArray_DATA(array);
+    size = static_cast<std::size_t>(PyArray_ITEMSIZE(array));
+  } else {
+    return nullptr;
+  }
+  return scalars.set(place.input - 1, classId, element, size);
+}
+
 }  // namespace
 
 Inputs::Inputs(PyObject* operation) : operation_(operation), scalars_(std::move(s_kept.scalars)) {
@@ -57,35 +78,14 @@ Inputs::Inputs(PyObject* operation) : operation_(operation), scalars_(std::move(
 Inputs::~Inputs() { s_kept.scalars = std::move(scalars_); }
 
 void Inputs::add(PyObject* value) {
-  if (pointers_.size() <= ScalarInputs::kInputs && addScalar(value)) return;
-  append(hostValue(value, {operation_, pointers_.size()}));
-}
-
-// The few kinds of value that nearly all arguments are.
-bool Inputs::addScalar(PyObject* value) {
-  double number = 0;
-  vxClassID classId = vxDOUBLE;
-  const void* element = &number;
-  std::size_t size = sizeof number;
-  if (PyFloat_CheckExact(value)) {
-    number = PyFloat_AS_DOUBLE(value);
-  } else if (PyLong_CheckExact(value)) {
-    number = hostNumber(value, {operation_, pointers_.size()});
-  } else if (PyArray_Check(value) && isPlainScalar(reinterpret_cast<PyArrayObject*>(value))) {
-    auto* const array = reinterpret_cast<PyArrayObject*>(value);
-    classId = numericClass(PyArray_DESCR(array));
-    element = PyArray_DATA(array);
-    size = static_cast<std::size_t>(PyArray_ITEMSIZE(array));
-  } else {
-    return false;
+  const Place place{operation_, pointers_.size()};
+  const vxArray* array = nullptr;
+  if (place.input <= ScalarInputs::kInputs) array = scalarInput(value, place, *scalars_);
+  if (array == nullptr) {
+    others_.push_back(hostValue(value, place));
+    array = others_.back().get();
   }
-  pointers_.push_back(scalars_->set(pointers_.size() - 1, classId, element, size));
-  return true;
-}
-
-void Inputs::append(vxArrayPtr array) {
-  others_.push_back(std::move(array));
-  pointers_.push_back(others_.back().get());
+  pointers_.push_back(array);
 }
 
 void Inputs::keepOperationName() {

@@ -44,9 +44,6 @@ class Inputs {
   void keepOperationName();
 
  private:
-  void append(vxArrayPtr array);
-  bool addScalar(PyObject* value);
-
   PyObject* operation_;
   vxArrayPtr name_;  // null when the name's array is one that is kept
   std::unique_ptr<ScalarInputs> scalars_;
