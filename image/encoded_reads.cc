@@ -12,8 +12,10 @@
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
 #include "image/handlers.h"
+#include "image/quiet_errors.h"
 #include "image/read_checks.h"
 #include "image/read_transfer.h"
+#include "image/row_reads.h"
 #include "image/ycbcr_transfer.h"
 
 namespace tb {
@@ -45,25 +47,16 @@ struct DecodedBlock {
 
 DecodedBlock emptyBlock() { return {BlockBuffer::zeroed(0), 0}; }
 
-vxArrayPtr createImage(vxClassID classId, BlockExtent extent, const TiffImageMetaData_& record,
-                       bool covered) {
-  const std::size_t dimensions[] = {extent.rows, extent.columns, record.samplesPerPixel};
-  const bool interleaved =
-      record.planarConfig == PLANARCONFIG_CONTIG && record.samplesPerPixel >= 2;
-  const std::span<const std::size_t> used(dimensions, interleaved ? 3 : 2);
-  return covered ? matrix::detail::do_create_uninitnumeric(classId, used)
-                 : matrix::detail::do_create_numeric(classId, used);
-}
-
 void storeBlock(const DecodedBlock& block, BlockExtent extent, OutputSlots outputs,
                 const TiffImageMetaData_& record) {
   if (record.photometric == PHOTOMETRIC_YCBCR && record.planarConfig == PLANARCONFIG_CONTIG) {
     transferYCbCrContigBlockToVx(block.delivered(), extent, outputs, record);
     return;
   }
-  const vxClassID classId = determineClassId(record);
   const std::span<const std::byte> bytes = block.delivered();
-  vxArrayPtr array = createImage(classId, extent, record, coversExtent(bytes, extent, record));
+  const bool covered = coversExtent(bytes, extent, record);
+  vxArrayPtr array =
+      createBlockArray(extent, record, covered ? Elements::kAllStored : Elements::kZero);
   if (record.bitsPerSample == 1) {
     transferLogicalBlockToVx(bytes, *array, record);
   } else {
@@ -78,18 +71,6 @@ void checkStripNumber(std::uint32_t strip, const TiffImageMetaData_& record) {
   if (record.imageDepth < 2) raise<Tiff::badStripNumber>(stripCount);
   raise<Tiff::imageDepthStrippedLayoutMismatch>(record.imageDepth);
 }
-
-// libtiff says the same thing again when it fails again.
-class QuietErrors {
- public:
-  QuietErrors() = default;
-  QuietErrors(const QuietErrors&) = delete;
-  QuietErrors& operator=(const QuietErrors&) = delete;
-  ~QuietErrors() { TIFFSetErrorHandler(handler_); }
-
- private:
-  TIFFErrorHandler handler_ = TIFFSetErrorHandler(nullptr);
-};
 
 // Decodes a block of `size` bytes with `decode(buffer)`, which returns libtiff's byte count. A
 // failure is not an error here: libtiff has said what is wrong, and the caller gets what could be
@@ -145,8 +126,11 @@ void TIFFReadEncodedStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   if (TIFFIsTiled(record.tif)) raise<Tiff::strippedOperationOnTiledImage>();
   const std::uint32_t strip = unpack_tstrip_t(inputs[1]);
   checkStripNumber(strip, record);
-  const DecodedBlock block = decodeStrip(strip, record);
-  storeBlock(block, stripExtent(record, strip), {outputCount, outputs}, record);
+  const BlockExtent extent = stripExtent(record, strip);
+  if (vxArrayPtr array = readStripByRows(strip, extent, record)) {
+    return storeOutput(outputCount, outputs, 0, std::move(array));
+  }
+  storeBlock(decodeStrip(strip, record), extent, {outputCount, outputs}, record);
 }
 
 void TIFFReadEncodedTile_handler(int outputCount, vxArrayPtr* outputs, int,

@@ -81,7 +81,19 @@ constexpr ClassRow kClasses[] = {
     {64, {vxUNKNOWN, vxUNKNOWN, vxUNKNOWN, vxDOUBLE, vxUNKNOWN}},
 };
 
+bool isComplex(std::uint16_t format) {
+  return format == SAMPLEFORMAT_COMPLEXINT || format == SAMPLEFORMAT_COMPLEXIEEEFP;
+}
+
+// The row of `kClasses` for a number of bits, null when there is none.
+const ClassRow* findClassRow(std::uint16_t bits) {
+  const auto* row = std::ranges::find(kClasses, bits, &ClassRow::bits);
+  return row == std::end(kClasses) ? nullptr : row;
+}
+
 [[noreturn]] void raiseNoClass(std::uint16_t bits, std::uint16_t format) {
+  if (isComplex(format)) raise<Tiff::complexSampleFormat>();
+  if (findClassRow(bits) == nullptr) raise<Tiff::unhandledBitsPerSample>(bits);
   if (bits == 64) raise<Tiff::sampleFormatMustBeIeeeFpFor64Bits>();
   if (bits == 32) raise<Tiff::unknownSampleFormat>(format);
   raise<Tiff::badSampleFormatBitsPerSampleCombination>(format, bits);
@@ -107,16 +119,16 @@ TiffImageMetaData_ imageMetadata(TIFF* tif) {
 }
 
 vxClassID determineClassId(const TiffImageMetaData_& record) {
-  const std::uint16_t format = record.sampleFormat;
-  const std::uint16_t bits = record.bitsPerSample;
-  if (format == SAMPLEFORMAT_COMPLEXINT || format == SAMPLEFORMAT_COMPLEXIEEEFP) {
-    raise<Tiff::complexSampleFormat>();
-  }
-  const auto* row = std::ranges::find(kClasses, bits, &ClassRow::bits);
-  if (row == std::end(kClasses)) raise<Tiff::unhandledBitsPerSample>(bits);
-  const vxClassID classId = row->byFormat[format <= SAMPLEFORMAT_VOID ? format : 0];
-  if (classId == vxUNKNOWN) raiseNoClass(bits, format);
+  const vxClassID classId = findClassId(record);
+  if (classId == vxUNKNOWN) raiseNoClass(record.bitsPerSample, record.sampleFormat);
   return classId;
+}
+
+vxClassID findClassId(const TiffImageMetaData_& record) noexcept {
+  const std::uint16_t format = record.sampleFormat;
+  const ClassRow* row = findClassRow(record.bitsPerSample);
+  if (isComplex(format) || row == nullptr) return vxUNKNOWN;
+  return row->byFormat[format <= SAMPLEFORMAT_VOID ? format : 0];
 }
 
 std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t row,

@@ -53,6 +53,9 @@ TiffImageMetaData_ imageMetadata(TIFF* tif);
 // unhandledBitsPerSample(bitsPerSample).
 vxClassID determineClassId(const TiffImageMetaData_& record);
 
+// The same without an error: vxUNKNOWN where there is no class.
+vxClassID findClassId(const TiffImageMetaData_& record) noexcept;
+
 // TIFFComputeStrip, but 0 where it would divide by zero: for an image of no rows, no columns or no
 // rows per strip.
 std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t row,

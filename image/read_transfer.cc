@@ -72,6 +72,17 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
 
 }  // namespace
 
+vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,
+                            Elements elements) {
+  const vxClassID classId = determineClassId(record);
+  const std::size_t dimensions[] = {extent.rows, extent.columns, record.samplesPerPixel};
+  const bool interleaved =
+      record.planarConfig == PLANARCONFIG_CONTIG && record.samplesPerPixel >= 2;
+  const std::span<const std::size_t> used(dimensions, interleaved ? 3 : 2);
+  return elements == Elements::kAllStored ? matrix::detail::do_create_uninitnumeric(classId, used)
+                                          : matrix::detail::do_create_numeric(classId, used);
+}
+
 bool coversExtent(std::span<const std::byte> block, BlockExtent extent,
                   const TiffImageMetaData_& record) {
   return extent.columns <= record.blockWidth && extent.rows <= completeRows(block, record);

@@ -10,6 +10,14 @@
 
 namespace tb {
 
+// What the elements of a new array are: 0, or anything because all of them will be stored.
+enum class Elements { kZero, kAllStored };
+
+// An array for a block's pixels: extent.rows x extent.columns, and by SamplesPerPixel when several
+// samples are interleaved. Raises what determineClassId raises.
+vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,
+                            Elements elements);
+
 // Copies a decoded block into `array`: pixel (row, column, sample) goes to element
 // row + column*M + sample*M*N of the M-by-N-by-S array. `block` holds record.blockLength rows of
 // record.blockWidth pixels, samples interleaved, in native byte order; rows past M and columns

@@ -1,0 +1,111 @@
+#include "image/row_reads.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstddef>
+
+#include "gateway/values.h"
+#include "image/block_buffer.h"
+#include "image/block_to_columns.h"
+#include "image/quiet_errors.h"
+#include "image/read_transfer.h"
+
+namespace tb {
+namespace {
+
+// From here on it pays; a call of libtiff's for each row costs as much as copying 1 KiB.
+constexpr std::size_t kLeastStripBytes = std::size_t{512} << 10;
+constexpr std::size_t kLeastRowBytes = 4096;
+
+// Room between rows that keeps them from meeting in one set of the cache.
+constexpr std::size_t kGap = 64;
+
+// Rows that are moved together: at least a cache line of every column, and a good deal less than a
+// second-level cache holds.
+std::size_t rowsAtOnce(std::size_t elementSize) { return elementSize == 1 ? 64 : 32; }
+
+// Sizes of a strip as the record has them, in bytes.
+struct RowSizes {
+  std::size_t element, row, strip;
+};
+
+RowSizes rowSizes(BlockExtent extent, const TiffImageMetaData_& record) {
+  const std::size_t element = record.bitsPerSample / 8U;
+  const std::size_t row = element * record.samplesPerBlock * record.blockWidth;
+  return {element, row, row * extent.rows};
+}
+
+// Whether the samples of a strip lie in the file as they do in memory, but for the byte order.
+bool hasPlainSamples(const TiffImageMetaData_& record) {
+  return record.compression == COMPRESSION_NONE && record.bitsPerSample >= 8 &&
+         record.photometric != PHOTOMETRIC_YCBCR && record.imageDepth == 1 &&
+         findClassId(record) != vxUNKNOWN;
+}
+
+bool isReadByRows(std::uint32_t strip, BlockExtent extent, const TiffImageMetaData_& record) {
+  const RowSizes sizes = rowSizes(extent, record);
+  // libtiff keeps the size of a row, and a strip that was written, from before an edit.
+  const bool canBeEdited = record.mode != O_RDONLY;
+  if (canBeEdited || !hasPlainSamples(record)) return false;
+  if (sizes.row < kLeastRowBytes || sizes.strip < kLeastStripBytes) return false;
+  // A strip of another size than its rows have is for libtiff to judge.
+  return TIFFGetStrileByteCount(record.tif, strip) == sizes.strip &&
+         TIFFScanlineSize(record.tif) == static_cast<tmsize_t>(sizes.row);
+}
+
+// Decodes the rows of one strip, top to bottom.
+class StripRows {
+ public:
+  StripRows(std::uint32_t strip, const TiffImageMetaData_& record)
+      : tif_(record.tif), strip_(strip) {
+    const std::uint32_t stripsPerPlane =
+        computeStripNumber(record, record.imageLength - 1U, 0) + 1U;
+    next_ = strip % stripsPerPlane * record.rowsPerStrip;
+    sample_ = static_cast<std::uint16_t>(strip / stripsPerPlane);
+  }
+
+  // Makes libtiff begin the strip, wherever in it the last call has left off. Both functions return
+  // whether libtiff succeeded.
+  bool start(std::byte* buffer) { return TIFFReadEncodedStrip(tif_, strip_, buffer, 0) == 0; }
+  bool read(std::byte* row) { return TIFFReadScanline(tif_, row, next_++, sample_) == 1; }
+
+ private:
+  TIFF* tif_;
+  std::uint32_t strip_;
+  std::uint32_t next_;  // counted from the top of the image
+  std::uint16_t sample_;
+};
+
+}  // namespace
+
+vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
+                           const TiffImageMetaData_& record) {
+  if (!isReadByRows(strip, extent, record)) return nullptr;
+  const RowSizes sizes = rowSizes(extent, record);
+  const std::size_t stride = sizes.row + kGap, most = rowsAtOnce(sizes.element);
+  BlockBuffer buffer = BlockBuffer::uninitialised(most * stride);
+  std::byte* const decoded = buffer.bytes().data();
+  vxArrayPtr array = createBlockArray(extent, record, Elements::kAllStored);
+  std::byte* const columns = writableDataOf(array.get());
+
+  const QuietErrors quiet;
+  StripRows rows(strip, record);
+  if (!rows.start(decoded)) return nullptr;
+  for (std::size_t first = 0; first < extent.rows; first += most) {
+    const std::size_t count = std::min<std::size_t>(most, extent.rows - first);
+    for (std::size_t row = 0; row < count; ++row) {
+      if (!rows.read(decoded + row * stride)) return nullptr;
+    }
+    copyBlockToColumns(decoded, columns + first * sizes.element, sizes.element,
+                       {.rows = count,
+                        .columns = extent.columns,
+                        .samples = record.samplesPerBlock,
+                        .blockStride = stride,
+                        .columnStride = extent.rows,
+                        .planeStride = std::size_t{extent.rows} * extent.columns});
+  }
+  return array;
+}
+
+}  // namespace tb

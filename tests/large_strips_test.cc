@@ -1,0 +1,156 @@
+// Uncompressed strips that are large enough to be read row by row: the same as a whole read, and
+// as a whole read where the file contradicts itself.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image/image_metadata.h"
+#include "image/row_reads.h"
+#include "tests/support/gateway_call.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/tiff_files.h"
+
+namespace tb::test {
+namespace {
+
+// Two strips, the second one shorter, of more than 512 KiB each.
+Layout largeStrips(std::uint16_t bits, std::uint16_t samples, std::uint16_t planar) {
+  const auto width = static_cast<std::uint32_t>(33024 / bits);  // 4128 bytes, or samples of them
+  return {
+      .width = width,
+      .length = 290,
+      .bits = bits,
+      .samples = samples,
+      .format = bits == 64 ? std::uint16_t{SAMPLEFORMAT_IEEEFP} : std::uint16_t{SAMPLEFORMAT_UINT},
+      .planar = planar,
+      .rowsPerStrip = 150};
+}
+
+Layout largeStrips() { return largeStrips(8, 1, PLANARCONFIG_CONTIG); }
+
+bool isReadByRows(TIFF* tif, std::uint32_t strip) {
+  const TiffImageMetaData_ record = imageMetadata(tif);
+  return readStripByRows(strip, stripExtent(record, strip), record) != nullptr;
+}
+
+// Gives a strip an offset at which the file ends before it does.
+void moveStripPastTheEnd(const std::filesystem::path& path, std::uint32_t strip) {
+  const TiffHandle tif = openTiff(path, "r+");
+  std::uint64_t* offsets = nullptr;
+  ASSERT_EQ(TIFFGetField(tif.get(), TIFFTAG_STRIPOFFSETS, &offsets), 1);
+  offsets[strip] = std::filesystem::file_size(path) - 1000;
+  ASSERT_EQ(TIFFSetField(tif.get(), TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT), 1);
+  ASSERT_EQ(TIFFRewriteDirectory(tif.get()), 1);
+}
+
+class LargeStrips : public testing::Test {
+ protected:
+  void expectEveryStrip(const OpenedFile& file, const Layout& layout) const {
+    for (std::uint32_t strip = 0; strip < blockCount(layout); ++strip) {
+      EXPECT_TRUE(bytesOf(call("readEncodedStrip", file, strip)) == hostBytes(layout, strip))
+          << strip;
+      EXPECT_TRUE(warnings().empty());
+    }
+  }
+
+  TemporaryFolder folder_;
+  std::filesystem::path path_ = folder_ / "image.tif";
+};
+
+TEST_F(LargeStrips, OfEveryLayoutAreRead) {
+  for (const char* mode : {"wl", "wb"})
+    for (const std::uint16_t bits : std::vector<std::uint16_t>{8, 16, 32, 64})
+      for (const std::uint16_t samples : std::vector<std::uint16_t>{1, 3, 5})
+        for (const std::uint16_t planar :
+             std::vector<std::uint16_t>{PLANARCONFIG_CONTIG, PLANARCONFIG_SEPARATE}) {
+          SCOPED_TRACE(testing::Message() << mode << ' ' << bits << " bits, " << samples
+                                          << " samples, planar " << planar);
+          const Layout layout = largeStrips(bits, samples, planar);
+          writeTiff(path_, {layout}, mode);
+          const OpenedFile file(path_, "r");
+          EXPECT_TRUE(isReadByRows(file.handle(), 0));
+          expectEveryStrip(file, layout);
+        }
+}
+
+TEST_F(LargeStrips, AreReadWithoutMappingTheFile) {
+  const Layout layout = largeStrips();
+  writeTiff(path_, {layout});
+  const OpenedFile file(path_, "rm");
+  EXPECT_TRUE(isReadByRows(file.handle(), 1));
+  expectEveryStrip(file, layout);
+}
+
+TEST_F(LargeStrips, AreReadInAnyOrderAndAgain) {
+  const Layout layout = largeStrips();
+  writeTiff(path_, {layout, layout});
+  const OpenedFile file(path_, "r");
+  for (const std::uint32_t strip : {1U, 0U, 0U, 1U, 1U}) {
+    EXPECT_TRUE(bytesOf(call("readEncodedStrip", file, strip)) == hostBytes(layout, strip));
+  }
+  call("setDirectory", file, 1);
+  expectEveryStrip(file, layout);
+}
+
+// libtiff goes on from where it is in a strip; a read of pixels as colours leaves it in the middle.
+TEST_F(LargeStrips, AreReadFromTheirBeginningAfterOtherReads) {
+  const Layout layout = largeStrips();
+  writeTiff(path_, {layout});
+  const OpenedFile file(path_, "r");
+  for (const std::uint32_t strip : {0U, 1U}) {
+    call("readRGBAStrip", file, 150 * strip);
+    EXPECT_TRUE(bytesOf(call("readEncodedStrip", file, strip)) == hostBytes(layout, strip));
+    std::vector<std::byte> part(5000);
+    TIFFReadEncodedStrip(file.handle(), strip, part.data(), 5000);
+    EXPECT_TRUE(isReadByRows(file.handle(), strip));
+    EXPECT_TRUE(bytesOf(call("readEncodedStrip", file, strip)) == hostBytes(layout, strip));
+  }
+}
+
+TEST_F(LargeStrips, ThatTheFileDoesNotHoldGiveOneMessage) {
+  const Layout layout = largeStrips();
+  writeTiff(path_, {layout});
+  moveStripPastTheEnd(path_, 1);
+  for (const char* mode : {"r", "rm"}) {
+    SCOPED_TRACE(mode);
+    const OpenedFile file(path_, mode);
+    EXPECT_FALSE(isReadByRows(file.handle(), 1));
+    const vxArrayPtr strip = call("readEncodedStrip", file, 1);
+    EXPECT_EQ(libtiffMessages().size(), 1U);
+    EXPECT_TRUE(bytesOf(strip) == std::vector<std::byte>(std::size_t{140} * layout.width));
+    EXPECT_TRUE(bytesOf(call("readEncodedStrip", file, 0)) == hostBytes(layout, 0));
+  }
+}
+
+TEST_F(LargeStrips, OfAFileThatCanBeEditedAreReadWhole) {
+  const Layout layout = largeStrips();
+  writeTiff(path_, {layout});
+  const OpenedFile file(path_, "r+");
+  EXPECT_FALSE(isReadByRows(file.handle(), 0));
+  expectEveryStrip(file, layout);
+}
+
+TEST_F(LargeStrips, OfOtherKindsAreReadWhole) {
+  Layout deflate = largeStrips();
+  deflate.compression = COMPRESSION_ADOBE_DEFLATE;
+  Layout bits = largeStrips();
+  bits.bits = 1;
+  bits.width = 40000;
+  Layout flat = largeStrips();
+  flat.rowsPerStrip = 100;
+  Layout narrow = largeStrips();
+  narrow.width = 2000;
+  narrow.length = 1000;
+  narrow.rowsPerStrip = 500;
+  for (const Layout& layout : {deflate, bits, flat, narrow}) {
+    writeTiff(path_, {layout});
+    const OpenedFile file(path_, "r");
+    EXPECT_FALSE(isReadByRows(file.handle(), 0));
+    expectEveryStrip(file, layout);
+  }
+}
+
+}  // namespace
+}  // namespace tb::test
