@@ -136,7 +136,7 @@ std::span<const TagName> allTagNames() { return kSortedNames; }
 std::string tag_num_to_tag_name(TIFF*, std::uint32_t tag) {
   const auto found = std::ranges::lower_bound(kSortedNames, tag, {}, &TagName::tag);
   if (found == kSortedNames.end() || found->tag != tag) raise<Tiff::unrecognizedTagNumber>(tag);
-  return found->name;
+  return std::string(found->name);
 }
 
 }  // namespace tb

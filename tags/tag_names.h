@@ -7,12 +7,13 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace tb {
 
 struct TagName {
   std::uint32_t tag;
-  const char* name;
+  std::string_view name;
 };
 
 // The name of `tag`. The handle is not used: the names do not depend on the file.

@@ -159,10 +159,11 @@ const std::map<std::uint32_t, HostValue>& defaults() {
 class EveryAbsentTag : public testing::TestWithParam<TagName> {};
 
 TEST_P(EveryAbsentTag, ReadsAsItsDefaultOrFailsWithItsName) {
-  const auto [tag, name] = GetParam();
+  const std::uint32_t tag = GetParam().tag;
+  const std::string name(GetParam().name);
   const TemporaryFolder folder;
   const OpenedFile file(folder / "new.tif", "w");
-  const auto read = [&file, tag = tag] { return call("getField", file, tag); };
+  const auto read = [&file, tag] { return call("getField", file, tag); };
 
   if (const auto found = defaults().find(tag); found != defaults().end())
     EXPECT_EQ(valueOf(read()), found->second);
