@@ -12,10 +12,10 @@
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
 #include "image/handlers.h"
-#include "image/quiet_errors.h"
 #include "image/read_checks.h"
 #include "image/read_transfer.h"
 #include "image/row_reads.h"
+#include "image/silence.h"
 #include "image/ycbcr_transfer.h"
 
 namespace tb {
@@ -72,24 +72,31 @@ void checkStripNumber(std::uint32_t strip, const TiffImageMetaData_& record) {
   raise<Tiff::imageDepthStrippedLayoutMismatch>(record.imageDepth);
 }
 
+// Whether libtiff has stored every byte that it reports as decoded. Its other decoders may leave
+// bytes as they were and succeed, or are too slow for the difference to matter.
+bool storesEveryByte(std::uint16_t compression) {
+  return compression == COMPRESSION_NONE || compression == COMPRESSION_PACKBITS;
+}
+
 // Decodes a block of `size` bytes with `decode(buffer)`, which returns libtiff's byte count. A
 // failure is not an error here: libtiff has said what is wrong, and the caller gets what could be
-// decoded between zeros. Uncompressed data needs no zeroed memory first, since libtiff copies a
-// block of it completely or fails; only then it is decoded once more into zeros.
+// decoded between zeros. Memory is zeroed for that, where it can be only after a failure: then the
+// block is decoded once more.
 template <class Decode>
 DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, const Decode& decode) {
-  const bool isCopied = record.compression == COMPRESSION_NONE;
-  BlockBuffer buffer = isCopied ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size);
+  const bool zeroedLater = storesEveryByte(record.compression);
+  BlockBuffer buffer = zeroedLater ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size);
   const tmsize_t count = decode(buffer.bytes().data());
   if (count >= 0) {
     // The last strip may be shorter than the others, and then ends where libtiff ended.
-    return {std::move(buffer), isCopied ? std::min(static_cast<std::size_t>(count), size) : size};
+    const std::size_t stored = std::min(static_cast<std::size_t>(count), size);
+    return {std::move(buffer), zeroedLater ? stored : size};
   }
-  if (isCopied) {
+  if (zeroedLater) {
     // New memory and not the old one filled: a tiny file can announce gigabytes, which then are
     // never touched.
     buffer = BlockBuffer::zeroed(size);
-    const QuietErrors quiet;
+    const Silence silence;
     (void)decode(buffer.bytes().data());  // fails again
   }
   const bool nothingCame = isAllZero(buffer.bytes());

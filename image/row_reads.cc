@@ -8,8 +8,8 @@
 #include "gateway/values.h"
 #include "image/block_buffer.h"
 #include "image/block_to_columns.h"
-#include "image/quiet_errors.h"
 #include "image/read_transfer.h"
+#include "image/silence.h"
 
 namespace tb {
 namespace {
@@ -89,7 +89,7 @@ vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
   vxArrayPtr array = createBlockArray(extent, record, Elements::kAllStored);
   std::byte* const columns = writableDataOf(array.get());
 
-  const QuietErrors quiet;
+  const Silence silence;
   StripRows rows(strip, record);
   if (!rows.start(decoded)) return nullptr;
   for (std::size_t first = 0; first < extent.rows; first += most) {

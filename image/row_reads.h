@@ -10,7 +10,7 @@
 
 namespace tb {
 
-// The array of a strip that can be read in this way, of `extent`, with libtiff's errors unheard.
+// The array of a strip that can be read in this way, of `extent`.
 // Null when it is better read whole or when libtiff fails, which then says so once more.
 vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
                            const TiffImageMetaData_& record);

@@ -399,6 +399,23 @@ TEST_F(ReadHazards, ClaimedStripBeyondTheMemoryLimitIsRefused) {
   }
 }
 
+TEST_F(ReadHazards, PackBitsThatEndEarlyGiveWhatTheyHaveBetweenZeros) {
+  dirtyReleasedMemory({8, 8}, vxUINT8);
+  std::vector<RawEntry> entries = rawGray(8, 8);
+  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_PACKBITS}});
+  replaceEntry(entries, {TIFFTAG_STRIPBYTECOUNTS, TIFF_LONG, {3}});
+  // 16 times 0x11, then a run without its byte.
+  writeRawTiff(path_, entries, {std::byte{0xF1}, std::byte{0x11}, std::byte{0xF1}});
+  const OpenedFile file(path_, "r");
+  const std::vector<std::uint8_t> elements =
+      elementsOf<std::uint8_t>(call("readEncodedStrip", file, 0));
+  for (std::size_t element = 0; element < elements.size(); ++element) {
+    EXPECT_EQ(elements[element], element % 8 < 2 ? 0x11 : 0) << element;
+  }
+  // That of the lacking byte and that of the lacking rows, each once.
+  EXPECT_EQ(libtiffMessages().size(), 2U);
+}
+
 // The most memory that the process has had so far.
 std::size_t peakResidentBytes() {
   rusage usage{};
