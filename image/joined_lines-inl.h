@@ -57,7 +57,7 @@ constexpr bool IsInterleaved(std::size_t lines, std::size_t elements) {
          (powerOfTwo || lines == 3 || sizeof(T) <= 2);
 }
 
-// Stores vectors whose 16-byte blocks, first those of every vector's lower half, make up a run.
+// Stores vectors as a run of 16-byte blocks, the lower halves of all of them first, and loads them.
 template <class D, std::size_t kVectors>
 HWY_INLINE void StoreBlocks(D d, const hn::Vec<D> (&vectors)[kVectors], hn::TFromD<D>* run) {
   using T = hn::TFromD<D>;
@@ -168,7 +168,7 @@ HWY_INLINE void WithLineCount(std::size_t lines, const Use& use) {
   if (lines == 3) return use(std::integral_constant<std::size_t, 3>(), kExact);
   if (lines == 4) return use(std::integral_constant<std::size_t, 4>(), kExact);
   if (lines == 8) return use(std::integral_constant<std::size_t, 8>(), kExact);
-  if constexpr (kMostInterleaved < T >> 8)
+  if constexpr (kMostInterleaved<T> >= 16)
     if (lines == 16) return use(std::integral_constant<std::size_t, 16>(), kExact);
   if constexpr (sizeof(T) <= 2) {
     if (lines < 8) return use(std::integral_constant<std::size_t, 8>(), kFewer);
