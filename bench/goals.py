@@ -54,12 +54,13 @@ def _is_tiled(result: Result) -> bool:
     return result["blocks"].startswith("tiles")
 
 
-def _has_one_row(result: Result) -> bool:
-    return result["blocks"] == "strips of 1 row"
+def _is_thin(result: Result) -> bool:
+    """Strips of one row, or a single strip: libtiff divides that into pieces of about 8 KB."""
+    return result["blocks"] in ("strips of 1 row", f"strips of {result['length']} rows")
 
 
 def _whole_call(result: Result) -> Goal | None:
-    if _has_one_row(result):
+    if _is_thin(result):
         return None
     return (_TILE_CALL if _is_tiled(result) else _STRIP_CALL)(result["samples"])
 
@@ -72,7 +73,7 @@ def _read(result: Result) -> Goal | None:
     bits = result["samples"] == "1bit"
     if _is_tiled(result):
         return Goal(4, 2.5) if bits else Goal(1.8, 1.5)
-    if _has_one_row(result):
+    if _is_thin(result):
         return None if bits else Goal(4, 2.5)
     return Goal(12, 8) if bits else Goal(2.3, 1.7)
 

@@ -19,7 +19,7 @@ struct PictureRow {
 // Paints samples of 1, 8, 16, 32 or 64 bits to `to`, floating ones from 0 to 1, others over their
 // whole range; bits fill bytes from the highest on. The picture is a smooth surface with a little
 // noise, as a photograph is, so that compressing it is neither hopeless nor trivial; in bits it is
-// a pattern of blots.
+// a page of characters.
 void paintRow(const PictureRow& row, std::uint16_t bits, bool floating, std::byte* to);
 
 }  // namespace tb::bench
