@@ -21,9 +21,6 @@
 #include "image/joined_lines-inl.h"
 #include "image/line_tables.h"
 #include "image/tile-inl.h"
-#ifndef MOSTE
-#define MOSTE 64
-#endif
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
@@ -95,15 +92,9 @@ HWY_INLINE void TransposeSquares(const Panel& panel) {
         TransposeStaged<T>(panel.in, panel.out, line, element);
       else if (staged && kThinConflicts<T> && lines.end - lines.begin > kCacheWays)
         TransposeStagedIn<kLines, T>(panel.in, panel.out, lines, element);
-      else if (kLines == kTileLines<T> && endLine <= panel.lines && endElement <= panel.elements) {
-#ifdef PFD
-        if (endElement + PFD * kSquare<T> <= panel.elements)
-          for (std::size_t j = 0; j < kSquare<T>; ++j)
-            __builtin_prefetch(
-                panel.out[endElement + (PFD - 1) * kSquare<T> + j] + line * sizeof(T), 1, 3);
-#endif
+      else if (kLines == kTileLines<T> && endLine <= panel.lines && endElement <= panel.elements)
         TransposeSquare<T>(panel.in, panel.out, line, element);
-      } else
+      else
         TransposeTiles<kLines, T>(
             panel.in, panel.out, lines,
             {std::min(element, panel.elements - kElements), std::min(endElement, panel.elements)});
@@ -131,7 +122,7 @@ HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out
                                std::size_t outCount) {
   if (inCount == 0 || outCount == 0) return;
   const std::uint8_t* inLines[kPanelLines];
-  std::uint8_t* outLines[MOSTE];
+  std::uint8_t* outLines[kPanelLines];
   if ((inCount == 1 && out.isJoined(sizeof(T))) || (outCount == 1 && in.isJoined(sizeof(T)))) {
     in.fill(0, 1, 0, inLines);
     out.fill(0, 1, 0, outLines);
@@ -153,9 +144,9 @@ HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out
   constexpr std::size_t kSquareLines = kCacheLine / sizeof(T);
   panel.conflicting = sizeof(T) == 8 || in.isConflicting(std::min(inCount, kSquareLines)) ||
                       out.isConflicting(std::min(outCount, kSquareLines));
-  for (std::size_t nextOut = 0; nextOut < outCount; nextOut += MOSTE) {
+  for (std::size_t nextOut = 0; nextOut < outCount; nextOut += kPanelLines) {
     const std::size_t firstOut = panelStart(nextOut, outCount, kTileElements<T>);
-    panel.elements = std::min<std::size_t>(MOSTE, outCount - firstOut);
+    panel.elements = std::min(kPanelLines, outCount - firstOut);
     for (std::size_t nextIn = 0; nextIn < inCount; nextIn += kPanelLines) {
       const std::size_t firstIn = panelStart(nextIn, inCount, kTileLines<T>);
       panel.lines = std::min(kPanelLines, inCount - firstIn);
