@@ -12,8 +12,11 @@ constexpr std::size_t kCacheLine = 64;
 // Lines a cache keeps of those that share a set, in common processors at least.
 constexpr std::size_t kCacheWays = 8;
 
-// Lines of a panel, at most, on either side.
+// Lines of a panel, at most, on either side; more if the lines of the other side are staged.
 constexpr std::size_t kPanelLines = 64;
+
+// Bytes of a staged line: so many that the processor fetches ahead.
+constexpr std::size_t kStagedLineBytes = 1024;
 
 using InLines = const std::uint8_t* const*;
 using OutLines = std::uint8_t* const*;
@@ -28,7 +31,6 @@ struct Panel {
   OutLines out;
   std::size_t lines = 0;     // of the input
   std::size_t elements = 0;  // of an input line, so lines of the output
-  bool conflicting = false;  // lines of one side share few sets of the cache
 };
 
 // Whether so many lines, `stride` bytes apart, find too few places in a first-level cache of eight
@@ -38,6 +40,11 @@ constexpr bool isConflictingStride(std::size_t stride, std::size_t lines) {
   const std::size_t lowestBit = stride & (~stride + 1);
   return lines * std::min(lowestBit, kWayBytes) > kCacheWays * kWayBytes;
 }
+
+// A panel's lines in local memory, with a gap that keeps them from conflicting there.
+struct StagedLines {
+  alignas(kCacheLine) std::uint8_t lines[kPanelLines][kStagedLineBytes + kCacheLine];
+};
 
 // Start of a panel within `count` lines: a last one of fewer than `least` lines begins earlier.
 constexpr std::size_t panelStart(std::size_t start, std::size_t count, std::size_t least) {

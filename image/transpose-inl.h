@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "hwy/highway.h"
 #include "image/few_lines-inl.h"
@@ -37,10 +38,6 @@ void TransposePanel(const Panel& panel) {
 
 #else
 
-// Whether fewer lines than a square has can be too many for a set of the cache by far.
-template <class T>
-constexpr bool kThinConflicts = kSquare<T> > 2 * kCacheWays;
-
 HWY_INLINE void CopyCacheLine(const std::uint8_t* HWY_RESTRICT from,
                               std::uint8_t* HWY_RESTRICT to) {
   constexpr hn::CappedTag<std::uint8_t, 32> d;
@@ -48,11 +45,11 @@ HWY_INLINE void CopyCacheLine(const std::uint8_t* HWY_RESTRICT from,
     hn::StoreU(hn::LoadU(d, from + byte), d, to + byte);
 }
 
-// Transposes a square whose lines push each other out of the cache: each of them is touched once,
-// to copy it into or out of local memory.
+// Transposes a square of elements so wide that it has few lines: whole lines are copied into and
+// out of local memory.
 template <class T>
-HWY_INLINE void TransposeStaged(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
-                                std::size_t line, std::size_t element) {
+HWY_INLINE void TransposeWideSquare(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
+                                    std::size_t line, std::size_t element) {
   alignas(kCacheLine) std::uint8_t staged[2][kSquare<T>][kCacheLine];
   const std::uint8_t* stagedIn[kSquare<T>];
   std::uint8_t* stagedOut[kSquare<T>];
@@ -66,38 +63,24 @@ HWY_INLINE void TransposeStaged(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT o
     CopyCacheLine(staged[1][j], out[element + j] + line * sizeof(T));
 }
 
-// The same for fewer lines than a square has; only the input is worth a copy then.
-template <std::size_t kLines, class T>
-HWY_INLINE void TransposeStagedIn(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
-                                  std::size_t element) {
-  alignas(kCacheLine) std::uint8_t staged[kSquare<T>][kCacheLine];
-  const std::uint8_t* stagedIn[kPanelLines];
-  for (std::size_t i = lines.begin; i < lines.end; ++i) {
-    CopyCacheLine(in[i] + element * sizeof(T), staged[i - lines.begin]);
-    stagedIn[i] = staged[i - lines.begin];
-  }
-  TransposeTiles<kLines, T>(stagedIn, out + element, lines, {0, kSquare<T>});
-}
-
-// Transposes a panel of at least a tile of so many lines, square by square.
-template <std::size_t kLines, class T>
+// Transposes a panel of at least a tile, square by square.
+template <class T>
 HWY_INLINE void TransposeSquares(const Panel& panel) {
-  constexpr std::size_t kElements = kTileElements<T>;
+  constexpr std::size_t kElements = kTileElements<T>, kLines = kTileLines<T>;
   for (std::size_t element = 0; element < panel.elements; element += kSquare<T>)
     for (std::size_t line = 0; line < panel.lines; line += kSquare<T>) {
       const std::size_t endLine = line + kSquare<T>, endElement = element + kSquare<T>;
-      const Range lines{std::min(line, panel.lines - kLines), std::min(endLine, panel.lines)};
-      const bool staged = panel.conflicting && endElement <= panel.elements;
-      if (staged && endLine <= panel.lines)
-        TransposeStaged<T>(panel.in, panel.out, line, element);
-      else if (staged && kThinConflicts<T> && lines.end - lines.begin > kCacheWays)
-        TransposeStagedIn<kLines, T>(panel.in, panel.out, lines, element);
-      else if (kLines == kTileLines<T> && endLine <= panel.lines && endElement <= panel.elements)
-        TransposeSquare<T>(panel.in, panel.out, line, element);
-      else
+      if (endLine <= panel.lines && endElement <= panel.elements) {
+        if constexpr (sizeof(T) == 8)
+          TransposeWideSquare<T>(panel.in, panel.out, line, element);
+        else
+          TransposeSquare<T>(panel.in, panel.out, line, element);
+      } else {
         TransposeTiles<kLines, T>(
-            panel.in, panel.out, lines,
+            panel.in, panel.out,
+            {std::min(line, panel.lines - kLines), std::min(endLine, panel.lines)},
             {std::min(element, panel.elements - kElements), std::min(endElement, panel.elements)});
+      }
     }
 }
 
@@ -107,22 +90,46 @@ void TransposePanel(const Panel& panel) {
   if (panel.lines < kElements || panel.elements < kElements)
     TransposeFew<kElements, T>(panel);
   else if (panel.lines >= kTileLines<T>)
-    TransposeSquares<kTileLines<T>, T>(panel);
-  else if (kThinConflicts<T> && panel.conflicting && panel.lines > kCacheWays)
-    TransposeSquares<kElements, T>(panel);
+    TransposeSquares<T>(panel);
   else
     TransposeTiles<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
 }
 
 #endif
 
+// Transposes a panel whose input lines push each other out of the cache: each of them is touched
+// once, from end to end, to copy it into local memory.
+template <class T>
+HWY_INLINE void TransposeFromStaged(Panel panel) {
+  StagedLines staged;
+  const std::uint8_t* in[kPanelLines];
+  for (std::size_t i = 0; i < panel.lines; ++i) {
+    std::memcpy(staged.lines[i], panel.in[i], panel.elements * sizeof(T));
+    in[i] = staged.lines[i];
+  }
+  panel.in = in;
+  TransposePanel<T>(panel);
+}
+
+// The same for output lines.
+template <class T>
+HWY_INLINE void TransposeToStaged(Panel panel) {
+  StagedLines staged;
+  std::uint8_t* out[kPanelLines];
+  for (std::size_t j = 0; j < panel.elements; ++j) out[j] = staged.lines[j];
+  const OutLines lines = std::exchange(panel.out, out);
+  TransposePanel<T>(panel);
+  for (std::size_t j = 0; j < panel.elements; ++j)
+    std::memcpy(lines[j], staged.lines[j], panel.lines * sizeof(T));
+}
+
 // Transposes any number of lines; see image/line_tables.h for what In and Out are.
 template <class T, class In, class Out>
 HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out,
                                std::size_t outCount) {
   if (inCount == 0 || outCount == 0) return;
-  const std::uint8_t* inLines[kPanelLines];
-  std::uint8_t* outLines[kPanelLines];
+  const std::uint8_t* inLines[kStagedLineBytes];
+  std::uint8_t* outLines[kStagedLineBytes];
   if ((inCount == 1 && out.isJoined(sizeof(T))) || (outCount == 1 && in.isJoined(sizeof(T)))) {
     in.fill(0, 1, 0, inLines);
     out.fill(0, 1, 0, outLines);
@@ -140,19 +147,27 @@ HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out
     return SeparateLines<T>(inLines[0], outLines, outCount, inCount);
   }
   Panel panel{inLines, outLines};
-  // Elements of 8 bytes have so few lines in a square that staging pays in any case.
+  // To stage one side is enough; output lines of wide elements are too few to conflict.
   constexpr std::size_t kSquareLines = kCacheLine / sizeof(T);
-  panel.conflicting = sizeof(T) == 8 || in.isConflicting(std::min(inCount, kSquareLines)) ||
-                      out.isConflicting(std::min(outCount, kSquareLines));
-  for (std::size_t nextOut = 0; nextOut < outCount; nextOut += kPanelLines) {
+  const bool stagedIn = in.isConflicting(std::min(inCount, kSquareLines));
+  const bool stagedOut =
+      !stagedIn && sizeof(T) <= 2 && out.isConflicting(std::min(outCount, kSquareLines));
+  const std::size_t mostLines = stagedOut ? kStagedLineBytes / sizeof(T) : kPanelLines;
+  const std::size_t mostElements = stagedIn ? kStagedLineBytes / sizeof(T) : kPanelLines;
+  for (std::size_t nextOut = 0; nextOut < outCount; nextOut += mostElements) {
     const std::size_t firstOut = panelStart(nextOut, outCount, kTileElements<T>);
-    panel.elements = std::min(kPanelLines, outCount - firstOut);
-    for (std::size_t nextIn = 0; nextIn < inCount; nextIn += kPanelLines) {
+    panel.elements = std::min(mostElements, outCount - firstOut);
+    for (std::size_t nextIn = 0; nextIn < inCount; nextIn += mostLines) {
       const std::size_t firstIn = panelStart(nextIn, inCount, kTileLines<T>);
-      panel.lines = std::min(kPanelLines, inCount - firstIn);
+      panel.lines = std::min(mostLines, inCount - firstIn);
       in.fill(firstIn, panel.lines, firstOut * sizeof(T), inLines);
       out.fill(firstOut, panel.elements, firstIn * sizeof(T), outLines);
-      TransposePanel<T>(panel);
+      if (stagedIn)
+        TransposeFromStaged<T>(panel);
+      else if (stagedOut)
+        TransposeToStaged<T>(panel);
+      else
+        TransposePanel<T>(panel);
     }
   }
 }
