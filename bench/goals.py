@@ -95,6 +95,8 @@ TABLES = [
           lambda result: _KERNELS.get(result["what"])),
     Table("whole call", "A whole call", "fraction of memcpy", True, _whole_call),
     Table("read", "Reading all blocks", "times libtiff's loop", False, _read),
+    Table("read again", "Reading them again, the file kept open", "times libtiff's loop", False,
+          lambda result: None),
     Table("write", "Writing ready blocks", "times libtiff's loop", False, _write),
     Table("rgba", "RGBA, whole image", "times libtiff's loop", False, _rgba),
     Table("calls", "Calls from Python", "times the direct call", False,

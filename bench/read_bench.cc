@@ -75,6 +75,27 @@ void measureRead(Session& session, const ImageSpec& spec) {
   report("read", spec, times.ours / times.reference);
 }
 
+// The same in a file that is open and has its pages mapped.
+void measureReadAgain(Session& session, const ImageSpec& spec) {
+  const TemporaryImage image(session.folder, spec);
+  const TiffHandle opened = openTiff(image.path(), "r");
+  const std::uint32_t count = blockCount(opened.get());
+  std::vector<std::byte> buffer(blockSize(opened.get()));
+  const ModuleFile file(session.module, image.path(), "r");
+  Operation read(file, readOperation(spec));
+  const Comparison times = compare(
+      session.effort,
+      [&] {
+        for (std::uint32_t block = 0; block < count; ++block) read(block);
+      },
+      [&] {
+        for (std::uint32_t block = 0; block < count; ++block) {
+          readBlock(opened.get(), block, buffer);
+        }
+      });
+  report("read again", spec, times.ours / times.reference);
+}
+
 Specs uncompressedReads() {
   Specs specs;
   for (const char* samples : {"u8", "rgb", "rgb-planes", "u16", "f32", "f64", "1bit"}) {
@@ -151,6 +172,7 @@ void run(Session& session) {
   session.forEach(uncompressedReads(), measureRead);
   session.forEach(compressedReads(), measureRead);
   session.forEach(oddReads(), measureRead);
+  session.forEach(uncompressedReads(), measureReadAgain);
   session.forEach(rgbaReads(), measureRGBA);
 }
 
