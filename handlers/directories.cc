@@ -2,6 +2,7 @@
 // operation is one libtiff call between checks.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 #include "gateway/errors.h"
@@ -18,6 +19,14 @@ namespace {
 
 // libtiff counts from 0, the host from 1; 2^32 - 1 wraps to 0.
 vxArrayPtr oneBased(std::uint32_t number) { return doubleScalar(number + 1U); }
+
+// The first element as it is; an empty array reads as 0.
+template <class T>
+T firstElement(const vxArray* array) {
+  T element = 0;
+  std::memcpy(&element, vxGetData(array), sizeof element);
+  return element;
+}
 
 std::uint16_t unpackSample(int inputCount, const vxArray* const* inputs,
                            const TiffImageMetaData_& record) {
@@ -39,16 +48,10 @@ std::uint32_t unpackDirectoryNumber(const vxArray* argument) {
 
 std::uint64_t unpackDirectoryOffset(const vxArray* argument) {
   switch (vxGetClassID(argument)) {
-    case vxUINT32: {
-      std::uint32_t offset = 0;
-      std::memcpy(&offset, vxGetData(argument), sizeof offset);
-      return offset;
-    }
-    case vxUINT64: {
-      std::uint64_t offset = 0;
-      std::memcpy(&offset, vxGetData(argument), sizeof offset);
-      return offset;
-    }
+    case vxUINT32:
+      return firstElement<std::uint32_t>(argument);
+    case vxUINT64:
+      return firstElement<std::uint64_t>(argument);
     default:
       return unpackNumber<std::uint64_t>(argument);
   }
