@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -55,8 +56,8 @@ void storeBlock(const DecodedBlock& block, BlockExtent extent, OutputSlots outpu
   }
   const std::span<const std::byte> bytes = block.delivered();
   const bool covered = coversExtent(bytes, extent, record);
-  vxArrayPtr array =
-      createBlockArray(extent, record, covered ? Elements::kAllStored : Elements::kZero);
+  vxArrayPtr array = createBlockArray(
+      extent, record, covered ? InitialElements::kAllStored : InitialElements::kZero);
   if (record.bitsPerSample == 1) {
     transferLogicalBlockToVx(bytes, *array, record);
   } else {
@@ -72,8 +73,8 @@ void checkStripNumber(std::uint32_t strip, const TiffImageMetaData_& record) {
   raise<Tiff::imageDepthStrippedLayoutMismatch>(record.imageDepth);
 }
 
-// Whether libtiff has stored every byte that it reports as decoded. Its other decoders may leave
-// bytes as they were and succeed, or are too slow for the difference to matter.
+// Whether libtiff has stored every byte that it reports as decoded. Some of its other decoders
+// leave bytes as they were and succeed.
 bool storesEveryByte(std::uint16_t compression) {
   return compression == COMPRESSION_NONE || compression == COMPRESSION_PACKBITS;
 }
@@ -134,10 +135,15 @@ void TIFFReadEncodedStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   const std::uint32_t strip = unpack_tstrip_t(inputs[1]);
   checkStripNumber(strip, record);
   const BlockExtent extent = stripExtent(record, strip);
-  if (vxArrayPtr array = readStripByRows(strip, extent, record)) {
-    return storeOutput(outputCount, outputs, 0, std::move(array));
+  std::optional<Silence> silence;
+  if (isReadByRows(strip, extent, record)) {
+    vxArrayPtr array = readStripByRows(strip, extent, record);
+    if (array != nullptr) return storeOutput(outputCount, outputs, 0, std::move(array));
+    silence.emplace();  // libtiff has said why
   }
-  storeBlock(decodeStrip(strip, record), extent, {outputCount, outputs}, record);
+  const DecodedBlock block = decodeStrip(strip, record);
+  silence.reset();
+  storeBlock(block, extent, {outputCount, outputs}, record);
 }
 
 void TIFFReadEncodedTile_handler(int outputCount, vxArrayPtr* outputs, int,

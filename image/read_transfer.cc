@@ -73,14 +73,15 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
 }  // namespace
 
 vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,
-                            Elements elements) {
+                            InitialElements elements) {
   const vxClassID classId = determineClassId(record);
   const std::size_t dimensions[] = {extent.rows, extent.columns, record.samplesPerPixel};
   const bool interleaved =
       record.planarConfig == PLANARCONFIG_CONTIG && record.samplesPerPixel >= 2;
   const std::span<const std::size_t> used(dimensions, interleaved ? 3 : 2);
-  return elements == Elements::kAllStored ? matrix::detail::do_create_uninitnumeric(classId, used)
-                                          : matrix::detail::do_create_numeric(classId, used);
+  return elements == InitialElements::kAllStored
+             ? matrix::detail::do_create_uninitnumeric(classId, used)
+             : matrix::detail::do_create_numeric(classId, used);
 }
 
 bool coversExtent(std::span<const std::byte> block, BlockExtent extent,

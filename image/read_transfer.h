@@ -11,12 +11,12 @@
 namespace tb {
 
 // What the elements of a new array are: 0, or anything because all of them will be stored.
-enum class Elements { kZero, kAllStored };
+enum class InitialElements { kZero, kAllStored };
 
 // An array for a block's pixels: extent.rows x extent.columns, and by SamplesPerPixel when several
 // samples are interleaved. Raises what determineClassId raises.
 vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,
-                            Elements elements);
+                            InitialElements elements);
 
 // Copies a decoded block into `array`: pixel (row, column, sample) goes to element
 // row + column*M + sample*M*N of the M-by-N-by-S array. `block` holds record.blockLength rows of

@@ -9,7 +9,6 @@
 #include "image/block_buffer.h"
 #include "image/block_to_columns.h"
 #include "image/read_transfer.h"
-#include "image/silence.h"
 
 namespace tb {
 namespace {
@@ -18,22 +17,27 @@ namespace {
 constexpr std::size_t kLeastStripBytes = std::size_t{512} << 10;
 constexpr std::size_t kLeastRowBytes = 4096;
 
+constexpr std::size_t kLeastColumnBytes = 32;
+
 // Room between rows that keeps them from meeting in one set of the cache.
 constexpr std::size_t kGap = 64;
 
-// Rows that are moved together: at least a cache line of every column, and a good deal less than a
-// second-level cache holds.
-std::size_t rowsAtOnce(std::size_t elementSize) { return elementSize == 1 ? 64 : 32; }
+// Bytes of a group of rows that are moved together, at most: about what a second-level cache holds.
+constexpr std::size_t kGroupBytes = std::size_t{3} << 19;
 
-// Sizes of a strip as the record has them, in bytes.
+// Sizes of a strip as the record has them, in bytes, and the rows of a group.
 struct RowSizes {
-  std::size_t element, row, strip;
+  std::size_t element, row, strip, rowsOfGroup;
+
+  std::size_t stride() const { return row + kGap; }
 };
 
 RowSizes rowSizes(BlockExtent extent, const TiffImageMetaData_& record) {
   const std::size_t element = record.bitsPerSample / 8U;
   const std::size_t row = element * record.samplesPerBlock * record.blockWidth;
-  return {element, row, row * extent.rows};
+  // More rows than these gain nothing; of single bytes as many fill a cache line of a column.
+  const std::size_t rows = element == 1 ? 64 : 32;
+  return {element, row, row * extent.rows, std::min(rows, kGroupBytes / (row + kGap))};
 }
 
 // Whether the samples of a strip lie in the file as they do in memory, but for the byte order.
@@ -41,17 +45,6 @@ bool hasPlainSamples(const TiffImageMetaData_& record) {
   return record.compression == COMPRESSION_NONE && record.bitsPerSample >= 8 &&
          record.photometric != PHOTOMETRIC_YCBCR && record.imageDepth == 1 &&
          findClassId(record) != vxUNKNOWN;
-}
-
-bool isReadByRows(std::uint32_t strip, BlockExtent extent, const TiffImageMetaData_& record) {
-  const RowSizes sizes = rowSizes(extent, record);
-  // libtiff keeps the size of a row, and a strip that was written, from before an edit.
-  const bool canBeEdited = record.mode != O_RDONLY;
-  if (canBeEdited || !hasPlainSamples(record)) return false;
-  if (sizes.row < kLeastRowBytes || sizes.strip < kLeastStripBytes) return false;
-  // A strip of another size than its rows have is for libtiff to judge.
-  return TIFFGetStrileByteCount(record.tif, strip) == sizes.strip &&
-         TIFFScanlineSize(record.tif) == static_cast<tmsize_t>(sizes.row);
 }
 
 // Decodes the rows of one strip, top to bottom.
@@ -79,17 +72,31 @@ class StripRows {
 
 }  // namespace
 
+bool isReadByRows(std::uint32_t strip, BlockExtent extent, const TiffImageMetaData_& record) {
+  // libtiff keeps the size of a row, and a strip that was written, from before an edit; that it is
+  // the size which TIFFScanlineSize computes holds as long as nobody edits a file open for reading.
+  const bool canBeEdited = record.mode != O_RDONLY;
+  if (canBeEdited || !hasPlainSamples(record)) return false;
+  const RowSizes sizes = rowSizes(extent, record);
+  if (sizes.row < kLeastRowBytes || sizes.strip < kLeastStripBytes) return false;
+  // Few rows would be moved in small pieces of each column's cache lines.
+  if (sizes.rowsOfGroup * sizes.element < kLeastColumnBytes || extent.rows < sizes.rowsOfGroup) {
+    return false;
+  }
+  // A strip of another size than its rows have is for libtiff to judge.
+  return TIFFGetStrileByteCount(record.tif, strip) == sizes.strip &&
+         TIFFScanlineSize(record.tif) == static_cast<tmsize_t>(sizes.row);
+}
+
 vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
                            const TiffImageMetaData_& record) {
-  if (!isReadByRows(strip, extent, record)) return nullptr;
   const RowSizes sizes = rowSizes(extent, record);
-  const std::size_t stride = sizes.row + kGap, most = rowsAtOnce(sizes.element);
+  const std::size_t stride = sizes.stride(), most = sizes.rowsOfGroup;
   BlockBuffer buffer = BlockBuffer::uninitialised(most * stride);
   std::byte* const decoded = buffer.bytes().data();
-  vxArrayPtr array = createBlockArray(extent, record, Elements::kAllStored);
+  vxArrayPtr array = createBlockArray(extent, record, InitialElements::kAllStored);
   std::byte* const columns = writableDataOf(array.get());
 
-  const Silence silence;
   StripRows rows(strip, record);
   if (!rows.start(decoded)) return nullptr;
   for (std::size_t first = 0; first < extent.rows; first += most) {

@@ -10,8 +10,10 @@
 
 namespace tb {
 
-// The array of a strip that can be read in this way, of `extent`.
-// Null when it is better read whole or when libtiff fails, which then says so once more.
+// Whether a strip can be read in this way and is so large that it pays.
+bool isReadByRows(std::uint32_t strip, BlockExtent extent, const TiffImageMetaData_& record);
+
+// The array of such a strip. Null when libtiff fails, which has said why.
 vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
                            const TiffImageMetaData_& record);
 

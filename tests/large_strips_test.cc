@@ -32,7 +32,7 @@ Layout largeStrips() { return largeStrips(8, 1, PLANARCONFIG_CONTIG); }
 
 bool isReadByRows(TIFF* tif, std::uint32_t strip) {
   const TiffImageMetaData_ record = imageMetadata(tif);
-  return readStripByRows(strip, stripExtent(record, strip), record) != nullptr;
+  return tb::isReadByRows(strip, stripExtent(record, strip), record);
 }
 
 // Gives a strip an offset at which the file ends before it does.
@@ -73,6 +73,26 @@ TEST_F(LargeStrips, OfEveryLayoutAreRead) {
           EXPECT_TRUE(isReadByRows(file.handle(), 0));
           expectEveryStrip(file, layout);
         }
+}
+
+TEST_F(LargeStrips, WithBitsInTheOtherOrderAreRead) {
+  Layout layout = largeStrips();
+  layout.more = [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_FILLORDER, FILLORDER_LSB2MSB); };
+  writeTiff(path_, {layout});
+  const OpenedFile file(path_, "r");
+  EXPECT_TRUE(isReadByRows(file.handle(), 0));
+  expectEveryStrip(file, layout);
+}
+
+// libtiff's handlers are the process's: others may have errors at the same time.
+TEST_F(LargeStrips, AreReadWithLibtiffsErrorsHeard) {
+  writeTiff(path_, {largeStrips()});
+  moveStripPastTheEnd(path_, 1);
+  const OpenedFile file(path_, "r");
+  call("readEncodedStrip", file, 0);
+  EXPECT_TRUE(libtiffMessages().empty());
+  call("readEncodedStrip", file, 1);
+  EXPECT_EQ(libtiffMessages().size(), 1U);
 }
 
 TEST_F(LargeStrips, AreReadWithoutMappingTheFile) {
@@ -116,7 +136,6 @@ TEST_F(LargeStrips, ThatTheFileDoesNotHoldGiveOneMessage) {
   for (const char* mode : {"r", "rm"}) {
     SCOPED_TRACE(mode);
     const OpenedFile file(path_, mode);
-    EXPECT_FALSE(isReadByRows(file.handle(), 1));
     const vxArrayPtr strip = call("readEncodedStrip", file, 1);
     EXPECT_EQ(libtiffMessages().size(), 1U);
     EXPECT_TRUE(bytesOf(strip) == std::vector<std::byte>(std::size_t{140} * layout.width));
@@ -144,7 +163,11 @@ TEST_F(LargeStrips, OfOtherKindsAreReadWhole) {
   narrow.width = 2000;
   narrow.length = 1000;
   narrow.rowsPerStrip = 500;
-  for (const Layout& layout : {deflate, bits, flat, narrow}) {
+  Layout wide = largeStrips();
+  wide.width = 600000;
+  wide.length = 4;
+  wide.rowsPerStrip = 1;
+  for (const Layout& layout : {deflate, bits, flat, narrow, wide}) {
     writeTiff(path_, {layout});
     const OpenedFile file(path_, "r");
     EXPECT_FALSE(isReadByRows(file.handle(), 0));
