@@ -31,26 +31,27 @@ void endOwner(PyObject* object) {
   Py_DECREF(type);
 }
 
-PyTypeObject* makeType() {
-  PyType_Slot slots[] = {{Py_tp_dealloc, reinterpret_cast<void*>(&endOwner)}, {0, nullptr}};
-  PyType_Spec spec{"tagbridge.HostArray", sizeof(ArrayOwner), 0,
-                   Py_TPFLAGS_DEFAULT | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
-  PyObject* const type = PyType_FromSpec(&spec);
-  if (type == nullptr) throw py::error_already_set();
-  return reinterpret_cast<PyTypeObject*>(type);
-}
+constinit PyTypeObject* s_type = nullptr;
 
-ArrayOwner* takeIdle(PyTypeObject* type) {
+ArrayOwner* takeIdle() {
   ArrayOwner* const owner = s_idle[--s_idleCount];
-  PyObject_Init(&owner->head, type);
+  PyObject_Init(&owner->head, s_type);
   return owner;
 }
 
 }  // namespace
 
+void makeOwnerType() {
+  PyType_Slot slots[] = {{Py_tp_dealloc, reinterpret_cast<void*>(&endOwner)}, {0, nullptr}};
+  PyType_Spec spec{"tagbridge.HostArray", sizeof(ArrayOwner), 0,
+                   Py_TPFLAGS_DEFAULT | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
+  PyObject* const type = PyType_FromSpec(&spec);
+  if (type == nullptr) throw py::error_already_set();
+  s_type = reinterpret_cast<PyTypeObject*>(type);
+}
+
 py::object ownerOf(vxArrayPtr array) {
-  static PyTypeObject* const type = makeType();
-  ArrayOwner* const owner = s_idleCount > 0 ? takeIdle(type) : PyObject_New(ArrayOwner, type);
+  ArrayOwner* const owner = s_idleCount > 0 ? takeIdle() : PyObject_New(ArrayOwner, s_type);
   if (owner == nullptr) throw py::error_already_set();
   owner->array = array.release();
   return py::reinterpret_steal<py::object>(&owner->head);

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "python/array_owner.h"
 #include "python/bridge.h"
 #include "python/call.h"
 #include "python/messages.h"
@@ -72,6 +73,7 @@ PYBIND11_MODULE(_core, extension) {
   using namespace tb::python;  // NOLINT(google-build-using-namespace): the macro ends the namespace
   importNumpy();
   importMessageClasses();
+  makeOwnerType();
   importModule();
   addCall(extension);
   addMemory(extension);

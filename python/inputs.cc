@@ -17,10 +17,14 @@ struct OperationName {
   vxArrayPtr array;
 };
 
+// More than there are operations.
+constexpr std::size_t kMostNames = 32;
+
 // What calls leave for later ones.
 struct Kept {
   std::unique_ptr<ScalarInputs> scalars;  // null while a call uses them
-  // Names of operations only, so that there are few. Nothing is removed: a call may be using it.
+  // The names of operations that were called, as many spellings of them as kMostNames: what stands
+  // behind a NUL does not count. Nothing is removed: a call may be using it.
   std::vector<OperationName> operations;
 };
 
@@ -59,19 +63,24 @@ const vxArray* scalarInput(PyObject* value, const Place& place, ScalarInputs& sc
 
 }  // namespace
 
-Inputs::Inputs(PyObject* operation) : operation_(operation), scalars_(std::move(s_kept.scalars)) {
+Inputs::Inputs(PyObject* operation) : operation_(operation) {
+  findName();
+  scalars_ = std::move(s_kept.scalars);
   if (scalars_ == nullptr) scalars_ = std::make_unique<ScalarInputs>();
+}
+
+void Inputs::findName() {
   const auto& names = s_kept.operations;
-  const auto found = std::ranges::find(names, operation, &OperationName::object);
+  const auto found = std::ranges::find(names, operation_, &OperationName::object);
   if (found != names.end()) {
     pointers_.push_back(found->array.get());
     return;
   }
-  if (!PyUnicode_Check(operation)) {
+  if (!PyUnicode_Check(operation_)) {
     throw pybind11::type_error("call(): operation must be a str, not " +
-                               std::string(Py_TYPE(operation)->tp_name));
+                               std::string(Py_TYPE(operation_)->tp_name));
   }
-  name_ = hostText(operation);
+  name_ = hostText(operation_);
   pointers_.push_back(name_.get());
 }
 
@@ -91,6 +100,7 @@ void Inputs::add(PyObject* value) {
 void Inputs::keepOperationName() {
   if (name_ == nullptr || !PyUnicode_CHECK_INTERNED(operation_)) return;
   auto& names = s_kept.operations;
+  if (names.size() == kMostNames) return;
   // Another thread may have kept it while this call ran.
   if (std::ranges::find(names, operation_, &OperationName::object) != names.end()) return;
   names.push_back({operation_, std::move(name_)});

@@ -44,6 +44,9 @@ class Inputs {
   void keepOperationName();
 
  private:
+  // Makes the name's array, or finds the one that is kept, as the first of the inputs.
+  void findName();
+
   PyObject* operation_;
   vxArrayPtr name_;  // null when the name's array is one that is kept
   std::unique_ptr<ScalarInputs> scalars_;

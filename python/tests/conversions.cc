@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/array.h"
+#include "python/array_owner.h"
 #include "python/host_values.h"
 #include "python/python_values.h"
 
@@ -105,6 +106,7 @@ vxArrayPtr make(const py::handle& recipe) {
 
 PYBIND11_MODULE(tagbridge_conversions, module) {
   if (_import_array() < 0) throw py::error_already_set();
+  tb::python::makeOwnerType();
   module.def("to_host", [](const py::object& value) {
     const py::str operation("test");
     return describe(tb::python::hostValue(value.ptr(), {operation.ptr(), 1}).get());

@@ -77,3 +77,35 @@ def test_errors_reach_the_thread_that_made_the_call():
 
     with ThreadPoolExecutor(4) as pool:
         assert all(pool.map(fail, range(400)))
+
+
+def test_threads_with_a_small_stack_read_every_layout(tmp_path):
+    """A tenth of a megabyte is what some systems give a thread; rows that meet in the cache are
+    the ones that take the most of it."""
+    layouts = [(8, 8, np.uint8), (64, 4096, np.uint8), (64, 4096, np.uint16), (64, 4096, np.float32),
+               (512, 512, np.uint8), (64, 4096, np.bool_)]
+    paths = []
+    for rows, columns, dtype in layouts:
+        for samples in (1, 3):
+            shape = (rows, columns) if samples == 1 else (rows, columns, samples)
+            if samples == 3 and dtype is np.bool_:
+                continue
+            paths.append((tmp_path / f"{len(paths)}.tif", np.ones(shape, dtype)))
+            tifffile.imwrite(*paths[-1], rowsperstrip=rows, photometric="rgb" if len(paths[-1][1].shape) == 3 else "minisblack")
+    equal = []
+
+    def read() -> None:
+        for path, expected in paths:
+            file = tagbridge.call("open", str(path), "rc")
+            strip = tagbridge.call("readEncodedStrip", file, 0)
+            equal.append(np.array_equal(strip, expected))
+            tagbridge.call("close", file, outputs=0)
+
+    former = threading.stack_size(128 * 1024)
+    try:
+        reader = threading.Thread(target=read)
+        reader.start()
+        reader.join()
+    finally:
+        threading.stack_size(former)
+    assert equal == [True] * len(paths)
