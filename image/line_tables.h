@@ -9,14 +9,19 @@ namespace tb {
 
 constexpr std::size_t kCacheLine = 64;
 
+// Elements of T in a cache line.
+template <class T>
+constexpr std::size_t kLineElements = kCacheLine / sizeof(T);
+
 // Lines a cache keeps of those that share a set, in common processors at least.
 constexpr std::size_t kCacheWays = 8;
 
 // Lines of a panel, at most, on either side; more if the lines of the other side are staged.
 constexpr std::size_t kPanelLines = 64;
 
-// Bytes of a staged line: so many that the processor fetches ahead.
-constexpr std::size_t kStagedLineBytes = 1024;
+// Bytes of a staged line: so many that the processor fetches ahead, and no more than a small stack
+// has room for.
+constexpr std::size_t kStagedLineBytes = 512;
 
 using InLines = const std::uint8_t* const*;
 using OutLines = std::uint8_t* const*;

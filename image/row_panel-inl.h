@@ -34,10 +34,10 @@ constexpr std::size_t kMostSeparated = 4;
 // square. `lines` is how many lines the cache must hold beside so many rows.
 template <class T>
 bool NeedsRowPanels(const BlockShape& shape, std::size_t lines) {
-  if (shape.rows <= 1 || shape.samples > kMostSeparated) return false;
+  if (shape.rows <= 1 || shape.samples == 0 || shape.samples > kMostSeparated) return false;
   const bool thin = shape.rows <= kMostInterleaved<T>;
   if (shape.samples > 1) return thin;
-  const std::size_t rows = std::min(shape.rows, kCacheLine / sizeof(T));
+  const std::size_t rows = std::min(shape.rows, kLineElements<T>);
   return (thin || sizeof(T) < 8) && isConflictingStride(shape.blockStride, rows + lines);
 }
 
@@ -73,15 +73,14 @@ struct RowPanel {
 // Calls visit(panel) for panels that cover the block. As many rows fill a cache line of a column.
 template <class T, class Visit>
 HWY_INLINE void ForEachRowPanel(const BlockShape& shape, const Visit& visit) {
-  constexpr std::size_t kLineElements = kCacheLine / sizeof(T);
   alignas(kCacheLine) std::uint8_t local[kRowPanelBytes];
-  const std::size_t mostRows = std::min(shape.rows, kLineElements);
+  const std::size_t mostRows = std::min(shape.rows, kLineElements<T>);
   const std::size_t lineBytes =
       kRowPanelBytes / (mostRows * shape.samples) / kCacheLine * kCacheLine;
   const std::size_t mostColumns = lineBytes / sizeof(T);
   RowPanel<T> panel{0, 0, 0, 0, local, lineBytes, mostRows * lineBytes};
   for (std::size_t column = 0; column < shape.columns; column += mostColumns) {
-    panel.firstColumn = panelStart(column, shape.columns, kLineElements);
+    panel.firstColumn = panelStart(column, shape.columns, kLineElements<T>);
     panel.columns = std::min(mostColumns, shape.columns - panel.firstColumn);
     for (std::size_t row = 0; row < shape.rows; row += mostRows) {
       panel.firstRow = row;

@@ -100,9 +100,33 @@ HWY_INLINE void TransposeTiles(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT ou
     }
 }
 
+// Moves as many elements as lines, a vector of 32 bytes of each. Halves are put together after
+// whole vectors are loaded, so that a tile needs fewer loads.
+template <class T>
+HWY_INLINE void TransposeWideTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
+                                  std::size_t inOffset, std::size_t outOffset) {
+  constexpr std::size_t kElements = kTileElements<T>;
+  using D = hn::FixedTag<T, kTileLines<T> >;
+  constexpr D d;
+  const hn::Repartition<std::uint8_t, D> dBytes;
+  hn::Vec<D> low[kElements], high[kElements];
+  for (std::size_t i = 0; i < kElements; ++i) {
+    const auto first = hn::BitCast(d, hn::LoadU(dBytes, in[i] + inOffset));
+    const auto second = hn::BitCast(d, hn::LoadU(dBytes, in[kElements + i] + inOffset));
+    low[i] = hn::ConcatLowerLower(d, second, first);
+    high[i] = hn::ConcatUpperUpper(d, second, first);
+  }
+  InterleaveVectors<kElements>(d, low);
+  InterleaveVectors<kElements>(d, high);
+  for (std::size_t j = 0; j < kElements; ++j) {
+    StoreElements(d, low[j], out[j] + outOffset);
+    StoreElements(d, high[j], out[kElements + j] + outOffset);
+  }
+}
+
 // Lines and elements of a square whose lines fill a cache line on both sides.
 template <class T>
-constexpr std::size_t kSquare = kCacheLine / sizeof(T);
+constexpr std::size_t kSquare = kLineElements<T>;
 
 // Transposes a square. Its size is known to the compiler, which then loads every address of the
 // tables once.
@@ -113,10 +137,16 @@ HWY_INLINE void TransposeSquare(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT o
   const std::size_t inOffset = element * sizeof(T), outOffset = line * sizeof(T);
   in += line;
   out += element;
-  for (std::size_t j = 0; j < kSquare<T>; j += kElements)
-    for (std::size_t i = 0; i < kSquare<T>; i += kLines)
-      TransposeTile<kLines, T>(in + i, out + j, inOffset + j * sizeof(T),
-                               outOffset + i * sizeof(T));
+  // Narrower elements would need more vectors than there are registers.
+  constexpr bool kWide = sizeof(T) >= 4 && kLines > kElements;
+  for (std::size_t j = 0; j < kSquare<T>; j += kWide ? kLines : kElements)
+    for (std::size_t i = 0; i < kSquare<T>; i += kLines) {
+      const std::size_t inStart = inOffset + j * sizeof(T), outStart = outOffset + i * sizeof(T);
+      if constexpr (kWide)
+        TransposeWideTile<T>(in + i, out + j, inStart, outStart);
+      else
+        TransposeTile<kLines, T>(in + i, out + j, inStart, outStart);
+    }
 }
 
 #endif

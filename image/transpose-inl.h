@@ -97,30 +97,85 @@ void TransposePanel(const Panel& panel) {
 
 #endif
 
-// Transposes a panel whose input lines push each other out of the cache: each of them is touched
-// once, from end to end, to copy it into local memory.
-template <class T>
-HWY_INLINE void TransposeFromStaged(Panel panel) {
-  StagedLines staged;
-  const std::uint8_t* in[kPanelLines];
-  for (std::size_t i = 0; i < panel.lines; ++i) {
-    std::memcpy(staged.lines[i], panel.in[i], panel.elements * sizeof(T));
-    in[i] = staged.lines[i];
+// Calls move(panel) for panels of up to kLines input and kElements output lines.
+template <class T, std::size_t kLines, std::size_t kElements, class In, class Out, class Move>
+HWY_INLINE void ForEachPanel(const In& in, std::size_t inCount, const Out& out,
+                             std::size_t outCount, const Move& move) {
+  const std::uint8_t* inLines[kLines];
+  std::uint8_t* outLines[kElements];
+  Panel panel{inLines, outLines};
+  for (std::size_t nextOut = 0; nextOut < outCount; nextOut += kElements) {
+    const std::size_t firstOut = panelStart(nextOut, outCount, kTileElements<T>);
+    panel.elements = std::min(kElements, outCount - firstOut);
+    for (std::size_t nextIn = 0; nextIn < inCount; nextIn += kLines) {
+      const std::size_t firstIn = panelStart(nextIn, inCount, kTileLines<T>);
+      panel.lines = std::min(kLines, inCount - firstIn);
+      in.fill(firstIn, panel.lines, firstOut * sizeof(T), inLines);
+      out.fill(firstOut, panel.elements, firstIn * sizeof(T), outLines);
+      move(panel);
+    }
   }
-  panel.in = in;
-  TransposePanel<T>(panel);
 }
 
-// The same for output lines.
-template <class T>
-HWY_INLINE void TransposeToStaged(Panel panel) {
+// Transposes lines of which those of the input push each other out of the cache: each of them is
+// touched once, from end to end, to copy it into local memory. A function of its own, as the one
+// below, so that only those calls take that much of the stack.
+template <class T, class In, class Out>
+HWY_NOINLINE void TransposeFromStaged(const In& in, std::size_t inCount, const Out& out,
+                                      std::size_t outCount) {
+  constexpr std::size_t kElements = kStagedLineBytes / sizeof(T);
   StagedLines staged;
-  std::uint8_t* out[kPanelLines];
-  for (std::size_t j = 0; j < panel.elements; ++j) out[j] = staged.lines[j];
-  const OutLines lines = std::exchange(panel.out, out);
-  TransposePanel<T>(panel);
-  for (std::size_t j = 0; j < panel.elements; ++j)
-    std::memcpy(lines[j], staged.lines[j], panel.lines * sizeof(T));
+  const std::uint8_t* lines[kPanelLines];
+  for (std::size_t i = 0; i < kPanelLines; ++i) lines[i] = staged.lines[i];
+  ForEachPanel<T, kPanelLines, kElements>(in, inCount, out, outCount, [&](Panel panel) {
+    for (std::size_t i = 0; i < panel.lines; ++i)
+      std::memcpy(staged.lines[i], panel.in[i], panel.elements * sizeof(T));
+    panel.in = lines;
+    TransposePanel<T>(panel);
+  });
+}
+
+// The same for the output.
+template <class T, class In, class Out>
+HWY_NOINLINE void TransposeToStaged(const In& in, std::size_t inCount, const Out& out,
+                                    std::size_t outCount) {
+  constexpr std::size_t kLines = kStagedLineBytes / sizeof(T);
+  StagedLines staged;
+  std::uint8_t* lines[kPanelLines];
+  for (std::size_t j = 0; j < kPanelLines; ++j) lines[j] = staged.lines[j];
+  ForEachPanel<T, kLines, kPanelLines>(in, inCount, out, outCount, [&](Panel panel) {
+    const OutLines target = std::exchange(panel.out, lines);
+    TransposePanel<T>(panel);
+    for (std::size_t j = 0; j < panel.elements; ++j)
+      std::memcpy(target[j], staged.lines[j], panel.lines * sizeof(T));
+  });
+}
+
+// Transposes few joined lines on either side. Returns false when there are none.
+template <class T, class In, class Out>
+HWY_INLINE bool TransposeJoined(const In& in, std::size_t inCount, const Out& out,
+                                std::size_t outCount) {
+  const std::uint8_t* inLines[kPanelLines];
+  std::uint8_t* outLines[kPanelLines];
+  if ((inCount == 1 && out.isJoined(sizeof(T))) || (outCount == 1 && in.isJoined(sizeof(T)))) {
+    in.fill(0, 1, 0, inLines);
+    out.fill(0, 1, 0, outLines);
+    std::memcpy(outLines[0], inLines[0], inCount * outCount * sizeof(T));
+    return true;
+  }
+  if (out.isJoined(inCount * sizeof(T)) && IsInterleaved<T>(inCount, outCount)) {
+    in.fill(0, inCount, 0, inLines);
+    out.fill(0, 1, 0, outLines);
+    InterleaveLines<T>(inLines, inCount, outLines[0], outCount);
+    return true;
+  }
+  if (in.isJoined(outCount * sizeof(T)) && IsInterleaved<T>(outCount, inCount)) {
+    in.fill(0, 1, 0, inLines);
+    out.fill(0, outCount, 0, outLines);
+    SeparateLines<T>(inLines[0], outLines, outCount, inCount);
+    return true;
+  }
+  return false;
 }
 
 // Transposes any number of lines; see image/line_tables.h for what In and Out are.
@@ -128,48 +183,13 @@ template <class T, class In, class Out>
 HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out,
                                std::size_t outCount) {
   if (inCount == 0 || outCount == 0) return;
-  const std::uint8_t* inLines[kStagedLineBytes];
-  std::uint8_t* outLines[kStagedLineBytes];
-  if ((inCount == 1 && out.isJoined(sizeof(T))) || (outCount == 1 && in.isJoined(sizeof(T)))) {
-    in.fill(0, 1, 0, inLines);
-    out.fill(0, 1, 0, outLines);
-    std::memcpy(outLines[0], inLines[0], inCount * outCount * sizeof(T));
-    return;
-  }
-  if (out.isJoined(inCount * sizeof(T)) && IsInterleaved<T>(inCount, outCount)) {
-    in.fill(0, inCount, 0, inLines);
-    out.fill(0, 1, 0, outLines);
-    return InterleaveLines<T>(inLines, inCount, outLines[0], outCount);
-  }
-  if (in.isJoined(outCount * sizeof(T)) && IsInterleaved<T>(outCount, inCount)) {
-    in.fill(0, 1, 0, inLines);
-    out.fill(0, outCount, 0, outLines);
-    return SeparateLines<T>(inLines[0], outLines, outCount, inCount);
-  }
-  Panel panel{inLines, outLines};
+  if (TransposeJoined<T>(in, inCount, out, outCount)) return;
   // To stage one side is enough; output lines of wide elements are too few to conflict.
-  constexpr std::size_t kSquareLines = kCacheLine / sizeof(T);
-  const bool stagedIn = in.isConflicting(std::min(inCount, kSquareLines));
-  const bool stagedOut =
-      !stagedIn && sizeof(T) <= 2 && out.isConflicting(std::min(outCount, kSquareLines));
-  const std::size_t mostLines = stagedOut ? kStagedLineBytes / sizeof(T) : kPanelLines;
-  const std::size_t mostElements = stagedIn ? kStagedLineBytes / sizeof(T) : kPanelLines;
-  for (std::size_t nextOut = 0; nextOut < outCount; nextOut += mostElements) {
-    const std::size_t firstOut = panelStart(nextOut, outCount, kTileElements<T>);
-    panel.elements = std::min(mostElements, outCount - firstOut);
-    for (std::size_t nextIn = 0; nextIn < inCount; nextIn += mostLines) {
-      const std::size_t firstIn = panelStart(nextIn, inCount, kTileLines<T>);
-      panel.lines = std::min(mostLines, inCount - firstIn);
-      in.fill(firstIn, panel.lines, firstOut * sizeof(T), inLines);
-      out.fill(firstOut, panel.elements, firstIn * sizeof(T), outLines);
-      if (stagedIn)
-        TransposeFromStaged<T>(panel);
-      else if (stagedOut)
-        TransposeToStaged<T>(panel);
-      else
-        TransposePanel<T>(panel);
-    }
-  }
+  if (in.isConflicting(std::min(inCount, kLineElements<T>)))
+    return TransposeFromStaged<T>(in, inCount, out, outCount);
+  if (sizeof(T) <= 2 && out.isConflicting(std::min(outCount, kLineElements<T>)))
+    return TransposeToStaged<T>(in, inCount, out, outCount);
+  ForEachPanel<T, kPanelLines, kPanelLines>(in, inCount, out, outCount, TransposePanel<T>);
 }
 
 }  // namespace tb::HWY_NAMESPACE
