@@ -44,6 +44,29 @@ TemporaryImage::~TemporaryImage() {
   std::filesystem::remove(path_, ignored);
 }
 
+const char* readOperation(const ImageSpec& spec) {
+  return spec.tiled ? "readEncodedTile" : "readEncodedStrip";
+}
+
+Comparison compareReadsOfOpenFile(Session& session, const ImageSpec& spec) {
+  const TemporaryImage image(session.folder, spec);
+  const TiffHandle opened = openTiff(image.path(), "r");
+  const std::uint32_t count = blockCount(opened.get());
+  std::vector<std::byte> buffer(blockSize(opened.get()));
+  const ModuleFile file(session.module, image.path(), "r");
+  Operation read(file, readOperation(spec));
+  return compare(
+      session.effort,
+      [&] {
+        for (std::uint32_t block = 0; block < count; ++block) read(block);
+      },
+      [&] {
+        for (std::uint32_t block = 0; block < count; ++block) {
+          readBlock(opened.get(), block, buffer);
+        }
+      });
+}
+
 }  // namespace tb::bench
 
 namespace {

@@ -45,6 +45,12 @@ class TemporaryImage {
   std::filesystem::path path_;
 };
 
+// The operation that reads a block of the image.
+const char* readOperation(const ImageSpec& spec);
+
+// Times reading all blocks of a file that is open and has its pages mapped, beside libtiff's loop.
+Comparison compareReadsOfOpenFile(Session& session, const ImageSpec& spec);
+
 // Every program defines it.
 void run(Session& session);
 

@@ -32,7 +32,7 @@ long faults() {
 void measureReadFaults(Session& session, const ImageSpec& spec) {
   const TemporaryImage image(session.folder, spec);
   const ModuleFile file(session.module, image.path(), "r");
-  Operation read(file, spec.tiled ? "readEncodedTile" : "readEncodedStrip");
+  Operation read(file, readOperation(spec));
   const std::uint32_t count = blockCount(openTiff(image.path(), "r").get());
   const auto readAll = [&] {
     for (std::uint32_t block = 0; block < count; ++block) read(block);
@@ -105,23 +105,7 @@ void measurePeak(Session& session, const ImageSpec& spec) {
 // --- Time and size
 
 void measureGrowth(Session& session, const ImageSpec& spec) {
-  const TemporaryImage image(session.folder, spec);
-  const ModuleFile file(session.module, image.path(), "r");
-  Operation read(file, "readEncodedTile");
-  const TiffHandle floor = openTiff(image.path(), "r");
-  const std::uint32_t count = blockCount(floor.get());
-  std::vector<std::byte> buffer(blockSize(floor.get()));
-  const Comparison times = compare(
-      session.effort,
-      [&] {
-        for (std::uint32_t block = 0; block < count; ++block) read(block);
-      },
-      [&] {
-        for (std::uint32_t block = 0; block < count; ++block) {
-          readBlock(floor.get(), block, buffer);
-        }
-      });
-  report("growth", spec, times.ours);
+  report("growth", spec, compareReadsOfOpenFile(session, spec).ours);
 }
 
 Specs squares(std::uint32_t largest) {

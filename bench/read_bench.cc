@@ -19,10 +19,6 @@ namespace {
 
 using Specs = std::vector<ImageSpec>;
 
-const char* readOperation(const ImageSpec& spec) {
-  return spec.tiled ? "readEncodedTile" : "readEncodedStrip";
-}
-
 // --- One block again and again
 
 void measureWholeCall(Session& session, const ImageSpec& spec) {
@@ -75,24 +71,8 @@ void measureRead(Session& session, const ImageSpec& spec) {
   report("read", spec, times.ours / times.reference);
 }
 
-// The same in a file that is open and has its pages mapped.
 void measureReadAgain(Session& session, const ImageSpec& spec) {
-  const TemporaryImage image(session.folder, spec);
-  const TiffHandle opened = openTiff(image.path(), "r");
-  const std::uint32_t count = blockCount(opened.get());
-  std::vector<std::byte> buffer(blockSize(opened.get()));
-  const ModuleFile file(session.module, image.path(), "r");
-  Operation read(file, readOperation(spec));
-  const Comparison times = compare(
-      session.effort,
-      [&] {
-        for (std::uint32_t block = 0; block < count; ++block) read(block);
-      },
-      [&] {
-        for (std::uint32_t block = 0; block < count; ++block) {
-          readBlock(opened.get(), block, buffer);
-        }
-      });
+  const Comparison times = compareReadsOfOpenFile(session, spec);
   report("read again", spec, times.ours / times.reference);
 }
 

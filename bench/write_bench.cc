@@ -27,7 +27,7 @@ ReadyBlocks readyBlocks(Session& session, ImageSpec spec) {
   const TemporaryImage image(session.folder, spec);
   // "c", since libtiff cuts a single large strip into pieces otherwise.
   const ModuleFile file(session.module, image.path(), "rc");
-  Operation read(file, spec.tiled ? "readEncodedTile" : "readEncodedStrip");
+  Operation read(file, readOperation(spec));
   const TiffHandle tif = openTiff(image.path(), "rc");
   ReadyBlocks blocks;
   for (std::uint32_t block = 0; block < std::min(kReadyBlocks, blockCount(tif.get())); ++block) {
