@@ -2,8 +2,11 @@
 // as a whole read where the file contradicts itself.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdarg>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "image/image_metadata.h"
@@ -84,8 +87,7 @@ TEST_F(LargeStrips, WithBitsInTheOtherOrderAreRead) {
   expectEveryStrip(file, layout);
 }
 
-// libtiff's handlers are the process's: others may have errors at the same time.
-TEST_F(LargeStrips, AreReadWithLibtiffsErrorsHeard) {
+TEST_F(LargeStrips, AreReadWithOneMessageForThoseThatFail) {
   writeTiff(path_, {largeStrips()});
   moveStripPastTheEnd(path_, 1);
   const OpenedFile file(path_, "r");
@@ -93,6 +95,33 @@ TEST_F(LargeStrips, AreReadWithLibtiffsErrorsHeard) {
   EXPECT_TRUE(libtiffMessages().empty());
   call("readEncodedStrip", file, 1);
   EXPECT_EQ(libtiffMessages().size(), 1U);
+}
+
+std::atomic<int> s_errorsHeard = 0;
+
+// libtiff's handlers are the process's: other threads may have errors at the same time.
+TEST_F(LargeStrips, AreReadWithTheErrorsOfOtherThreadsHeard) {
+  writeTiff(path_, {largeStrips()});
+  const TiffHandle tif = openTiff(path_, "r");
+  const TiffImageMetaData_ record = imageMetadata(tif.get());
+  const std::string missing = (folder_ / "missing.tif").string();
+  const TIFFErrorHandler former =
+      TIFFSetErrorHandler([](const char*, const char*, std::va_list) { ++s_errorsHeard; });
+  std::atomic<bool> done = false;
+  int errorsMade = 0;
+  std::thread other([&] {
+    while (!done) {
+      TIFFOpen(missing.c_str(), "r");
+      ++errorsMade;
+    }
+  });
+  for (int turn = 0; turn < 50; ++turn) {
+    EXPECT_NE(readStripByRows(0, stripExtent(record, 0), record), nullptr);
+  }
+  done = true;
+  other.join();
+  TIFFSetErrorHandler(former);
+  EXPECT_EQ(s_errorsHeard, errorsMade);
 }
 
 TEST_F(LargeStrips, AreReadWithoutMappingTheFile) {
