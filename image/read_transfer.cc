@@ -26,11 +26,6 @@ std::size_t bitsPerBlockRow(const TiffImageMetaData_& record) {
   return std::size_t{record.blockWidth} * record.samplesPerBlock * record.bitsPerSample;
 }
 
-// Rows of bits start on a byte boundary; wider samples fill whole bytes anyway.
-std::size_t bytesPerBlockRow(const TiffImageMetaData_& record) {
-  return (bitsPerBlockRow(record) + 7) / 8;
-}
-
 // Rows that are wholly inside the block's bytes.
 std::size_t completeRows(std::span<const std::byte> block, const TiffImageMetaData_& record) {
   const std::size_t rowBytes = bytesPerBlockRow(record);
@@ -71,6 +66,11 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
 }
 
 }  // namespace
+
+// Rows of bits start on a byte boundary; wider samples fill whole bytes anyway.
+std::size_t bytesPerBlockRow(const TiffImageMetaData_& record) {
+  return (bitsPerBlockRow(record) + 7) / 8;
+}
 
 vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,
                             InitialElements elements) {

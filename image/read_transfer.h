@@ -13,6 +13,9 @@ namespace tb {
 // What the elements of a new array are: 0, or anything because all of them will be stored.
 enum class InitialElements { kZero, kAllStored };
 
+// The bytes of a row of a block, padding columns and those of the last bits included.
+std::size_t bytesPerBlockRow(const TiffImageMetaData_& record);
+
 // An array for a block's pixels: extent.rows x extent.columns, and by SamplesPerPixel when several
 // samples are interleaved. Raises what determineClassId raises.
 vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,

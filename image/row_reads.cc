@@ -34,7 +34,7 @@ struct RowSizes {
 
 RowSizes rowSizes(BlockExtent extent, const TiffImageMetaData_& record) {
   const std::size_t element = record.bitsPerSample / 8U;
-  const std::size_t row = element * record.samplesPerBlock * record.blockWidth;
+  const std::size_t row = bytesPerBlockRow(record);
   // More rows than these gain nothing; of single bytes as many fill a cache line of a column.
   const std::size_t rows = element == 1 ? 64 : 32;
   return {element, row, row * extent.rows, std::min(rows, kGroupBytes / (row + kGap))};

@@ -4,8 +4,8 @@
 
 namespace tb {
 
-// While one lives libtiff is not heard: for decoding a block in one of two ways, of which the other
-// says the same thing.
+// While one lives libtiff is not heard, by no thread of the process: for decoding a block once
+// more, of which libtiff has said already what is wrong.
 class Silence {
  public:
   Silence() = default;
