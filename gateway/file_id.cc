@@ -11,6 +11,7 @@
 #include "gateway/errors.h"
 #include "gateway/file_state.h"
 #include "gateway/geo_tags.h"
+#include "gateway/values.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {
@@ -51,8 +52,7 @@ vxArrayPtr packUpTiffFileId(TIFF* tif) {
 }
 
 TIFF* getFileID(const vxArray* fileId) {
-  std::uint64_t address = 0;
-  std::memcpy(&address, vxGetData(fileId), sizeof address);
+  const auto address = firstElement<std::uint64_t>(fileId);
   if (address == 0) raise<Tiff::badFileId>();
   return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(address));
 }

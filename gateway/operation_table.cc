@@ -1,11 +1,11 @@
 // The operations. Opcode 4 is not assigned.
 #include <algorithm>
 #include <iterator>
-#include <memory>
 #include <string_view>
 
 #include "gateway/errors.h"
 #include "gateway/operation.h"
+#include "gateway/values.h"
 #include "handlers/handlers.h"
 #include "image/handlers.h"
 #include "tags/handlers.h"
@@ -14,10 +14,6 @@ namespace tb {
 namespace {
 
 constexpr std::size_t kOperationCount = 25;
-
-struct HostStringFree {
-  void operator()(char* text) const noexcept { vxFree(text); }
-};
 
 // Built on the first lookup; the order of the rows is the order of the search.
 s_tagbridge_op (&operationTable())[kOperationCount] {
@@ -84,7 +80,7 @@ s_tagbridge_op* opname2opcode(const vxArray* name, int numberOfInputs) {
                                     vxGetNumberOfElements(name));
     if (s_tagbridge_op* const op = findOperation(units)) return checkInputs(op, numberOfInputs);
   }
-  const std::unique_ptr<char, HostStringFree> text(vxArrayToString(name));
+  const HostString text = hostString(name);
   return opname2opcode(text ? text.get() : "", numberOfInputs);
 }
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <span>
 
 #include "host/array.h"
@@ -42,6 +43,25 @@ inline const std::byte* dataOf(const vxArray* array) noexcept {
 }
 inline std::byte* writableDataOf(vxArray* array) noexcept {
   return static_cast<std::byte*>(vxGetWritableData(array));
+}
+
+// The first element of an argument, whose class is not looked at; 0 of an empty one. The host
+// promises 16 readable bytes behind every array.
+template <class T>
+T firstElement(const vxArray* argument) noexcept {
+  T element = 0;
+  std::memcpy(&element, vxGetData(argument), sizeof element);
+  return element;
+}
+
+// vxArrayToString with an owner; null when there is no array or it is not of class char.
+struct HostStringDeleter {
+  void operator()(char* text) const noexcept { vxFree(text); }
+};
+using HostString = std::unique_ptr<char, HostStringDeleter>;
+inline HostString hostString(const vxArray* value) {
+  if (value == nullptr || vxGetClassID(value) != vxCHAR) return nullptr;
+  return HostString(vxArrayToString(value));
 }
 
 // Element `index` (0 or 1) of an argument, whose class is not looked at: the bytes are taken as a

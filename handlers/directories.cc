@@ -2,7 +2,6 @@
 // operation is one libtiff call between checks.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <span>
 
 #include "gateway/errors.h"
@@ -19,14 +18,6 @@ namespace {
 
 // libtiff counts from 0, the host from 1; 2^32 - 1 wraps to 0.
 vxArrayPtr oneBased(std::uint32_t number) { return doubleScalar(number + 1U); }
-
-// The first element as it is; an empty array reads as 0.
-template <class T>
-T firstElement(const vxArray* array) {
-  T element = 0;
-  std::memcpy(&element, vxGetData(array), sizeof element);
-  return element;
-}
 
 std::uint16_t unpackSample(int inputCount, const vxArray* const* inputs,
                            const TiffImageMetaData_& record) {

@@ -7,11 +7,6 @@ bool isDoubleMatrix(const vxArray* value, std::size_t width) {
          vxGetDimensions(value)[1] == width;
 }
 
-HostString hostString(const vxArray* value) {
-  if (value == nullptr || vxGetClassID(value) != vxCHAR) return nullptr;
-  return HostString(vxArrayToString(value));
-}
-
 std::string unpack_string(const vxArray* value, std::uint32_t, const std::string& tagName) {
   const HostString text = hostString(value);
   if (text == nullptr) raise<Tiff::argumentWasNotChar>(tagName);

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <concepts>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -88,12 +87,5 @@ std::vector<T> unpackTagValues(const vxArray* value, std::uint32_t tag, const st
 // text by its end. Raises argumentWasNotChar(tagName) for another class; an element above 255 is
 // the host's own error.
 std::string unpack_string(const vxArray* value, std::uint32_t tag, const std::string& tagName);
-
-// vxArrayToString with an owner; null when the array is not of class char.
-struct HostStringDeleter {
-  void operator()(char* text) const noexcept { vxFree(text); }
-};
-using HostString = std::unique_ptr<char, HostStringDeleter>;
-HostString hostString(const vxArray* value);
 
 }  // namespace tb
