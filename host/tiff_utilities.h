@@ -31,6 +31,11 @@ void ZQTIFFinitializeErrorStack();
 // "KORVAL:pictoria:tiffutils:libtiffWarning", the arguments libtiff's module name and its message.
 void ZQTIFFcheckErrorAsWarning();
 
+// Whether a write to the handle's file failed (a full disk, a limit, an error of the device) since
+// this was last asked of the handle. libtiff does not hand on every such failure: it may succeed
+// with an operation whose bytes are not in the file. False for a handle that UOpen did not open.
+bool ZQTIFFcheckWriteFailure(TIFF* tif);
+
 // Makes the host's JPEG 2000 codecs known to libtiff. Called at every entry; does its work once.
 void registerJPEG2000Codecs();
 

@@ -24,6 +24,7 @@
 #include <new>
 
 #include "runtime/cells.h"
+#include "runtime/fork.h"
 #include "runtime/memory.h"
 #include "runtime/sanitizer.h"
 #include "runtime/system_memory.h"
@@ -53,6 +54,7 @@ struct Shelf {
 };
 
 constinit std::mutex lock;
+const UsableAfterFork<lock> lockStaysUsable;
 constinit std::array<Shelf, kCapacities> shelves;
 constinit std::uint64_t releases = 0;
 constinit std::atomic<std::size_t> keptBytes = 0;

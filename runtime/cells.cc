@@ -6,6 +6,7 @@
 #include <new>
 
 #include "runtime/fast_thread_local.h"
+#include "runtime/fork.h"
 #include "runtime/sanitizer.h"
 
 namespace tb::runtime {
@@ -44,6 +45,7 @@ using Stacks = std::array<Stack, kSizes>;
 // What all threads share. Nothing here has a destructor, so that arrays can still be released while
 // the process ends.
 constinit std::mutex sharedLock;
+const UsableAfterFork<sharedLock> sharedLockStaysUsable;
 constinit Stacks shared;
 
 // What this thread keeps. The state is apart from the guard, whose destructor would otherwise have

@@ -1,0 +1,134 @@
+#include "runtime/file_source.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <new>
+#include <system_error>
+
+#include "host/tiff_utilities.h"
+
+namespace tb::runtime {
+
+std::size_t FileSource::readAt(std::uint64_t offset, std::span<std::byte> buffer) noexcept {
+  std::size_t done = 0;
+  while (done < buffer.size()) {
+    const ssize_t count = readSome(offset + done, buffer.subspan(done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  return done;
+}
+
+std::size_t FileSource::read(std::span<std::byte> buffer) noexcept {
+  const std::size_t done = readAt(position_, buffer);
+  position_ += done;
+  return done;
+}
+
+std::size_t FileSource::write(std::span<const std::byte> data) noexcept {
+  std::size_t done = 0;
+  while (done < data.size()) {
+    const ssize_t count = writeSome(position_, data.subspan(done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      if (writeFailure_ == 0) writeFailure_ = count < 0 ? errno : ENOSPC;
+      break;
+    }
+    done += static_cast<std::size_t>(count);
+    position_ += static_cast<std::uint64_t>(count);
+  }
+  return done;
+}
+
+std::uint64_t FileSource::seek(std::uint64_t offset, int whence) noexcept {
+  std::uint64_t base = 0;
+  if (whence == SEEK_CUR) base = position_;
+  if (whence == SEEK_END) base = size();
+  // Wraps as a negative offset does.
+  const std::uint64_t wanted = base + offset;
+  if (wanted > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return kNowhere;
+  position_ = wanted;
+  return wanted;
+}
+
+// --- libtiff's procedures
+
+namespace {
+
+FileSource& sourceAt(thandle_t handle) noexcept { return *static_cast<FileSource*>(handle); }
+
+// libtiff asks for sizes that it computed, and a negative one is none.
+std::span<std::byte> bufferAt(void* data, tmsize_t size) noexcept {
+  return {static_cast<std::byte*>(data), static_cast<std::size_t>(std::max(size, tmsize_t{0}))};
+}
+
+tmsize_t readProcedure(thandle_t handle, void* data, tmsize_t size) noexcept {
+  return static_cast<tmsize_t>(sourceAt(handle).read(bufferAt(data, size)));
+}
+
+tmsize_t writeProcedure(thandle_t handle, void* data, tmsize_t size) noexcept {
+  return static_cast<tmsize_t>(sourceAt(handle).write(bufferAt(data, size)));
+}
+
+toff_t seekProcedure(thandle_t handle, toff_t offset, int whence) noexcept {
+  return sourceAt(handle).seek(offset, whence);
+}
+
+toff_t sizeProcedure(thandle_t handle) noexcept { return sourceAt(handle).size(); }
+
+int closeProcedure(thandle_t handle) noexcept {
+  const std::unique_ptr<FileSource> source(&sourceAt(handle));
+  const int failure = source->close();
+  if (failure == 0) return 0;
+  // Some file systems find out only now that there was no room for what was written.
+  TIFFError("TIFFClose", "%s", std::generic_category().message(failure).c_str());
+  return -1;
+}
+
+int mapProcedure(thandle_t handle, void** base, toff_t* size) noexcept {
+  FileSource& source = sourceAt(handle);
+  if (!source.map()) return 0;
+  // libtiff has no other type for it; it only reads from there.
+  *base = const_cast<std::byte*>(source.mapping().data());
+  *size = source.mapping().size();
+  return 1;
+}
+
+void unmapProcedure(thandle_t handle, void*, toff_t) noexcept { sourceAt(handle).unmap(); }
+
+struct OptionsDeleter {
+  void operator()(TIFFOpenOptions* options) const noexcept { TIFFOpenOptionsFree(options); }
+};
+
+}  // namespace
+
+TIFF* openSource(std::unique_ptr<FileSource> source, const std::string& name,
+                 const std::string& mode, std::size_t largestAllocation) {
+  const std::unique_ptr<TIFFOpenOptions, OptionsDeleter> options(TIFFOpenOptionsAlloc());
+  if (options == nullptr) throw std::bad_alloc();
+  constexpr auto kLargest = static_cast<std::size_t>(std::numeric_limits<tmsize_t>::max());
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(),
+                                      static_cast<tmsize_t>(std::min(largestAllocation, kLargest)));
+  TIFF* tif = TIFFClientOpenExt(name.c_str(), mode.c_str(), source.get(), readProcedure,
+                                writeProcedure, seekProcedure, closeProcedure, sizeProcedure,
+                                mapProcedure, unmapProcedure, options.get());
+  if (tif == nullptr) return nullptr;
+  (void)TIFFSetFileno(tif, source->descriptor());
+  (void)source.release();  // closeProcedure answers for it now
+  return tif;
+}
+
+FileSource* sourceOf(TIFF* tif) noexcept {
+  return TIFFGetReadProc(tif) == readProcedure ? &sourceAt(TIFFClientdata(tif)) : nullptr;
+}
+
+}  // namespace tb::runtime
+
+bool ZQTIFFcheckWriteFailure(TIFF* tif) {
+  tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
+  return source != nullptr && source->takeWriteFailure() != 0;
+}
