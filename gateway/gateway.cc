@@ -6,8 +6,8 @@
 #include <boost/numeric/conversion/cast.hpp>
 #include <string>
 
-#include "gateway/errors.h"
-#include "gateway/operation.h"
+#include "core/errors.h"
+#include "core/operation.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {

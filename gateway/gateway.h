@@ -1,7 +1,7 @@
 // The entry that the host looks up by name and calls.
 #pragma once
 
-#include "gateway/export.h"
+#include "core/export.h"
 #include "host/array.h"
 
 // Runs the operation that `inputs[0]`, a char array, names with the inputs that follow, and stores

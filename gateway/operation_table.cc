@@ -3,9 +3,9 @@
 #include <iterator>
 #include <string_view>
 
-#include "gateway/errors.h"
-#include "gateway/operation.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/operation.h"
+#include "core/values.h"
 #include "handlers/handlers.h"
 #include "image/handlers.h"
 #include "tags/handlers.h"

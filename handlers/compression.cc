@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {

@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <span>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/file_state.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/file_state.h"
+#include "core/image_metadata.h"
+#include "core/open_files.h"
+#include "core/values.h"
 #include "handlers/compression.h"
 #include "handlers/directory_arguments.h"
 #include "handlers/handlers.h"
-#include "image/image_metadata.h"
 
 namespace tb {
 namespace {

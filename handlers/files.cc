@@ -3,9 +3,9 @@
 #include <string>
 #include <thread>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/geo_tags.h"
+#include "core/errors.h"
+#include "core/geo_tags.h"
+#include "core/open_files.h"
 #include "handlers/compression.h"
 #include "handlers/handlers.h"
 #include "host/tiff_utilities.h"

@@ -5,7 +5,7 @@
 // badFileId and invalidFileId first.
 #pragma once
 
-#include "gateway/operation.h"
+#include "core/operation.h"
 
 namespace tb {
 

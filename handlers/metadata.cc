@@ -1,10 +1,10 @@
 // The metadata summary: selected members of the configuration record as one host structure.
 #include <cstdint>
 
-#include "gateway/file_id.h"
-#include "gateway/values.h"
+#include "core/image_metadata.h"
+#include "core/open_files.h"
+#include "core/values.h"
 #include "handlers/handlers.h"
-#include "image/image_metadata.h"
 
 namespace tb {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 
 namespace tb {
 

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "gateway/file_state.h"
+#include "core/file_state.h"
 
 namespace tb {
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 
 namespace tb {
 

@@ -7,9 +7,9 @@
 #include <span>
 #include <utility>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/file_state.h"
+#include "core/errors.h"
+#include "core/file_state.h"
+#include "core/open_files.h"
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
 #include "image/handlers.h"

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <span>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/open_files.h"
+#include "core/values.h"
 #include "image/block_buffer.h"
 #include "image/block_write.h"
 #include "image/handlers.h"

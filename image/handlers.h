@@ -4,7 +4,7 @@
 // invalidFileId first, then what retrieveImageMetadata raises.
 #pragma once
 
-#include "gateway/operation.h"
+#include "core/operation.h"
 
 namespace tb {
 

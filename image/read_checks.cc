@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 
 namespace tb {
 

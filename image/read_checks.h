@@ -1,6 +1,6 @@
 #pragma once
 
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 
 namespace tb {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "gateway/errors.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/values.h"
 #include "image/bits_to_logicals.h"
 #include "image/block_to_columns.h"
 

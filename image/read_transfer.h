@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <span>
 
-#include "gateway/operation.h"
+#include "core/image_metadata.h"
+#include "core/operation.h"
 #include "image/block_geometry.h"
-#include "image/image_metadata.h"
 
 namespace tb {
 

@@ -9,12 +9,12 @@
 #include <span>
 #include <utility>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/file_state.h"
+#include "core/errors.h"
+#include "core/file_state.h"
+#include "core/image_metadata.h"
+#include "core/open_files.h"
 #include "image/block_buffer.h"
 #include "image/handlers.h"
-#include "image/image_metadata.h"
 
 namespace tb {
 namespace {

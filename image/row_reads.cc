@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "gateway/values.h"
+#include "core/values.h"
 #include "image/block_buffer.h"
 #include "image/block_to_columns.h"
 #include "image/read_transfer.h"

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "gateway/errors.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/values.h"
 #include "image/columns_to_block.h"
 #include "image/logicals_to_bits.h"
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <span>
 
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 #include "image/write_checks.h"
 
 namespace tb {

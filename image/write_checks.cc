@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "image/unsigned_arithmetic.h"
 
 namespace tb {

@@ -4,8 +4,8 @@
 
 #include <span>
 
+#include "core/image_metadata.h"
 #include "host/array.h"
-#include "image/image_metadata.h"
 
 namespace tb {
 

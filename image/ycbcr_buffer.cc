@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "gateway/values.h"
+#include "core/values.h"
 #include "image/unsigned_arithmetic.h"
 #include "image/write_buffer.h"
 #include "image/ycbcr_units.h"

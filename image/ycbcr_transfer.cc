@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <utility>
 
-#include "gateway/errors.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/values.h"
 #include "image/unsigned_arithmetic.h"
 #include "image/ycbcr_units.h"
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "gateway/errors.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/values.h"
 
 namespace tb {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "gateway/errors.h"
-#include "tags/field_guard.h"
+#include "core/errors.h"
+#include "core/field_guard.h"
 #include "tags/tag_number.h"
 
 namespace tb {

@@ -11,7 +11,7 @@
 #include <span>
 #include <string>
 
-#include "gateway/values.h"
+#include "core/values.h"
 #include "host/array.h"
 
 namespace tb {

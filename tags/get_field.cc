@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/field_guard.h"
+#include "core/open_files.h"
+#include "core/values.h"
 #include "tags/counted_reads.h"
-#include "tags/field_guard.h"
 #include "tags/handlers.h"
 #include "tags/structured_reads.h"
 #include "tags/tag_names.h"

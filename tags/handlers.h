@@ -1,7 +1,7 @@
 // The two operations on tags.
 #pragma once
 
-#include "gateway/operation.h"
+#include "core/operation.h"
 
 namespace tb {
 

@@ -1,7 +1,7 @@
 #include "tags/ink_setters.h"
 
+#include "core/field_guard.h"
 #include "tags/converters.h"
-#include "tags/field_guard.h"
 #include "tags/photometric_checks.h"
 
 namespace tb {

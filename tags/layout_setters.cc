@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "core/field_guard.h"
+#include "core/sample_depth.h"
 #include "tags/converters.h"
-#include "tags/field_guard.h"
 #include "tags/photometric_checks.h"
-#include "tags/sample_depth.h"
 
 namespace tb {
 namespace {

@@ -1,7 +1,7 @@
 #include "tags/photometric_checks.h"
 
-#include "gateway/errors.h"
-#include "tags/field_guard.h"
+#include "core/errors.h"
+#include "core/field_guard.h"
 
 namespace tb {
 

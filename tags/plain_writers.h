@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <string>
 
+#include "core/field_guard.h"
 #include "tags/converters.h"
-#include "tags/field_guard.h"
 #include "tags/photometric_checks.h"
 
 namespace tb {

@@ -4,9 +4,9 @@
 #include <optional>
 #include <vector>
 
-#include "gateway/errors.h"
-#include "gateway/file_id.h"
-#include "gateway/file_state.h"
+#include "core/errors.h"
+#include "core/file_state.h"
+#include "core/open_files.h"
 #include "tags/colour_setters.h"
 #include "tags/handlers.h"
 #include "tags/ink_setters.h"

@@ -6,9 +6,9 @@
 #include <span>
 #include <string_view>
 
-#include "gateway/errors.h"
-#include "gateway/values.h"
-#include "tags/field_guard.h"
+#include "core/errors.h"
+#include "core/field_guard.h"
+#include "core/values.h"
 
 namespace tb {
 namespace {

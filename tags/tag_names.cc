@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 
 namespace tb {
 namespace {

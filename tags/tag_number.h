@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "gateway/values.h"
+#include "core/values.h"
 
 namespace tb {
 

@@ -4,8 +4,8 @@
 #include <iterator>
 #include <span>
 
+#include "core/field_guard.h"
 #include "tags/converters.h"
-#include "tags/field_guard.h"
 #include "tags/photometric_checks.h"
 
 namespace tb {

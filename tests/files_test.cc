@@ -7,7 +7,7 @@
 #include <ostream>
 #include <string>
 
-#include "gateway/file_id.h"
+#include "core/open_files.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/temporary_folder.h"

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "gateway/operation.h"
+#include "core/operation.h"
 #include "runtime/loader.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/raw_tiff.h"

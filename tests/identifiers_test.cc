@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "tests/support/scene.h"
 
 namespace tb::test {

@@ -1,4 +1,4 @@
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 #include "image/row_reads.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/temporary_folder.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "runtime/loader.h"
 #include "runtime/memory.h"
 #include "runtime/reporting.h"

@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "core/image_metadata.h"
 #include "image/block_geometry.h"
-#include "image/image_metadata.h"
 #include "image/read_transfer.h"
 #include "image/ycbcr_transfer.h"
 #include "runtime/memory.h"

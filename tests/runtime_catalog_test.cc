@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "runtime/catalog.h"
 
 namespace tb::runtime {

@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "gateway/file_id.h"
-#include "gateway/geo_tags.h"
+#include "core/geo_tags.h"
+#include "core/open_files.h"
 #include "host/tiff_utilities.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/tag_files.h"

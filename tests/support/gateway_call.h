@@ -20,7 +20,7 @@
 #include <string_view>
 #include <vector>
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "host/array.h"
 #include "tests/support/arrays.h"
 

@@ -1,9 +1,9 @@
-#include "image/image_metadata.h"
+#include "core/image_metadata.h"
 
 #include <algorithm>
 
-#include "gateway/errors.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/values.h"
 
 namespace tb {
 namespace {

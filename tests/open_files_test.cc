@@ -1,4 +1,4 @@
-#include "gateway/file_id.h"
+#include "core/open_files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

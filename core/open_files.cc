@@ -1,4 +1,4 @@
-#include "gateway/file_id.h"
+#include "core/open_files.h"
 
 #include <fcntl.h>
 
@@ -8,10 +8,10 @@
 #include <set>
 #include <string>
 
-#include "gateway/errors.h"
-#include "gateway/file_state.h"
-#include "gateway/geo_tags.h"
-#include "gateway/values.h"
+#include "core/errors.h"
+#include "core/file_state.h"
+#include "core/geo_tags.h"
+#include "core/values.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {

@@ -1,4 +1,4 @@
-#include "gateway/file_state.h"
+#include "core/file_state.h"
 
 #include <cstdint>
 #include <map>

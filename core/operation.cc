@@ -1,4 +1,4 @@
-#include "gateway/operation.h"
+#include "core/operation.h"
 
 #include <utility>
 

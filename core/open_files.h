@@ -8,8 +8,8 @@
 
 #include <tiffio.h>
 
-#include "gateway/export.h"
-#include "gateway/operation.h"
+#include "core/export.h"
+#include "core/operation.h"
 
 namespace tb {
 

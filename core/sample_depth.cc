@@ -1,10 +1,10 @@
-#include "tags/sample_depth.h"
+#include "core/sample_depth.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <vector>
 
-#include "tags/field_guard.h"
+#include "core/field_guard.h"
 
 namespace tb {
 namespace {

@@ -1,4 +1,4 @@
-#include "gateway/values.h"
+#include "core/values.h"
 
 namespace tb {
 namespace {

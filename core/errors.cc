@@ -1,4 +1,4 @@
-#include "gateway/errors.h"
+#include "core/errors.h"
 
 #include <cstddef>
 #include <utility>

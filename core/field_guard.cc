@@ -1,4 +1,4 @@
-#include "tags/field_guard.h"
+#include "core/field_guard.h"
 
 namespace tb {
 

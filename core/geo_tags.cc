@@ -1,4 +1,4 @@
-#include "gateway/geo_tags.h"
+#include "core/geo_tags.h"
 
 #include <mutex>
 #include <optional>
