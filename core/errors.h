@@ -129,6 +129,7 @@
 // X(identifier): warnings of the Tiff group. They have no class, since nobody catches them.
 #define TAGBRIDGE_WARNINGS(X)      \
   X(closingFileHandle)             \
+  X(directoryNotWritten)           \
   X(wrongSizedTagRetrieval)        \
   X(badMultipleTagValueRetrieved)  \
   X(missingExtraSamples)           \

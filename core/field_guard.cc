@@ -22,4 +22,17 @@ void unsetIfEmptied(TIFF* tif, std::uint32_t tag, CountWidth count) noexcept {
   if (isSet == 0 || values == nullptr) TIFFUnsetField(tif, tag);
 }
 
+void sayNotStored(TIFF* tif, std::uint32_t tag, const char* reason) {
+  TIFFErrorExtR(tif, "TIFFSetField", "%s: Tag %u: %s", TIFFFileName(tif), tag, reason);
+}
+
+bool canStoreArray(TIFF* tif, std::uint32_t tag, std::size_t size, CountWidth count) {
+  const char* reason = nullptr;
+  if (size == 0) reason = "An array of no values cannot be stored";
+  if (size > largestCount(count)) reason = "There are more values than can be stored";
+  if (!fieldTakes(tif, tag, count)) reason = "libtiff knows the tag in another form";
+  if (reason != nullptr) sayNotStored(tif, tag, reason);
+  return reason == nullptr;
+}
+
 }  // namespace tb

@@ -38,11 +38,16 @@ int fetchField(TIFF* tif, std::uint32_t tag, T*... values) {
   return fieldTakes(tif, tag, Count) ? TIFFGetField(tif, tag, values...) : 0;
 }
 
+// Tells libtiff's error handlers why a tag is not stored.
+void sayNotStored(TIFF* tif, std::uint32_t tag, const char* reason);
+
 // TIFFSetField behind the check. Returns its status, 0 when libtiff refuses the value.
 template <CountWidth Count = CountWidth::none, class... T>
 int storeField(TIFF* tif, std::uint32_t tag, T... values) {
   static_assert((kFieldArgument<T> && ...));
-  return fieldTakes(tif, tag, Count) ? TIFFSetField(tif, tag, values...) : 0;
+  if (fieldTakes(tif, tag, Count)) return TIFFSetField(tif, tag, values...);
+  sayNotStored(tif, tag, "libtiff knows the tag in another form");
+  return 0;
 }
 
 // The largest number of values that goes through a count of this width. libtiff would keep the low
@@ -55,14 +60,19 @@ constexpr std::size_t largestCount(CountWidth count) noexcept {
 // storeArray.
 void unsetIfEmptied(TIFF* tif, std::uint32_t tag, CountWidth count) noexcept;
 
+// Whether libtiff may be given an array of so many values. It would release the old one before it
+// refuses none, and keep the low 16 bits of too large a count. libtiff's error handlers hear why
+// not.
+bool canStoreArray(TIFF* tif, std::uint32_t tag, std::size_t size, CountWidth count);
+
 // Stores an array, which libtiff copies, for one of the tags that libtiff keeps in its list of
-// custom values. Returns the status; more values than the count holds are refused without a call.
-// When libtiff refuses such an array (for its count of 0 or for want of memory) it has released the
-// old one already and keeps {count, null} in the list, which counts as set as soon as any other tag
-// of the list is; so it is dropped.
+// custom values. Returns the status; an array that cannot be stored is refused without a call.
+// When libtiff fails to store such an array for want of memory it has released the old one already
+// and keeps {count, null} in the list, which counts as set as soon as any other tag of the list is;
+// so it is dropped.
 template <CountWidth Count, class T>
 int storeArray(TIFF* tif, std::uint32_t tag, std::span<const T> values) {
-  if (values.size() > largestCount(Count) || !fieldTakes(tif, tag, Count)) return 0;
+  if (!canStoreArray(tif, tag, values.size(), Count)) return 0;
   const int status =
       TIFFSetField(tif, tag, static_cast<std::uint32_t>(values.size()), values.data());
   if (status == 0) unsetIfEmptied(tif, tag, Count);

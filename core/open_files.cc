@@ -2,43 +2,25 @@
 
 #include <fcntl.h>
 
-#include <boost/locale/encoding_utf.hpp>
 #include <cstdint>
 #include <cstring>
-#include <set>
-#include <string>
+#include <map>
+#include <utility>
 
 #include "core/errors.h"
-#include "core/file_state.h"
-#include "core/geo_tags.h"
 #include "core/values.h"
-#include "host/tiff_utilities.h"
 
 namespace tb {
 namespace {
 
-// The handles that the module opened, ascending by address. It does not own them.
-std::set<TIFF*> OpenFileRegistry;
-
-// Those of them that TagBridgeCleanup closed. They stay in the registry, but whoever still holds
-// their identifier must not reach freed memory.
-std::set<TIFF*> closedByCleanup;
+// Owns the records, not the handles. Those that TagBridgeCleanup closed stay, but whoever still
+// holds their identifier must not reach freed memory.
+std::map<TIFF*, OpenFile> OpenFileRegistry;
 
 TIFF* requireOpen(TIFF* tif) {
-  if (!OpenFileRegistry.contains(tif) || closedByCleanup.contains(tif)) {
-    raise<Tiff::invalidFileId>();
-  }
+  const OpenFile* file = findOpenFile(tif);
+  if (file == nullptr || file->closedByCleanup) raise<Tiff::invalidFileId>();
   return tif;
-}
-
-void warnAboutOpenFile(TIFF* tif) noexcept {
-  try {
-    const char* name = TIFFFileName(tif);
-    warn(Warning::closingFileHandle, boost::locale::conv::utf_to_utf<char16_t>(name ? name : ""));
-  } catch (...) {
-    // A host that turns warnings into exceptions must not keep the other files from being closed,
-    // and at unload there is nobody left to tell.
-  }
 }
 
 }  // namespace
@@ -65,40 +47,42 @@ TIFF* unpackTiffFileId(const vxArray* fileId, s_tagbridge_op* op) {
 }
 
 void TiffAtExitRegister(TIFF* tif) {
-  OpenFileRegistry.insert(tif);
-  closedByCleanup.erase(tif);
+  OpenFile& file = OpenFileRegistry[tif];
+  if (file.closedByCleanup) file = {};
 }
 
-void TiffAtExitUnregister(TIFF* tif) {
-  OpenFileRegistry.erase(tif);
-  closedByCleanup.erase(tif);
+void registerOpenedFile(TIFF* tif) {
+  OpenFile file;
+  file.isOpenedHere = true;
+  OpenFileRegistry.insert_or_assign(tif, std::move(file));
 }
+
+void TiffAtExitUnregister(TIFF* tif) { OpenFileRegistry.erase(tif); }
 
 bool TiffFilePointerIsInvalid(TIFF* tif) { return !OpenFileRegistry.contains(tif); }
 
-void closeRegisteredFile(TIFF* tif) {
-  if (TiffFilePointerIsInvalid(tif)) return;
-  if (!closedByCleanup.contains(tif)) closeFile(tif);
-  TiffAtExitUnregister(tif);
+void OpenFile::forgetDirectory() noexcept {
+  edited = tagsEdited = hasFailed = isSubDirectory = coderUsed = false;
+  loaded.reset();
+  coder.reset();
+}
+
+OpenFile* findOpenFile(TIFF* tif) noexcept {
+  const auto found = OpenFileRegistry.find(tif);
+  return found != OpenFileRegistry.end() ? &found->second : nullptr;
+}
+
+std::vector<TIFF*> registeredFiles() {
+  std::vector<TIFF*> files;
+  for (const auto& [tif, file] : OpenFileRegistry) files.push_back(tif);
+  return files;
 }
 
 bool isReadOnly(TIFF* tif) { return TIFFGetMode(tif) == O_RDONLY; }
 
-namespace {
-
-void closeAllRegisteredFiles() {
-  for (TIFF* tif : OpenFileRegistry) {
-    if (!closedByCleanup.insert(tif).second) continue;
-    warnAboutOpenFile(tif);
-    closeFile(tif);
-  }
+bool isWithoutDirectory(TIFF* tif) noexcept {
+  const OpenFile* file = findOpenFile(tif);
+  return file != nullptr && (file->suspendedMode.has_value() || file->isSpoilt);
 }
 
-}  // namespace
 }  // namespace tb
-
-void TagBridgeCleanup() {
-  tb::closeAllRegisteredFiles();
-  tb::unregisterGeoTags();
-  ZQTIFFrestorePreviousHandlers();
-}

@@ -1,14 +1,18 @@
-// File identifiers and the registry of open files.
+// The open files and what the module knows of each beyond libtiff.
 //
 // A file identifier is a 1-by-1 "uint64" array that holds the address of libtiff's handle. The
-// registry is the ordered set of handles that the module opened; identifiers are checked against
+// registry is the ordered map of handles that the module opened; identifiers are checked against
 // it, so that a stale or forged one is never dereferenced. Nothing here locks: the host serialises
-// the calls. These functions are exported, so that other code of the host can share the registry.
+// the calls. The exported functions let other code of the host share the registry.
 #pragma once
 
 #include <tiffio.h>
 
+#include <optional>
+#include <vector>
+
 #include "core/export.h"
+#include "core/layout.h"
 #include "core/operation.h"
 
 namespace tb {
@@ -37,16 +41,53 @@ TAGBRIDGE_EXPORT void TiffAtExitUnregister(TIFF* tif);
 // True when the handle is not in the registry.
 TAGBRIDGE_EXPORT bool TiffFilePointerIsInvalid(TIFF* tif);
 
-// Closes the file and forgets it. A handle that is not registered is ignored, one that
-// TagBridgeCleanup closed is only forgotten.
-void closeRegisteredFile(TIFF* tif);
+// What is known of an open file. All but the first three speak of the current directory, and are
+// forgotten when another one is successfully made current.
+struct OpenFile {
+  // Whether "open" opened it. Of other code's handles it is not known what was stored in them.
+  bool isOpenedHere = false;
+  bool closedByCleanup = false;
+  // Whether a directory was begun here and linked: the chain before it has an end.
+  bool hasAppended = false;
+
+  // Whether a tag or a block was stored since the directory was loaded or begun, and whether a tag.
+  bool edited = false;
+  bool tagsEdited = false;
+  // Whether a block could not be stored.
+  bool hasFailed = false;
+  // Whether the directory was reached through another one's SubIFD tag.
+  bool isSubDirectory = false;
+  // Whether a block was decoded or encoded, which sets a codec up.
+  bool coderUsed = false;
+  // The layout before the first edit of a loaded directory, by which libtiff computed its sizes,
+  // and that by which the codec was set up if there was such an edit.
+  std::optional<Layout> loaded;
+  std::optional<Layout> coder;
+  // The access mode, as TIFFGetMode returns it, of a handle without a directory: a move failed and
+  // the way back too. Until a move succeeds nothing can be stored.
+  std::optional<int> suspendedMode;
+  // Whether writing a directory failed. The file is as it was, but libtiff's handle is not: what it
+  // would write from now on would damage the file.
+  bool isSpoilt = false;
+
+  // Another directory is the current one.
+  void forgetDirectory() noexcept;
+};
+
+// Inserts a handle that "open" opened.
+void registerOpenedFile(TIFF* tif);
+
+// The record of a registered handle; null for any other.
+OpenFile* findOpenFile(TIFF* tif) noexcept;
+
+// The registered handles, ascending by address.
+std::vector<TIFF*> registeredFiles();
 
 // True when the file is open for reading only.
 bool isReadOnly(TIFF* tif);
 
-}  // namespace tb
+// True when the handle has no directory that could be written: see OpenFile::suspendedMode and
+// OpenFile::isSpoilt.
+bool isWithoutDirectory(TIFF* tif) noexcept;
 
-// Closes every registered file, in ascending order of address, after the warning closingFileHandle
-// with its name, and undoes what the module changed in libtiff. The host calls it when it unloads
-// the module. The handles stay registered but count as closed, so a later call cannot touch them.
-extern "C" TAGBRIDGE_EXPORT void TagBridgeCleanup();
+}  // namespace tb

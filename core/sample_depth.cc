@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/field_guard.h"
+#include "core/unheard.h"
 
 namespace tb {
 namespace {
@@ -23,12 +24,19 @@ std::vector<std::uint16_t> resized(Curve curve, std::uint16_t bitsBefore, std::u
   return entries;
 }
 
+void warnAboutMap(TIFF* tif, std::uint32_t tag, const char* whatHappened) {
+  const TIFFField* field = TIFFFindField(tif, tag, TIFF_ANY);
+  TIFFWarningExtR(tif, "TIFFSetField", "%s was %s to fit BitsPerSample", TIFFFieldName(field),
+                  whatHappened);
+}
+
 // `tag` is ColorMap or TransferFunction; a TransferFunction may have one curve only.
 void fitMap(TIFF* tif, std::uint32_t tag, std::uint16_t bitsBefore, std::uint16_t bits) {
   Curve curves[3] = {};
   if (!fetchField(tif, tag, &curves[0], &curves[1], &curves[2])) return;
   if (bits > kDeepestMap || bitsBefore > kDeepestMapInFile || curves[0] == nullptr) {
     TIFFUnsetField(tif, tag);
+    warnAboutMap(tif, tag, "dropped");
     return;
   }
   std::vector<std::uint16_t> entries[3];
@@ -36,11 +44,13 @@ void fitMap(TIFF* tif, std::uint32_t tag, std::uint16_t bitsBefore, std::uint16_
     entries[k] = resized(curves[k] != nullptr ? curves[k] : curves[0], bitsBefore, bits);
   if (!storeField(tif, tag, entries[0].data(), entries[1].data(), entries[2].data()))
     TIFFUnsetField(tif, tag);
+  warnAboutMap(tif, tag, "resized");
 }
 
 // libtiff has no question for "has writing begun?", after which the layout is frozen; storing
 // Photometric as it is asks that and changes nothing.
 bool isLayoutFrozen(TIFF* tif) {
+  const Unheard unheard;
   std::uint16_t photometric = 0;
   return fetchField(tif, TIFFTAG_PHOTOMETRIC, &photometric) &&
          !storeField(tif, TIFFTAG_PHOTOMETRIC, photometric);

@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <span>
 
+#include "core/directory_writes.h"
 #include "core/errors.h"
-#include "core/file_state.h"
 #include "core/image_metadata.h"
 #include "core/open_files.h"
 #include "core/values.h"
 #include "handlers/compression.h"
 #include "handlers/directory_arguments.h"
+#include "handlers/directory_moves.h"
 #include "handlers/handlers.h"
 
 namespace tb {
@@ -113,35 +114,26 @@ void TIFFReadDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inpu
   TIFF* tif = unpackTiffFileId(inputs[0], op);
   // Past the last directory libtiff forgets where the current one stands in the file, and a later
   // rewrite would append a copy of it: so it is not asked.
-  if (TIFFLastDirectory(tif)) raise<Tiff::unableToReadDir>();
-  forgetEdits(tif);
-  if (!TIFFReadDirectory(tif)) raise<Tiff::unableToReadDir>();
+  if (TIFFLastDirectory(tif) || !moveToNextDirectory(tif)) raise<Tiff::unableToReadDir>();
 }
 
 void TIFFRewriteDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inputs,
                                   s_tagbridge_op* op) {
   TIFF* tif = unpackTiffFileId(inputs[0], op);
-  // On a file open for reading libtiff fails, but loses the chain of directories on the way.
-  if (isReadOnly(tif)) raise<Tiff::unableToWriteDir>();
-  dropEmptySubIfd(tif);
-  forgetEdits(tif);
-  if (!TIFFRewriteDirectory(tif)) raise<Tiff::unableToWriteDir>();
+  if (!rewriteDirectory(tif)) raise<Tiff::unableToWriteDir>();
 }
 
 void TIFFWriteDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inputs,
                                 s_tagbridge_op* op) {
   TIFF* tif = unpackTiffFileId(inputs[0], op);
-  dropEmptySubIfd(tif);
-  forgetEdits(tif);
-  if (!TIFFWriteDirectory(tif)) raise<Tiff::unableToWriteCurrentDir>();
+  if (!writeDirectory(tif)) raise<Tiff::unableToWriteCurrentDir>();
 }
 
 void TIFFSetDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* inputs,
                               s_tagbridge_op* op) {
   TIFF* tif = unpackTiffFileId(inputs[0], op);
   const std::uint32_t number = unpackDirectoryNumber(inputs[1]);
-  forgetEdits(tif);
-  if (!TIFFSetDirectory(tif, number)) raise<Tiff::unableToChangeDir>(number + 1U);
+  if (!moveToDirectory(tif, number)) raise<Tiff::unableToChangeDir>(number + 1U);
   validateCompressionScheme(tif);
 }
 
@@ -153,8 +145,7 @@ void TIFFSetSubDirectory_handler(int, vxArrayPtr*, int, const vxArray* const* in
 
   if (offsets.empty()) raise<Tiff::noSubDirectories>();
   if (std::ranges::find(offsets, wanted) == offsets.end()) raise<Tiff::noSuchSubDirectory>();
-  forgetEdits(tif);
-  if (!TIFFSetSubDirectory(tif, wanted)) raise<Tiff::unableToChangeSubdir>(wanted);
+  if (!moveToSubDirectory(tif, wanted)) raise<Tiff::unableToChangeSubdir>(wanted);
   validateCompressionScheme(tif);
 }
 

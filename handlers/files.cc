@@ -3,6 +3,7 @@
 #include <string>
 #include <thread>
 
+#include "core/directory_writes.h"
 #include "core/errors.h"
 #include "core/geo_tags.h"
 #include "core/open_files.h"
@@ -48,13 +49,17 @@ void TIFFOpen_handler(int outputCount, vxArrayPtr* outputs, int, const vxArray* 
   validateCompressionScheme(file.get());
   // The identifier is made first: should that fail, the file is closed and nobody has heard of it.
   vxArrayPtr fileId = packUpTiffFileId(file.get());
-  TiffAtExitRegister(file.get());
+  registerOpenedFile(file.get());
   (void)file.release();  // the registry answers for it now
   storeOutput(outputCount, outputs, 0, std::move(fileId));
 }
 
 void TIFFClose_handler(int, vxArrayPtr*, int, const vxArray* const* inputs, s_tagbridge_op* op) {
-  closeRegisteredFile(unpackTiffFileId(inputs[0], op));
+  TIFF* tif = unpackTiffFileId(inputs[0], op);
+  const OpenFile* file = findOpenFile(tif);
+  if (file == nullptr) return;
+  if (!file->closedByCleanup) closeFile(tif);
+  TiffAtExitUnregister(tif);
 }
 
 }  // namespace tb

@@ -4,6 +4,7 @@
 #include <tiffio.h>
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -35,6 +36,23 @@ void ZQTIFFcheckErrorAsWarning();
 // this was last asked of the handle. libtiff does not hand on every such failure: it may succeed
 // with an operation whose bytes are not in the file. False for a handle that UOpen did not open.
 bool ZQTIFFcheckWriteFailure(TIFF* tif);
+
+// How many messages the error stack of this thread's call has, and back to so many: what libtiff
+// said since is forgotten. For questions whose answer is no error, and for work that is done again.
+std::size_t ZQTIFFmessageCount() noexcept;
+void ZQTIFFforgetMessages(std::size_t count) noexcept;
+
+// Makes what libtiff writes for a handle happen as a whole or not at all. From ZQTIFFbeginUpdate
+// on, writes to bytes that the file has already are held back, and reads see them; others are made.
+// ZQTIFFcommitUpdate makes the held writes, the links of directories among them, and returns
+// whether they and all others succeeded; when one did not, the file is as it was when the update
+// began. ZQTIFFcancelUpdate makes none of them and cuts off what was added.
+//
+// ZQTIFFbeginUpdate returns false for a handle that tiffutils::UOpen did not open, and then
+// libtiff's writes are made as they come.
+bool ZQTIFFbeginUpdate(TIFF* tif);
+bool ZQTIFFcommitUpdate(TIFF* tif);
+void ZQTIFFcancelUpdate(TIFF* tif) noexcept;
 
 // Makes the host's JPEG 2000 codecs known to libtiff. Called at every entry; does its work once.
 void registerJPEG2000Codecs();

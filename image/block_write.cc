@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
-#include "core/file_state.h"
+#include "core/edits.h"
+#include "core/unheard.h"
+#include "image/encoder_checks.h"
 
 namespace tb {
 namespace {
@@ -29,62 +31,79 @@ bool isInArrays(TIFF* tif, std::uint32_t block) {
   return error == 0;
 }
 
+// Whether libtiff has room for the block in its arrays. It makes both for a new directory, but
+// takes one that is missing in a loaded one for there; and it lets its arrays of strips grow by one
+// strip, then stores past them, so an image that got longer since the first write must be filled
+// strip by strip.
+bool hasPlace(const TiffImageMetaData_& record, std::uint32_t block) {
+  const PlaceTags tags = placeTags(record);
+  const bool hasOffsets = placeArray(record.tif, tags.offsets) != nullptr;
+  const bool hasByteCounts = placeArray(record.tif, tags.byteCounts) != nullptr;
+  if (hasOffsets != hasByteCounts) return false;
+  return record.isTiled || !hasOffsets || block == 0 || isInArrays(record.tif, block - 1);
+}
+
 std::uint64_t fileSize(TIFF* tif) { return TIFFGetSizeProc(tif)(TIFFClientdata(tif)); }
 
-}  // namespace
+// Where a block stands before the call, and how long the file is.
+struct Before {
+  std::uint64_t offset = 0;
+  std::uint64_t byteCount = 0;
+  std::uint64_t fileSize = 0;
+};
 
-BlockWrite::BlockWrite(const TiffImageMetaData_& record, std::uint32_t block)
-    : record_(record), block_(block), fileSize_(fileSize(record.tif)) {
-  prepareToNoteEdits(record.tif);
-  if (!isInArrays(record.tif, block)) return;
-  offset_ = TIFFGetStrileOffset(record.tif, block);
-  byteCount_ = TIFFGetStrileByteCount(record.tif, block);
+Before stateBefore(TIFF* tif, std::uint32_t block) {
+  Before before{.fileSize = fileSize(tif)};
+  if (!isInArrays(tif, block)) return before;
+  before.offset = TIFFGetStrileOffset(tif, block);
+  before.byteCount = TIFFGetStrileByteCount(tif, block);
+  return before;
 }
 
-bool BlockWrite::write(std::span<std::byte> buffer, tmsize_t count) const {
-  if (!hasPlace()) return false;
-  if (encode(buffer, count)) {
-    noteBlockWritten(record_.tif);
-    return true;
-  }
-  undo();
-  return false;
-}
-
-// libtiff lets its arrays of strips grow by one strip, then stores past them: an image that got
-// longer since the first write must be filled strip by strip.
-bool BlockWrite::hasPlace() const {
-  const bool hasArrays = placeArray(record_.tif, placeTags(record_).byteCounts) != nullptr;
-  return record_.isTiled || !hasArrays || block_ == 0 || isInArrays(record_.tif, block_ - 1);
-}
-
-bool BlockWrite::encode(std::span<std::byte> buffer, tmsize_t count) const {
-  if (record_.compression == COMPRESSION_JPEG) {
+bool encode(const TiffImageMetaData_& record, std::uint32_t block, std::span<std::byte> buffer,
+            tmsize_t count) {
+  if (record.compression == COMPRESSION_JPEG) {
     // The JPEG encoder can fail after it has filled a buffer; with room for all that it can make of
     // a block nothing reaches the file before it has ended well.
     constexpr tmsize_t kTables = 65536;
-    (void)TIFFWriteBufferSetup(record_.tif, nullptr,
+    (void)TIFFWriteBufferSetup(record.tif, nullptr,
                                2 * static_cast<tmsize_t>(buffer.size()) + kTables);
   }
-  const tmsize_t written = record_.isTiled
-                               ? TIFFWriteEncodedTile(record_.tif, block_, buffer.data(), count)
-                               : TIFFWriteEncodedStrip(record_.tif, block_, buffer.data(), count);
+  const tmsize_t written = record.isTiled
+                               ? TIFFWriteEncodedTile(record.tif, block, buffer.data(), count)
+                               : TIFFWriteEncodedStrip(record.tif, block, buffer.data(), count);
   return written != -1;
 }
 
-void BlockWrite::undo() const {
-  TIFF* tif = record_.tif;
+void undo(const TiffImageMetaData_& record, std::uint32_t block, const Before& before) {
+  const Unheard unheard;  // libtiff has said what is wrong
+  TIFF* tif = record.tif;
   (void)TIFFWriteBufferSetup(tif, nullptr, tmsize_t{-1});  // without memory the next write says so
-  if (isInArrays(tif, block_)) {
-    const PlaceTags tags = placeTags(record_);
+  if (isInArrays(tif, block)) {
+    const PlaceTags tags = placeTags(record);
     std::uint64_t* offsets = placeArray(tif, tags.offsets);
     std::uint64_t* byteCounts = placeArray(tif, tags.byteCounts);
-    if (offsets) offsets[block_] = offset_;
-    if (byteCounts) byteCounts[block_] = byteCount_;
+    if (offsets) offsets[block] = before.offset;
+    if (byteCounts) byteCounts[block] = before.byteCount;
   }
-  if (fileSize(tif) <= fileSize_) return;
-  const int status = ftruncate(TIFFFileno(tif), static_cast<off_t>(fileSize_));
+  if (fileSize(tif) <= before.fileSize) return;
+  const int status = ftruncate(TIFFFileno(tif), static_cast<off_t>(before.fileSize));
   (void)status;  // a file that stays longer than it was is still a good file
+}
+
+}  // namespace
+
+bool writeBlock(const TiffImageMetaData_& record, std::uint32_t block, std::span<std::byte> buffer,
+                tmsize_t count) {
+  if (!canEncode(record) || !hasPlace(record, block)) return false;
+  const Before before = stateBefore(record.tif, block);
+  if (encode(record, block, buffer, count)) {
+    noteBlockWritten(record.tif);
+    return true;
+  }
+  undo(record, block, before);
+  noteBlockNotWritten(record.tif);
+  return false;
 }
 
 }  // namespace tb

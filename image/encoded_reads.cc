@@ -7,16 +7,16 @@
 #include <span>
 #include <utility>
 
+#include "core/edits.h"
 #include "core/errors.h"
-#include "core/file_state.h"
 #include "core/open_files.h"
+#include "core/unheard.h"
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
 #include "image/handlers.h"
 #include "image/read_checks.h"
 #include "image/read_transfer.h"
 #include "image/row_reads.h"
-#include "image/silence.h"
 #include "image/ycbcr_transfer.h"
 
 namespace tb {
@@ -97,7 +97,7 @@ DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, con
     // New memory and not the old one filled: a tiny file can announce gigabytes, which then are
     // never touched.
     buffer = BlockBuffer::zeroed(size);
-    const Silence silence;
+    const Unheard unheard;
     (void)decode(buffer.bytes().data());  // fails again
   }
   const bool nothingCame = isAllZero(buffer.bytes());
@@ -106,7 +106,9 @@ DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, con
 
 DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) {
   const std::size_t size = blockSize(TIFFStripSize(record.tif));
-  if (!hasPixels(record) || size == 0) return emptyBlock();
+  if (!hasPixels(record) || size == 0 || !mayDecode(record.tif, "TIFFReadEncodedStrip")) {
+    return emptyBlock();
+  }
   return decodeBlock(record, size, [&](std::byte* buffer) {
     // -1 asks for the whole strip.
     const tmsize_t count = TIFFReadEncodedStrip(record.tif, strip, buffer, tmsize_t{-1});
@@ -119,8 +121,7 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
 
 DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
   const tmsize_t size = TIFFTileSize(record.tif);
-  // The tiles in the file have another size than the directory says by now.
-  if (size <= 0 || isLayoutEdited(record.tif)) return emptyBlock();
+  if (size <= 0 || !mayDecode(record.tif, "TIFFReadEncodedTile")) return emptyBlock();
   return decodeBlock(record, blockSize(size), [&](std::byte* buffer) {
     return TIFFReadEncodedTile(record.tif, tile, buffer, size);
   });
@@ -135,14 +136,14 @@ void TIFFReadEncodedStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   const std::uint32_t strip = unpack_tstrip_t(inputs[1]);
   checkStripNumber(strip, record);
   const BlockExtent extent = stripExtent(record, strip);
-  std::optional<Silence> silence;
+  std::optional<Unheard> unheard;
   if (isReadByRows(strip, extent, record)) {
     vxArrayPtr array = readStripByRows(strip, extent, record);
     if (array != nullptr) return storeOutput(outputCount, outputs, 0, std::move(array));
-    silence.emplace();  // libtiff has said why
+    unheard.emplace();  // libtiff has said why
   }
   const DecodedBlock block = decodeStrip(strip, record);
-  silence.reset();
+  unheard.reset();
   storeBlock(block, extent, {outputCount, outputs}, record);
 }
 

@@ -9,10 +9,11 @@
 #include <span>
 #include <utility>
 
+#include "core/edits.h"
 #include "core/errors.h"
-#include "core/file_state.h"
 #include "core/image_metadata.h"
 #include "core/open_files.h"
+#include "core/sample_depth.h"
 #include "image/block_buffer.h"
 #include "image/handlers.h"
 
@@ -24,10 +25,12 @@ static_assert(std::endian::native == std::endian::little,
 
 constexpr std::size_t kEntrySize = 4;
 
-// Keeps the JPEG codec at RGB while libtiff reads a JPEG-compressed YCbCr image as RGBA. libtiff
-// switches the codec itself, but does not notice when it may not, as after a write, and would take
-// three bytes a pixel from a buffer of subsampled data; and it leaves the codec switched, so that
-// encoded reads would fail from then on.
+// libtiff reads some images as RGBA by having their codec decode to another form. It does not
+// notice when the codec may not change, as after a write, and would then take more bytes from a
+// buffer than it has; and it leaves the codec and the directory changed. Each of these classes
+// makes the change itself, and undoes what can be undone.
+//
+// JPEG-compressed YCbCr: RGB for as long as the object lives. Encoded reads would fail otherwise.
 class JpegAsRgb {
  public:
   explicit JpegAsRgb(const TiffImageMetaData_& record)
@@ -50,6 +53,54 @@ class JpegAsRgb {
   const TiffImageMetaData_& record_;
   bool switches_;
   bool isReady_;
+};
+
+// LogL and LogLuv: 8 bits from now on. A codec that has begun to write cannot be turned back to
+// what it was, nor BitsPerSample, and the maps of the directory must follow it.
+class SgiLogAs8Bits {
+ public:
+  explicit SgiLogAs8Bits(const TiffImageMetaData_& record)
+      : record_(record), bitsBefore_(effectiveBitsPerSample(record.tif)) {
+    if (!isSgiLog()) return;
+    const bool isSet = TIFFSetField(record.tif, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_8BIT) != 0;
+    isReady_ = isSet && effectiveBitsPerSample(record.tif) == kBits;
+    if (!isReady_ && record.sgiLogDataFmt >= 0) {
+      (void)TIFFSetField(record.tif, TIFFTAG_SGILOGDATAFMT, record.sgiLogDataFmt);
+    }
+  }
+  SgiLogAs8Bits(const SgiLogAs8Bits&) = delete;
+  SgiLogAs8Bits& operator=(const SgiLogAs8Bits&) = delete;
+  ~SgiLogAs8Bits() {
+    if (effectiveBitsPerSample(record_.tif) == bitsBefore_) return;
+    fitMapsToDepth(record_.tif, bitsBefore_);
+    noteReadEdit(record_.tif);
+  }
+  bool isReady() const { return isReady_; }
+
+ private:
+  static constexpr std::uint16_t kBits = 8;
+  bool isSgiLog() const {
+    return (record_.photometric == PHOTOMETRIC_LOGL || record_.photometric == PHOTOMETRIC_LOGLUV) &&
+           (record_.compression == COMPRESSION_SGILOG ||
+            record_.compression == COMPRESSION_SGILOG24);
+  }
+
+  const TiffImageMetaData_& record_;
+  std::uint16_t bitsBefore_;
+  bool isReady_ = true;
+};
+
+// What an RGBA read needs of the codec.
+class CodecForRgba {
+ public:
+  explicit CodecForRgba(const TiffImageMetaData_& record)
+      : mayDecode_(mayDecode(record.tif, "TIFFReadRGBAImage")), jpeg_(record), sgiLog_(record) {}
+  bool isReady() const { return mayDecode_ && jpeg_.isReady() && sgiLog_.isReady(); }
+
+ private:
+  bool mayDecode_;
+  JpegAsRgb jpeg_;
+  SgiLogAs8Bits sgiLog_;
 };
 
 // Rows that the file does not fill stay 0.
@@ -75,7 +126,7 @@ bool readStrip(const TiffImageMetaData_& record, std::uint32_t row, std::uint32_
 
 bool readTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t y,
               std::uint32_t* raster) {
-  if (record.tileWidth == 0 || record.tileLength == 0 || isLayoutEdited(record.tif)) return false;
+  if (record.tileWidth == 0 || record.tileLength == 0) return false;
   if (x >= record.imageWidth || y >= record.imageLength) return false;
   return TIFFReadRGBATile(record.tif, x, y, raster) != 0;
 }
@@ -132,7 +183,7 @@ void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   if (TIFFIsTiled(record.tif)) raise<Tiff::strippedOperationOnTiledImage>();
   const std::uint32_t row =
       roundDown(unpackRow(inputs[1]), std::min(record.imageLength, record.rowsPerStrip));
-  const JpegAsRgb codec(record);
+  const CodecForRgba codec(record);
   vxArrayPtr raster = createRaster(record.imageWidth, record.rowsPerStrip);
   if (!codec.isReady() || !readStrip(record, row, entriesOf(raster))) {
     raise<Tiff::stripReadErrorRGBA>(row + 1U);
@@ -148,7 +199,7 @@ void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
   std::uint32_t y = unpackRow(inputs[2]);
   x = roundDown(x, record.tileWidth);
   y = roundDown(y, record.tileLength);
-  const JpegAsRgb codec(record);
+  const CodecForRgba codec(record);
   vxArrayPtr raster = createRaster(record.tileWidth, record.tileLength);
   if (!codec.isReady() || !readTile(record, x, y, entriesOf(raster))) {
     raise<Tiff::tileReadErrorRGBA>(y + 1U, x + 1U);
@@ -160,7 +211,7 @@ void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
                                const vxArray* const* inputs, s_tagbridge_op*) {
   const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(inputs[0]));
   vxArrayPtr raster = createRaster(record.imageWidth, record.imageLength);
-  const JpegAsRgb codec(record);
+  const CodecForRgba codec(record);
   const bool complete = codec.isReady() && record.imageWidth != 0 && record.imageLength != 0 &&
                         (TIFFIsTiled(record.tif) ? readTiledImage(record, entriesOf(raster))
                                                  : readStrippedImage(record, entriesOf(raster)));

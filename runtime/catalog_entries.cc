@@ -41,6 +41,11 @@ constexpr CatalogEntry kEntries[] = {
      kError},
     {TAGBRIDGE_TIFF "closingFileHandle", "The file \"{0}\" was still open and is closed now.",
      "name of the file", "The module is unloaded while a file is open.", kWarning},
+    {TAGBRIDGE_TIFF "directoryNotWritten",
+     "The current directory of \"{0}\" could not be written. The file is as it was before; what "
+     "was "
+     "changed in that directory is lost.",
+     "file name", "A file is closed whose edited directory cannot be written.", kWarning},
     {TAGBRIDGE_TIFF "unsupportedCompressionScheme", "Compression scheme {0} is not supported.",
      "code of the scheme (tag Compression)",
      "The directory that becomes current uses, or setField asks for, a scheme that cannot be "

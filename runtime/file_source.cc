@@ -20,6 +20,7 @@ std::size_t FileSource::readAt(std::uint64_t offset, std::span<std::byte> buffer
     if (count <= 0) break;
     done += static_cast<std::size_t>(count);
   }
+  if (update_) update_->show(offset, buffer.first(done));
   return done;
 }
 
@@ -29,19 +30,62 @@ std::size_t FileSource::read(std::span<std::byte> buffer) noexcept {
   return done;
 }
 
-std::size_t FileSource::write(std::span<const std::byte> data) noexcept {
+std::size_t FileSource::writeAll(std::uint64_t offset, std::span<const std::byte> data) noexcept {
   std::size_t done = 0;
   while (done < data.size()) {
-    const ssize_t count = writeSome(position_, data.subspan(done));
+    const ssize_t count = writeSome(offset + done, data.subspan(done));
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) {
       if (writeFailure_ == 0) writeFailure_ = count < 0 ? errno : ENOSPC;
       break;
     }
     done += static_cast<std::size_t>(count);
-    position_ += static_cast<std::uint64_t>(count);
   }
   return done;
+}
+
+bool FileSource::hold(std::span<const std::byte> data) noexcept try {
+  update_->add(position_, data);
+  return true;
+} catch (const std::bad_alloc&) {
+  if (writeFailure_ == 0) writeFailure_ = ENOMEM;
+  return false;
+}
+
+std::size_t FileSource::write(std::span<const std::byte> data) noexcept {
+  std::size_t held = 0;
+  if (update_ && position_ < update_->fileSize()) {
+    held = std::min<std::uint64_t>(data.size(), update_->fileSize() - position_);
+    if (!hold(data.first(held))) return 0;
+  }
+  const std::size_t done = held + writeAll(position_ + held, data.subspan(held));
+  position_ += done;
+  return done;
+}
+
+void FileSource::beginUpdate() noexcept {
+  writeFailure_ = 0;
+  update_.emplace(size());
+}
+
+bool FileSource::commitUpdate() noexcept {
+  HeldWrites update = std::move(*update_);
+  update_.reset();
+  const auto read = [&](std::uint64_t offset, std::span<std::byte> buffer) {
+    return readAt(offset, buffer) == buffer.size();
+  };
+  const auto write = [&](std::uint64_t offset, std::span<const std::byte> data) {
+    return writeAll(offset, data) == data.size();
+  };
+  if (writeFailure_ == 0 && update.make(read, write)) return true;
+  (void)shorten(update.fileSize());  // a file that stays longer than it was is still a good file
+  return false;
+}
+
+void FileSource::cancelUpdate() noexcept {
+  const std::uint64_t before = update_->fileSize();
+  update_.reset();
+  if (size() > before) (void)shorten(before);
 }
 
 std::uint64_t FileSource::seek(std::uint64_t offset, int whence) noexcept {
@@ -132,3 +176,13 @@ bool ZQTIFFcheckWriteFailure(TIFF* tif) {
   tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
   return source != nullptr && source->takeWriteFailure() != 0;
 }
+
+bool ZQTIFFbeginUpdate(TIFF* tif) {
+  tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
+  if (source != nullptr) source->beginUpdate();
+  return source != nullptr;
+}
+
+bool ZQTIFFcommitUpdate(TIFF* tif) { return tb::runtime::sourceOf(tif)->commitUpdate(); }
+
+void ZQTIFFcancelUpdate(TIFF* tif) noexcept { tb::runtime::sourceOf(tif)->cancelUpdate(); }

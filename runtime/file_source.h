@@ -12,9 +12,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
+
+#include "runtime/held_writes.h"
 
 namespace tb::runtime {
 
@@ -36,6 +39,13 @@ class FileSource {
   // Writes at the position and moves it; fewer bytes than `data` has were written only after an
   // error, which takeWriteFailure tells of.
   std::size_t write(std::span<const std::byte> data) noexcept;
+
+  // Between beginUpdate and the end of the update, writes to bytes that the file has already are
+  // held back, and reads see them. commitUpdate makes them and returns whether no write has failed
+  // since; when one has, and after cancelUpdate, the file is as it was.
+  void beginUpdate() noexcept;
+  bool commitUpdate() noexcept;
+  void cancelUpdate() noexcept;
 
   // The new position, counted as lseek(2) does; kNowhere, and the position stays, when there is
   // none.
@@ -65,9 +75,16 @@ class FileSource {
   virtual ssize_t readSome(std::uint64_t offset, std::span<std::byte> buffer) noexcept = 0;
   virtual ssize_t writeSome(std::uint64_t offset, std::span<const std::byte> data) noexcept = 0;
 
+  // Gives the file this length, which is none above what it has; false when that fails.
+  virtual bool shorten(std::uint64_t size) noexcept = 0;
+
   std::span<const std::byte> mapping_;
 
  private:
+  bool hold(std::span<const std::byte> data) noexcept;
+  std::size_t writeAll(std::uint64_t offset, std::span<const std::byte> data) noexcept;
+
+  std::optional<HeldWrites> update_;
   std::uint64_t position_ = 0;
   int writeFailure_ = 0;
 };

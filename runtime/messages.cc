@@ -162,6 +162,23 @@ void ZQTIFFinitializeErrorStack() {
   stack.reported = stack.dropped = 0;
 }
 
+std::size_t ZQTIFFmessageCount() noexcept {
+  if (!tb::runtime::stackIsUsed) return 0;
+  return tb::runtime::stack.messages.size() + tb::runtime::stack.dropped;
+}
+
+void ZQTIFFforgetMessages(std::size_t count) noexcept {
+  if (!tb::runtime::stackIsUsed) return;
+  tb::runtime::ErrorStack& stack = tb::runtime::stack;
+  const std::size_t kept = stack.messages.size();
+  if (count >= kept + stack.dropped) return;
+  stack.dropped = count > kept ? count - kept : 0;
+  if (count < kept) {
+    stack.messages.erase(stack.messages.begin() + static_cast<std::ptrdiff_t>(count),
+                         stack.messages.end());
+  }
+}
+
 void ZQTIFFcheckErrorAsWarning() {
   if (!tb::runtime::stackIsUsed) return;
   tb::runtime::ErrorStack& stack = tb::runtime::stack;

@@ -138,6 +138,10 @@ class RegularFile final : public FileSource {
     return pwrite(descriptor_.get(), data.data(), data.size(), static_cast<off_t>(offset));
   }
 
+  bool shorten(std::uint64_t size) noexcept override {
+    return ftruncate(descriptor_.get(), static_cast<off_t>(size)) == 0;
+  }
+
   OpenFile openFile_;
   FileDescriptor descriptor_;
 };

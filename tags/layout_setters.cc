@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/codec_tags.h"
 #include "core/field_guard.h"
 #include "core/sample_depth.h"
 #include "tags/converters.h"
@@ -19,6 +20,13 @@ std::uint16_t defaultedCompression(TIFF* tif) {
   std::uint16_t compression = COMPRESSION_NONE;  // also for a directory without any defaults
   (void)TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
   return compression;
+}
+
+int storeCompression(TIFF* tif, std::uint16_t scheme) {
+  const std::uint16_t before = defaultedCompression(tif);
+  const int status = storeField(tif, TIFFTAG_COMPRESSION, scheme);
+  if (status && scheme != before) unsetCodecTags(tif);
+  return status;
 }
 
 }  // namespace
@@ -82,11 +90,11 @@ int setCompression(TIFF* tif, std::uint32_t tag, const std::string& tagName, con
     case COMPRESSION_DEFLATE:
     case COMPRESSION_SGILOG:
     case COMPRESSION_SGILOG24:
-      return storeField(tif, tag, scheme);
+      return storeCompression(tif, scheme);
     case COMPRESSION_CCITTFAX3:
     case COMPRESSION_CCITTFAX4:
       if (effectiveBitsPerSample(tif) != 1) raise<Tiff::badBitsPerSampleCompressionCombination>();
-      return storeField(tif, tag, scheme);
+      return storeCompression(tif, scheme);
     case COMPRESSION_CCITTRLE:
     case COMPRESSION_CCITTRLEW:
       raise<Tiff::ccittNotSupportedForCreating>();

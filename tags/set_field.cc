@@ -1,11 +1,10 @@
 // The setField operation: one row for each tag that it accepts or refuses by name.
 
 #include <algorithm>
-#include <optional>
 #include <vector>
 
+#include "core/edits.h"
 #include "core/errors.h"
-#include "core/file_state.h"
 #include "core/open_files.h"
 #include "tags/colour_setters.h"
 #include "tags/handlers.h"
@@ -15,7 +14,6 @@
 #include "tags/tag_names.h"
 #include "tags/tag_number.h"
 #include "tags/tag_rows.h"
-#include "tags/tile_layout.h"
 #include "tags/value_setters.h"
 
 namespace tb {
@@ -213,23 +211,6 @@ bool isCodecSetting(std::uint32_t tag) noexcept {
          tag == TIFFTAG_SGILOGDATAFMT;
 }
 
-// Notes an edit of the tile layout, also one that is left behind by a failure.
-class TileLayoutWatch {
- public:
-  TileLayoutWatch(TIFF* tif, std::uint32_t tag) : tif_(tif) {
-    if (isTileLayoutTag(tag)) before_ = tileLayout(tif);
-  }
-  TileLayoutWatch(const TileLayoutWatch&) = delete;
-  TileLayoutWatch& operator=(const TileLayoutWatch&) = delete;
-  ~TileLayoutWatch() {
-    if (before_ && !(tileLayout(tif_) == *before_)) noteLayoutEdit(tif_);
-  }
-
- private:
-  TIFF* tif_;
-  std::optional<TileLayout> before_;
-};
-
 }  // namespace
 
 std::span<const WriteRow> writeRows() { return kWriteRows; }
@@ -243,11 +224,8 @@ void TIFFSetField_handler(int, vxArrayPtr*, int, const vxArray* const* inputs, s
 
   const WriteRow* row = findRow(writeRows(), tag);
   if (row == nullptr) raise<Tiff::unrecognizedTagNumber>(tag);
-  prepareToNoteEdits(tif);  // before the watch, which must not fail when it ends
-  const TileLayoutWatch watch(tif, tag);
-  const int status = row->kind.write(tif, tag, tagName, inputs[2]);
-  noteEdit(tif);  // also after libtiff's refusal, over which a tag may have been dropped
-  if (!status) raise<Tiff::unableToWriteTag>(tagName);
+  const EditScope edit(tif, tag);
+  if (!row->kind.write(tif, tag, tagName, inputs[2])) raise<Tiff::unableToWriteTag>(tagName);
 }
 
 }  // namespace tb

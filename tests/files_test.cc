@@ -8,6 +8,7 @@
 #include <string>
 
 #include "core/open_files.h"
+#include "gateway/cleanup.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/temporary_folder.h"

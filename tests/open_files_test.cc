@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "gateway/cleanup.h"
 #include "runtime/reporting.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/temporary_folder.h"

@@ -79,6 +79,11 @@ class StorageSource final : public FileSource {
     return static_cast<ssize_t>(count);
   }
 
+  bool shorten(std::uint64_t size) noexcept override {
+    storage_.bytes.resize(size);
+    return true;
+  }
+
   Storage& storage_;
 };
 

@@ -1,0 +1,80 @@
+// The links of the directories as they lie in the file: each directory is a count of entries (2
+// bytes, 8 in BigTIFF), the entries (12 or 20 bytes each) and the offset of the next directory (4
+// or 8 bytes), 0 in the last. The offset of the first is in the header, at byte 4 or 8.
+#include "core/directory_chain.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <optional>
+#include <unordered_set>
+
+namespace tb {
+namespace {
+
+class Links {
+ public:
+  explicit Links(TIFF* tif) : tif_(tif) {
+    // Asked for a BigTIFF that is being written in the other byte order, libtiff says that it is
+    // none; the header knows.
+    constexpr std::uint64_t kBigTiff = 43;
+    isBig_ = number(2, 2) == kBigTiff;
+  }
+
+  // The offset of the first directory, and that of the one after the directory at `offset`.
+  // Nothing where the file cannot be read.
+  std::optional<std::uint64_t> first() const { return number(isBig_ ? 8 : 4, linkSize()); }
+  std::optional<std::uint64_t> after(std::uint64_t offset) const {
+    const std::optional<std::uint64_t> entries = number(offset, countSize());
+    if (!entries || *entries > 0xFFFF) return {};
+    return number(offset + countSize() + *entries * entrySize(), linkSize());
+  }
+
+ private:
+  std::size_t linkSize() const { return isBig_ ? 8 : 4; }
+  std::size_t countSize() const { return isBig_ ? 8 : 2; }
+  std::size_t entrySize() const { return isBig_ ? 20 : 12; }
+
+  std::optional<std::uint64_t> number(std::uint64_t offset, std::size_t size) const {
+    thandle_t file = TIFFClientdata(tif_);
+    unsigned char bytes[8] = {};
+    if (TIFFGetSeekProc(tif_)(file, offset, SEEK_SET) != offset) return {};
+    if (TIFFGetReadProc(tif_)(file, bytes, static_cast<tmsize_t>(size)) !=
+        static_cast<tmsize_t>(size)) {
+      return {};
+    }
+    std::uint64_t value = 0;
+    for (std::size_t k = 0; k < size; ++k) {
+      value = value << 8U | bytes[TIFFIsBigEndian(tif_) ? k : size - 1 - k];
+    }
+    return value;
+  }
+
+  TIFF* tif_;
+  bool isBig_ = false;
+};
+
+// Follows the chain until `found(offset)`, where it returns true, or its end, 0. Returns nothing
+// for a chain that loops or breaks before.
+template <class Found>
+std::optional<std::uint64_t> follow(TIFF* tif, const Found& found) {
+  const Links links(tif);
+  std::unordered_set<std::uint64_t> visited;
+  std::optional<std::uint64_t> offset = links.first();
+  while (offset && *offset != 0 && !found(*offset)) {
+    if (!visited.insert(*offset).second) return {};
+    offset = links.after(*offset);
+  }
+  return offset;
+}
+
+}  // namespace
+
+bool chainEnds(TIFF* tif) {
+  return follow(tif, [](std::uint64_t) { return false; }).has_value();
+}
+
+bool chainHolds(TIFF* tif, std::uint64_t offset) {
+  return follow(tif, [=](std::uint64_t here) { return here == offset; }).value_or(0) != 0;
+}
+
+}  // namespace tb

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <tiffio.h>
+
+#include <cstdint>
+
+namespace tb {
+
+// Whether the chain of directories that starts in the file's header comes to an end: whether no
+// link leads back or out of the file. libtiff follows the chain without asking when it appends or
+// moves a directory.
+bool chainEnds(TIFF* tif);
+
+// Whether the chain comes to the directory at `offset`. A sub-directory is not in it.
+bool chainHolds(TIFF* tif, std::uint64_t offset);
+
+}  // namespace tb

@@ -1,0 +1,237 @@
+#include "core/directory_writes.h"
+
+#include <fcntl.h>
+
+#include <boost/locale/encoding_utf.hpp>
+#include <cstdarg>
+#include <cstdint>
+
+#include "core/codec_tags.h"
+#include "core/directory_chain.h"
+#include "core/errors.h"
+#include "core/open_files.h"
+#include "core/unheard.h"
+#include "host/tiff_utilities.h"
+
+namespace tb {
+namespace {
+
+// --- What libtiff would write wrongly
+
+// libtiff stores a SubIFD tag of no offsets but cannot write it, and the directory would be lost.
+void dropEmptySubIfd(TIFF* tif) {
+  std::uint16_t count = 0;
+  std::uint64_t* offsets = nullptr;
+  if (TIFFGetField(tif, TIFFTAG_SUBIFD, &count, &offsets) && count == 0) {
+    (void)TIFFUnsetField(tif, TIFFTAG_SUBIFD);  // it was just seen to be set
+  }
+}
+
+template <class T>
+T defaulted(TIFF* tif, std::uint32_t tag) {
+  T value = 0;
+  (void)TIFFGetFieldDefaulted(tif, tag, &value);
+  return value;
+}
+
+bool isSgiLog(std::uint16_t compression) {
+  return compression == COMPRESSION_SGILOG || compression == COMPRESSION_SGILOG24;
+}
+
+// The SGILog codec, when it ends, sets SamplesPerPixel and BitsPerSample to those of its stored
+// form. Arrays that were stored for others would be read past their ends.
+void dropArraysThatSgiLogOutgrows(TIFF* tif) {
+  if (!isSgiLog(defaulted<std::uint16_t>(tif, TIFFTAG_COMPRESSION))) return;
+  const bool isLuminance = defaulted<std::uint16_t>(tif, TIFFTAG_PHOTOMETRIC) == PHOTOMETRIC_LOGL;
+  if (defaulted<std::uint16_t>(tif, TIFFTAG_SAMPLESPERPIXEL) != (isLuminance ? 1 : 3)) {
+    (void)TIFFUnsetField(tif, TIFFTAG_SMINSAMPLEVALUE);
+    (void)TIFFUnsetField(tif, TIFFTAG_SMAXSAMPLEVALUE);
+  }
+  if (defaulted<std::uint16_t>(tif, TIFFTAG_BITSPERSAMPLE) != 16) {
+    (void)TIFFUnsetField(tif, TIFFTAG_COLORMAP);
+    (void)TIFFUnsetField(tif, TIFFTAG_TRANSFERFUNCTION);
+  }
+}
+
+void dropWhatCannotBeWritten(TIFF* tif) {
+  dropEmptySubIfd(tif);
+  dropArraysThatSgiLogOutgrows(tif);
+}
+
+// Codecs share the marks of which of their tags are set, and the definitions of an earlier codec's
+// tags stay with a directory: writing one, libtiff may ask the codec for a tag of another, ignore
+// its refusal, and store what happens to lie where the value should be. While one of these lives
+// such a tag has the value 0, or no bytes.
+class CodecTagGuard {
+ public:
+  explicit CodecTagGuard(TIFF* tif) : methods_(TIFFAccessTagMethods(tif)) {
+    compression_ = defaulted<std::uint16_t>(tif, TIFFTAG_COMPRESSION);
+    codecGetField_ = methods_->vgetfield;
+    methods_->vgetfield = getField;
+  }
+  CodecTagGuard(const CodecTagGuard&) = delete;
+  CodecTagGuard& operator=(const CodecTagGuard&) = delete;
+  ~CodecTagGuard() {
+    // A directory that was written has taken its methods with it.
+    if (methods_->vgetfield == getField) methods_->vgetfield = codecGetField_;
+  }
+
+ private:
+  static int getField(TIFF* tif, std::uint32_t tag, va_list values) {
+    return isTagOfAnotherCodec(tag, compression_) ? storeNothing(tag, values)
+                                                  : codecGetField_(tif, tag, values);
+  }
+
+  static int storeNothing(std::uint32_t tag, va_list values) {
+    if (tag == TIFFTAG_JPEGTABLES) {
+      *va_arg(values, std::uint32_t*) = 0;
+      *va_arg(values, void**) = nullptr;
+    } else if (tag == TIFFTAG_PREDICTOR) {
+      *va_arg(values, std::uint16_t*) = PREDICTOR_NONE;
+    } else if (tag == TIFFTAG_CLEANFAXDATA) {
+      *va_arg(values, std::uint16_t*) = CLEANFAXDATA_CLEAN;
+    } else {
+      *va_arg(values, std::uint32_t*) = 0;
+    }
+    return 0;
+  }
+
+  TIFFTagMethods* methods_;
+  // libtiff passes nothing else than the handle on.
+  static thread_local TIFFVGetMethod codecGetField_;
+  static thread_local std::uint16_t compression_;
+};
+
+thread_local TIFFVGetMethod CodecTagGuard::codecGetField_ = nullptr;
+thread_local std::uint16_t CodecTagGuard::compression_ = 0;
+
+// --- All or nothing
+
+// Leaves the file as it is now, whatever is still asked of the handle.
+void spoil(TIFF* tif) {
+  if (OpenFile* file = findOpenFile(tif)) {
+    file->forgetDirectory();
+    file->isSpoilt = true;
+  }
+  (void)TIFFSetMode(tif, O_RDONLY);
+}
+
+bool finish(TIFF* tif, bool isWritten) {
+  if (isWritten) return ZQTIFFcommitUpdate(tif);
+  ZQTIFFcancelUpdate(tif);
+  return false;
+}
+
+// `write` is a function of libtiff's that writes the current directory and returns its status.
+bool writeAsAWhole(TIFF* tif, int (*write)(TIFF*)) {
+  const bool isAppended = TIFFCurrentDirOffset(tif) == 0;
+  const CodecTagGuard guard(tif);
+  const bool isUpdate = ZQTIFFbeginUpdate(tif);
+  bool isWritten = write(tif) != 0;
+  if (isUpdate) isWritten = finish(tif, isWritten);
+  if (!isWritten) {
+    spoil(tif);
+    return false;
+  }
+  if (OpenFile* file = findOpenFile(tif)) {
+    file->forgetDirectory();
+    file->hasAppended = file->hasAppended || isAppended;
+  }
+  return true;
+}
+
+bool refuse(TIFF* tif, const char* operation, const char* reason) {
+  TIFFErrorExtR(tif, operation, "%s: %s", TIFFFileName(tif), reason);
+  return false;
+}
+
+// Whether libtiff comes to the end of the chain, where it appends.
+bool canAppend(TIFF* tif, const char* operation) {
+  const OpenFile* file = findOpenFile(tif);
+  if ((file != nullptr && file->hasAppended) || chainEnds(tif)) return true;
+  return refuse(tif, operation, "The chain of directories is damaged; none can be appended to it");
+}
+
+bool canMove(TIFF* tif, std::uint64_t offset, const char* operation) {
+  if (chainHolds(tif, offset)) return true;
+  return refuse(tif, operation, "A sub-directory cannot be moved; its place is in another one");
+}
+
+bool hasDirectory(TIFF* tif, const char* operation) {
+  if (!isWithoutDirectory(tif)) return true;
+  return refuse(tif, operation, "There is no directory after what failed before");
+}
+
+}  // namespace
+
+bool writeDirectory(TIFF* tif) {
+  constexpr const char* kOperation = "TIFFWriteDirectory";
+  if (!hasDirectory(tif, kOperation)) return false;
+  if (isReadOnly(tif)) return true;
+  if (TIFFCurrentDirOffset(tif) == 0 && !canAppend(tif, kOperation)) return false;
+  dropWhatCannotBeWritten(tif);
+  return writeAsAWhole(tif, TIFFWriteDirectory);
+}
+
+bool rewriteDirectory(TIFF* tif) {
+  constexpr const char* kOperation = "TIFFRewriteDirectory";
+  // On a file open for reading libtiff fails, but loses the chain of directories on the way.
+  if (!hasDirectory(tif, kOperation) || isReadOnly(tif)) return false;
+  const std::uint64_t offset = TIFFCurrentDirOffset(tif);
+  if (!(offset == 0 ? canAppend(tif, kOperation) : canMove(tif, offset, kOperation))) return false;
+  dropWhatCannotBeWritten(tif);
+  return writeAsAWhole(tif, TIFFRewriteDirectory);
+}
+
+// --- Closing
+
+namespace {
+
+// Of a directory whose tags are as they were, libtiff writes the places of the blocks where they
+// stand; a sub-directory can be written in this way only.
+int writePlaces(TIFF* tif) {
+  const Unheard unheard;  // there may be no new places
+  (void)TIFFForceStrileArrayWriting(tif);
+  return 1;
+}
+
+bool writeEdits(TIFF* tif, const OpenFile& file) {
+  constexpr const char* kOperation = "TIFFClose";
+  if (isReadOnly(tif)) return !file.isSpoilt;
+  // Of a handle that other code has used libtiff knows whether there is something to write. A block
+  // that could not be written is nothing.
+  if (!file.edited) return file.hasFailed || writeAsAWhole(tif, TIFFFlush);
+  const std::uint64_t offset = TIFFCurrentDirOffset(tif);
+  const bool isInChain = offset != 0 && chainHolds(tif, offset);
+  if (offset == 0 && !canAppend(tif, kOperation)) return false;
+  if (offset != 0 && !isInChain && file.tagsEdited) return canMove(tif, offset, kOperation);
+  dropWhatCannotBeWritten(tif);
+  return writeAsAWhole(tif, offset == 0 || isInChain ? TIFFFlush : writePlaces);
+}
+
+void warnAboutEdits(TIFF* tif) noexcept {
+  try {
+    const char* name = TIFFFileName(tif);
+    warn(Warning::directoryNotWritten,
+         boost::locale::conv::utf_to_utf<char16_t>(name != nullptr ? name : ""));
+  } catch (...) {
+    // The file has to be closed all the same.
+  }
+}
+
+}  // namespace
+
+void closeFile(TIFF* tif) noexcept {
+  const OpenFile* file = findOpenFile(tif);
+  if (file != nullptr && file->isOpenedHere) {
+    try {
+      if (!writeEdits(tif, *file)) warnAboutEdits(tif);
+    } catch (...) {
+      warnAboutEdits(tif);
+    }
+    (void)TIFFSetMode(tif, O_RDONLY);  // nothing more is written
+  }
+  TIFFClose(tif);
+}
+
+}  // namespace tb

@@ -1,0 +1,94 @@
+#include "core/edits.h"
+
+namespace tb {
+namespace {
+
+// Settings after which the codec has libtiff compute its sizes anew by itself.
+bool recomputesSizes(std::uint32_t tag) noexcept {
+  return tag == TIFFTAG_JPEGCOLORMODE || tag == TIFFTAG_SGILOGDATAFMT;
+}
+
+std::uint16_t compressionOf(TIFF* tif) {
+  std::uint16_t compression = COMPRESSION_NONE;
+  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
+  return compression;
+}
+
+// A directory that is not in the file has no sizes yet: libtiff decodes none of its blocks before
+// the first is written, and by then the layout is frozen.
+bool isLoaded(TIFF* tif) { return TIFFCurrentDirOffset(tif) != 0; }
+
+// Whether the blocks in the file have other sizes than the tags say by now. The rows of an
+// uncompressed strip are counted anew at each read.
+bool sizesDiffer(const Layout& before, const Layout& now) {
+  return before.isTiled != now.isTiled || before.tileSize != now.tileSize ||
+         (now.compression != COMPRESSION_NONE && before.rowSize != now.rowSize);
+}
+
+}  // namespace
+
+EditScope::EditScope(TIFF* tif, std::uint32_t tag)
+    : tif_(tif), tag_(tag), file_(findOpenFile(tif)) {
+  if (file_ == nullptr || isReadOnly(tif) || !isLoaded(tif)) return;
+  if (!file_->loaded) {
+    file_->loaded = layoutOf(tif);
+    if (file_->coderUsed) file_->coder = file_->loaded;
+  }
+  if (recomputesSizes(tag)) sizesAreCurrent_ = *file_->loaded == layoutOf(tif);
+  if (tag == TIFFTAG_COMPRESSION) compression_ = compressionOf(tif);
+}
+
+EditScope::~EditScope() {
+  if (file_ == nullptr) return;
+  const bool isRefused = std::uncaught_exceptions() > exceptions_;
+  if (!isRefused) file_->edited = file_->tagsEdited = true;
+  if (sizesAreCurrent_) {
+    file_->loaded = layoutOf(tif_);
+    if (file_->coder) file_->coder = file_->loaded;
+  }
+  // libtiff has taken another codec, which is not set up.
+  if (tag_ == TIFFTAG_COMPRESSION && compressionOf(tif_) != compression_) {
+    file_->coderUsed = false;
+    file_->coder.reset();
+  }
+}
+
+bool mayDecode(TIFF* tif, const char* operation) {
+  OpenFile* file = findOpenFile(tif);
+  if (file == nullptr) return true;
+  if (file->loaded) {
+    const Layout now = layoutOf(tif);
+    if (sizesDiffer(*file->loaded, now) || (file->coder && !(*file->coder == now))) {
+      TIFFErrorExtR(tif, operation,
+                    "The layout of the directory was changed; its blocks cannot be read before it "
+                    "is written and read again");
+      return false;
+    }
+    if (!file->coderUsed) file->coder = now;
+  }
+  file->coderUsed = true;
+  return true;
+}
+
+bool mayEncode(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  return file == nullptr || !file->coder || *file->coder == layoutOf(tif);
+}
+
+void noteBlockWritten(TIFF* tif) noexcept {
+  OpenFile* file = findOpenFile(tif);
+  if (file == nullptr) return;
+  file->edited = file->coderUsed = true;
+  file->loaded.reset();
+  file->coder.reset();
+}
+
+void noteBlockNotWritten(TIFF* tif) noexcept {
+  if (OpenFile* file = findOpenFile(tif)) file->hasFailed = true;
+}
+
+void noteReadEdit(TIFF* tif) noexcept {
+  if (OpenFile* file = findOpenFile(tif)) file->edited = true;
+}
+
+}  // namespace tb

@@ -1,0 +1,128 @@
+// libtiff forgets the current directory before it knows whether the next one can be loaded. Where
+// nothing was stored in the directory it is loaded again after a failure; where that would lose
+// something, the move is tried on another handle of the file first.
+#include "handlers/directory_moves.h"
+
+#include <fcntl.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "core/open_files.h"
+#include "core/unheard.h"
+
+namespace tb {
+namespace {
+
+struct Place {
+  std::uint64_t offset;  // 0 for a directory that is not in the file
+  std::uint32_t number;
+  bool isSubDirectory;
+};
+
+Place placeOf(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  return {TIFFCurrentDirOffset(tif), TIFFCurrentDirectory(tif),
+          file != nullptr && file->isSubDirectory};
+}
+
+// --- Trying a move on another handle
+
+int closeNothing(thandle_t) { return 0; }
+
+struct Closer {
+  void operator()(TIFF* tif) const noexcept { TIFFClose(tif); }
+};
+
+// Another handle of the same file, without a directory. It shares the bytes with `tif`, and closing
+// it leaves them open.
+std::unique_ptr<TIFF, Closer> anotherHandle(TIFF* tif) {
+  (void)TIFFGetSeekProc(tif)(TIFFClientdata(tif), 0, SEEK_SET);  // libtiff reads from where it is
+  return std::unique_ptr<TIFF, Closer>(
+      TIFFClientOpen(TIFFFileName(tif), "rhm", TIFFClientdata(tif), TIFFGetReadProc(tif),
+                     TIFFGetWriteProc(tif), TIFFGetSeekProc(tif), closeNothing,
+                     TIFFGetSizeProc(tif), TIFFGetMapFileProc(tif), TIFFGetUnmapFileProc(tif)));
+}
+
+// Whether `move` succeeds on another handle; `from` is where it starts.
+template <class Move>
+bool succeedsElsewhere(TIFF* tif, const Place& from, const Move& move) {
+  const std::size_t before = ZQTIFFmessageCount();
+  const auto other = anotherHandle(tif);
+  if (other == nullptr) return false;
+  if (from.offset != 0) {
+    const Unheard unheard;
+    if (!TIFFSetSubDirectory(other.get(), from.offset)) return false;
+  }
+  if (!move(other.get())) return false;
+  ZQTIFFforgetMessages(before);  // the handle itself says them again
+  return true;
+}
+
+// --- The way back
+
+bool loadAgain(TIFF* tif, const Place& place) {
+  const Unheard unheard;
+  if (place.offset == 0 || !TIFFSetSubDirectory(tif, place.offset)) return false;
+  return TIFFCurrentDirectory(tif) == place.number ||
+         (TIFFSetDirectory(tif, place.number) && TIFFCurrentDirOffset(tif) == place.offset);
+}
+
+// Leaves an empty directory of which nothing is ever written.
+void giveUp(TIFF* tif, OpenFile* file) {
+  (void)TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);  // ends the codec
+  TIFFFreeDirectory(tif);
+  (void)TIFFCreateDirectory(tif);
+  const int mode = TIFFSetMode(tif, O_RDONLY);
+  if (file == nullptr) return;
+  file->forgetDirectory();
+  if (!file->suspendedMode) file->suspendedMode = mode;
+}
+
+// Whether a directory could not be loaded again as it is.
+bool isWorthATrial(const OpenFile* file, const Place& place) {
+  if (file != nullptr && (file->suspendedMode || file->isSpoilt)) return false;
+  // libtiff counts the directories of a chain of sub-directories from where it was entered.
+  return place.offset == 0 || (place.isSubDirectory && place.number > 0) ||
+         (file != nullptr && file->edited);
+}
+
+// `move` takes a handle and returns libtiff's status.
+template <class Move>
+bool moveOrStay(TIFF* tif, const Move& move) {
+  OpenFile* file = findOpenFile(tif);
+  const Place before = placeOf(tif);
+  if (isWorthATrial(file, before) && !succeedsElsewhere(tif, before, move)) return false;
+  if (!move(tif)) {
+    if (!loadAgain(tif, before)) giveUp(tif, file);
+    return false;
+  }
+  if (file == nullptr) return true;
+  file->forgetDirectory();
+  if (file->suspendedMode) (void)TIFFSetMode(tif, *file->suspendedMode);
+  file->suspendedMode.reset();
+  return true;
+}
+
+}  // namespace
+
+bool moveToNextDirectory(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  const bool isSubDirectory = file != nullptr && file->isSubDirectory;
+  if (!moveOrStay(tif, TIFFReadDirectory)) return false;
+  if (OpenFile* moved = findOpenFile(tif)) moved->isSubDirectory = isSubDirectory;
+  return true;
+}
+
+bool moveToDirectory(TIFF* tif, std::uint32_t number) {
+  return moveOrStay(tif, [=](TIFF* handle) { return TIFFSetDirectory(handle, number); });
+}
+
+bool moveToSubDirectory(TIFF* tif, std::uint64_t offset) {
+  if (!moveOrStay(tif, [=](TIFF* handle) { return TIFFSetSubDirectory(handle, offset); }))
+    return false;
+  if (OpenFile* file = findOpenFile(tif)) file->isSubDirectory = true;
+  return true;
+}
+
+}  // namespace tb

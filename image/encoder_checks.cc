@@ -1,0 +1,94 @@
+#include "image/encoder_checks.h"
+
+#include <algorithm>
+
+#include "core/edits.h"
+
+namespace tb {
+namespace {
+
+// A check returns what is wrong, null when nothing is.
+using Record = TiffImageMetaData_;
+
+bool isMultiple(std::uint32_t size, std::uint32_t of) { return size % of == 0; }
+
+// The sizes that JPEG's units of 8 x 8 samples of every component allow.
+const char* whatIsWrongWithUnits(const Record& record, std::uint32_t horizontal,
+                                 std::uint32_t vertical) {
+  constexpr std::uint32_t kUnit = 8;
+  if (record.isTiled) {
+    return isMultiple(record.tileWidth, horizontal * kUnit) &&
+                   isMultiple(record.tileLength, vertical * kUnit)
+               ? nullptr
+               : "The size of JPEG tiles must be a multiple of 8 times the subsampling";
+  }
+  return record.rowsPerStrip >= record.imageLength ||
+                 isMultiple(record.rowsPerStrip, vertical * kUnit)
+             ? nullptr
+             : "RowsPerStrip must be a multiple of 8 times the subsampling for JPEG";
+}
+
+const char* whatIsWrongForYCbCrJpeg(const Record& record) {
+  constexpr std::uint32_t kLargestFactor = 4;
+  constexpr std::uint32_t kBlocksInUnit = 10;
+  const std::uint32_t horizontal = record.ycbcrSubsampling[0];
+  const std::uint32_t vertical = record.ycbcrSubsampling[1];
+  if (horizontal == 0 || vertical == 0 || horizontal > kLargestFactor ||
+      vertical > kLargestFactor || horizontal * vertical + 2 > kBlocksInUnit) {
+    return "This subsampling cannot be written as JPEG";
+  }
+  return whatIsWrongWithUnits(record, horizontal, vertical);
+}
+
+const char* whatIsWrongForJpeg(const Record& record) {
+  if (record.bitsPerSample != 8) return "BitsPerSample must be 8 for JPEG";
+  switch (record.photometric) {
+    case PHOTOMETRIC_PALETTE:
+    case PHOTOMETRIC_MASK:
+      return "This PhotometricInterpretation cannot be written as JPEG";
+    case PHOTOMETRIC_YCBCR:
+      return whatIsWrongForYCbCrJpeg(record);
+    default:
+      return whatIsWrongWithUnits(record, 1, 1);
+  }
+}
+
+const char* whatIsWrongForWebp(const Record& record) {
+  const bool isWritable = record.bitsPerSample == 8 && record.sampleFormat == SAMPLEFORMAT_UINT &&
+                          record.planarConfig == PLANARCONFIG_CONTIG &&
+                          (record.samplesPerPixel == 3 || record.samplesPerPixel == 4);
+  return isWritable ? nullptr : "WebP holds 3 or 4 samples of 8 bits a pixel, interleaved";
+}
+
+// The encoder takes rows of the image's width from a tile's buffer.
+const char* whatIsWrongForPixarLog(const Record& record) {
+  return record.isTiled ? "PixarLog tiles cannot be written" : nullptr;
+}
+
+const char* whatIsWrong(const Record& record) {
+  if (!mayEncode(record.tif)) {
+    return "The layout of the directory was changed after one of its blocks was read";
+  }
+  switch (record.compression) {
+    case COMPRESSION_JPEG:
+      return whatIsWrongForJpeg(record);
+    case COMPRESSION_WEBP:
+      return whatIsWrongForWebp(record);
+    case COMPRESSION_PIXARLOG:
+      return whatIsWrongForPixarLog(record);
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+bool canEncode(const Record& record) {
+  const char* reason = whatIsWrong(record);
+  if (reason == nullptr) return true;
+  TIFFErrorExtR(record.tif, record.isTiled ? "TIFFWriteEncodedTile" : "TIFFWriteEncodedStrip",
+                "%s: %s", TIFFFileName(record.tif), reason);
+  return false;
+}
+
+}  // namespace tb
