@@ -1,7 +1,6 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "core/directory_writes.h"
 #include "core/errors.h"
@@ -16,7 +15,7 @@ namespace {
 
 // Files on network shares and under virus scanners are often busy for a moment.
 constexpr int kRetries = 10;
-constexpr std::chrono::nanoseconds kPause{100'000'000};
+constexpr std::chrono::milliseconds kPause{100};
 
 struct TiffCloser {
   void operator()(TIFF* tif) const noexcept { TIFFClose(tif); }
@@ -26,10 +25,13 @@ void requireChar(const vxArray* argument, const char* meaning) {
   if (vxGetClassID(argument) != vxCHAR) raise<Tiff::argumentWasNotChar>(meaning);
 }
 
+// Other calls may run during a pause. Nothing that they change is held over one: the name and the
+// mode are copies, and the file is registered when it is open.
 TIFF* openWithRetries(const std::u16string& fileName, const std::string& mode) {
   TIFF* tif = tiffutils::UOpen(fileName, mode.c_str());
   for (int retry = 0; !tif && retry < kRetries; ++retry) {
-    std::this_thread::sleep_for(kPause);
+    tiffutils::Pause(kPause);
+    registerGeoTagsOnce();  // a cleanup may have come between
     tif = tiffutils::UOpen(fileName, mode.c_str());
   }
   if (!tif) raise<Tiff::unableToOpenFile>(fileName);

@@ -3,6 +3,7 @@
 
 #include <tiffio.h>
 
+#include <chrono>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -72,5 +73,9 @@ namespace tiffutils {
 // Opens a TIFF file with libtiff; null when that fails. The name is UTF-16; `mode` is r, r+, w or a
 // followed by libtiff's flags.
 TIFF* UOpen(const std::u16string& fileName, const char* mode);
+
+// Waits for so long before the module tries again what failed. The module holds nothing then that
+// another call could change or release: a host that serialises the calls may let others in.
+void Pause(std::chrono::milliseconds duration);
 
 }  // namespace tiffutils

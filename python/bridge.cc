@@ -1,10 +1,16 @@
 #include "python/bridge.h"
 
+#include <pthread.h>
 #include <pybind11/pybind11.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include "runtime/reporting.h"
@@ -16,24 +22,61 @@ struct Bridge {
   explicit Bridge(runtime::Module loaded) : module(std::move(loaded)) {}
 
   std::mutex mutex;
-  runtime::Module module;                          // guarded by mutex
-  std::vector<resource_core::BaseMsgID> warnings;  // of the call that holds mutex
+  // Guarded by mutex, all of them.
+  runtime::Module module;
+  std::vector<resource_core::BaseMsgID>* warnings = nullptr;  // of the call that holds mutex
+  int pausing = 0;                                            // calls that others may overtake
+  std::condition_variable nonePauses;
+  bool lockedForFork = false;
 };
 
 Bridge* s_bridge = nullptr;
+constinit std::atomic<bool> callsAreStopped = false;
 
 void collectWarnings() {
   runtime::setWarningSink([](const resource_core::BaseMsgID& warning) {  //
-    s_bridge->warnings.push_back(warning);
+    s_bridge->warnings->push_back(warning);
   });
 }
+
+// Lets other calls in while the one that holds the lock waits.
+void pauseCall(std::chrono::milliseconds duration) noexcept {
+  std::vector<resource_core::BaseMsgID>* const warnings = s_bridge->warnings;
+  ++s_bridge->pausing;
+  s_bridge->mutex.unlock();
+  std::this_thread::sleep_for(duration);
+  s_bridge->mutex.lock();
+  s_bridge->warnings = warnings;
+  if (--s_bridge->pausing == 0) s_bridge->nonePauses.notify_all();
+}
+
+// --- Forks. A child must neither find the lock held by a thread that it does not have nor libtiff
+// in the middle of something, so a fork waits for the call that runs.
+
+void beforeFork() {
+  if (callsAreStopped) return;  // the lock is held for good
+  s_bridge->mutex.lock();
+  s_bridge->lockedForFork = true;
+}
+
+void afterFork() {
+  if (!std::exchange(s_bridge->lockedForFork, false)) return;
+  s_bridge->mutex.unlock();
+}
+
+void afterForkInChild() {
+  s_bridge->pausing = 0;  // those threads are the parent's
+  afterFork();
+}
+
+// --- Calls
 
 // Everything that a call throws ends up in the outcome: the interpreter's lock has to be taken
 // again before anything can be reported.
 void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
                 Outcome& outcome) noexcept {
   const std::lock_guard lock(s_bridge->mutex);
-  s_bridge->warnings.clear();
+  s_bridge->warnings = &outcome.warnings;
   try {
     try {
       s_bridge->module.call(static_cast<int>(outputs.size()), outputs.data(),
@@ -46,7 +89,6 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
   } catch (...) {
     outcome.failure = std::current_exception();
   }
-  outcome.warnings.swap(s_bridge->warnings);
 }
 
 // Takes the interpreter's lock again. A daemon thread that comes back when the interpreter has gone
@@ -67,6 +109,9 @@ void loadModule(const std::filesystem::path& plugin) {
   // Left to the process on purpose: arrays and threads may outlive every static object.
   s_bridge = std::make_unique<Bridge>(runtime::Module::load(plugin)).release();
   collectWarnings();
+  runtime::setPauser(&pauseCall);
+  // A fork takes the locks of the run-time after this one, as a call does.
+  if (pthread_atfork(&beforeFork, &afterFork, &afterForkInChild) != 0) throw std::bad_alloc();
 }
 
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
@@ -80,7 +125,8 @@ Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const
 void cleanUpModule() {
   PyThreadState* const thread = PyEval_SaveThread();
   {
-    const std::lock_guard lock(s_bridge->mutex);
+    std::unique_lock lock(s_bridge->mutex);
+    s_bridge->nonePauses.wait(lock, [] { return s_bridge->pausing == 0; });
     runtime::setWarningSink({});  // standard error
     s_bridge->module.cleanup();
     collectWarnings();
@@ -88,6 +134,9 @@ void cleanUpModule() {
   restoreThread(thread);
 }
 
-void stopCalls() noexcept { s_bridge->mutex.lock(); }
+void stopCalls() noexcept {
+  callsAreStopped = true;
+  s_bridge->mutex.lock();
+}
 
 }  // namespace tb::python

@@ -2,7 +2,9 @@
 //
 // The module takes no lock of its own, so a call holds this one; it gives the interpreter's lock
 // back first, because a thread that waited here with it would stop every other thread, the one
-// inside the module included. Nothing that runs inside a call touches Python.
+// inside the module included. Nothing that runs inside a call touches Python. While a call waits
+// before it tries something again, others may run. A fork waits until no call runs, so that the
+// module can be used on both sides.
 #pragma once
 
 #include <exception>
@@ -34,11 +36,11 @@ void loadModule(const std::filesystem::path& plugin);
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
 
 // Closes the files that are still open, with the closing warnings on standard error whatever
-// Python's warning filters say. Does nothing the second time.
+// Python's warning filters say. Does nothing the second time. Waits for calls that pause.
 void cleanUpModule();
 
-// Waits for a call that is still running on another thread and keeps every later one waiting for
-// good. For the very end of the process, when static objects are about to go.
+// Waits for a call that is still running on another thread, or for its next pause, and keeps every
+// later one waiting for good. For the very end of the process, when static objects are about to go.
 void stopCalls() noexcept;
 
 }  // namespace tb::python

@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "host/tiff_utilities.h"
@@ -23,7 +25,11 @@ Function* findFunction(void* library, const char* name) {
   return function;
 }
 
+constinit std::atomic<Pauser> pauserInUse = nullptr;
+
 }  // namespace
+
+void setPauser(Pauser pauser) noexcept { pauserInUse = pauser; }
 
 Module Module::load(const std::filesystem::path& plugin) {
   Module module;
@@ -73,3 +79,10 @@ void Module::cleanup() {
 }
 
 }  // namespace tb::runtime
+
+void tiffutils::Pause(std::chrono::milliseconds duration) {
+  if (const tb::runtime::Pauser pauser = tb::runtime::pauserInUse)
+    pauser(duration);
+  else
+    std::this_thread::sleep_for(duration);
+}

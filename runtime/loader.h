@@ -1,6 +1,7 @@
 // Loads the module, a shared library, and calls it.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -39,8 +40,15 @@ std::vector<Diagnostic> collectedDiagnostics();
 // Puts the same into `diagnostics`, and the stack is empty afterwards.
 void takeDiagnostics(std::vector<Diagnostic>& diagnostics) noexcept;
 
-// The loaded module. Calls must follow one another; they may come from different threads. An
-// exception that the module threw must not outlive it.
+// What happens while the module waits before it tries something again. It need only let the time
+// pass; one that serialises the calls of threads lets others in meanwhile. It must not throw.
+using Pauser = void (*)(std::chrono::milliseconds duration) noexcept;
+
+// Installs a pauser for the whole process; null, the default, sleeps.
+void setPauser(Pauser pauser) noexcept;
+
+// The loaded module. Calls must follow one another, or come while the one before pauses; they may
+// come from different threads. An exception that the module threw must not outlive it.
 class Module {
  public:
   // Opens the plug-in and finds its entries. Throws std::runtime_error with the reason when there

@@ -37,6 +37,9 @@ std::optional<std::string> utf8Name(const std::u16string& name) try {
 std::optional<OpenMode> knownMode(const std::string& name, const char* text) {
   std::optional<OpenMode> mode = parseOpenMode(text);
   if (!mode) return refuse(name, std::string("Bad mode \"") + text + "\"");
+  if (!mode->dropped.empty())
+    TIFFWarning("TIFFOpen", "%s: The letters \"%s\" of the mode are ignored", name.c_str(),
+                mode->dropped.c_str());
   return mode;
 }
 

@@ -39,11 +39,13 @@ std::optional<OpenMode> parseOpenMode(std::string_view text) {
       kAccesses, [&](const Access& candidate) { return text.starts_with(candidate.text); });
   if (access == std::end(kAccesses)) return std::nullopt;
 
-  OpenMode mode{std::string(access->text), access->flags, access->truncates};
+  OpenMode mode{std::string(access->text), access->flags, access->truncates, {}};
   for (const char flag : text.substr(access->text.size())) {
     if (contains(kPassedOn, flag))
       mode.forLibtiff.push_back(flag);
-    else if (!contains(kDropped, flag))
+    else if (contains(kDropped, flag))
+      mode.dropped.push_back(flag);
+    else
       return std::nullopt;
   }
   return mode;

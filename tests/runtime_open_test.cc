@@ -159,8 +159,7 @@ TEST_P(GoodMode, OpensTheFile) {
 }
 INSTANTIATE_TEST_SUITE_P(Modes, GoodMode,
                          testing::Values("r", "r+", "a", "w", "w8", "wl", "wb", "w4", "rm", "rM",
-                                         "rc", "rC", "rL", "rH", "rB", "rD", "rO", "rDO", "r+DO",
-                                         "rh", "rb", "a8"));
+                                         "rc", "rC", "rL", "rH", "rB", "rb", "a8"));
 
 class BadMode : public OpenByName, public testing::WithParamInterface<const char*> {};
 
@@ -174,6 +173,15 @@ TEST_P(BadMode, OpensNothing) {
 INSTANTIATE_TEST_SUITE_P(Modes, BadMode,
                          testing::Values("", "x", "R", "+", " r", "rw", "w+", "a+", "r++", "rz",
                                          "read", "b"));
+
+class IgnoredFlag : public OpenByName, public testing::WithParamInterface<const char*> {};
+
+TEST_P(IgnoredFlag, IsAWarning) {
+  EXPECT_NE(open(imageFile(), (std::string("r") + GetParam()).c_str()), nullptr);
+  EXPECT_THAT(reason(), HasSubstr(std::string("letters \"") + GetParam() + "\""));
+  EXPECT_TRUE(collectedDiagnostics()[0].warning);
+}
+INSTANTIATE_TEST_SUITE_P(Modes, IgnoredFlag, testing::Values("D", "O", "DO", "h"));
 
 TEST_F(OpenByName, DropsFlagsThatLibtiffCannotBear) {
   const fs::path path = imageFile();

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import threading
 import time
+import warnings
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
@@ -34,18 +35,38 @@ def test_other_threads_run_during_a_call(tmp_path):
     assert during_call > 10
 
 
-def test_a_thread_that_waits_for_its_call_does_not_hold_up_others(tmp_path):
-    """Two calls wait one after the other, and Python goes on meanwhile."""
+def test_calls_run_while_others_wait_to_try_again(gray, tmp_path):
+    """Four threads open missing files at once, and files that exist are read meanwhile."""
     start = time.monotonic()
-    with ThreadPoolExecutor(2) as pool:
+    reads = 0
+    with ThreadPoolExecutor(4) as pool:
         calls = [
             pool.submit(tagbridge.call, "open", str(tmp_path / "missing.tif"), "r")
-            for _ in range(2)
+            for _ in range(4)
         ]
-        assert isinstance(tagbridge.memory_limit(), int)
+        while not all(call.done() for call in calls):
+            file = tagbridge.call("open", str(gray), "r")
+            assert tagbridge.call("readEncodedStrip", file, 0).shape == (16, 30)
+            tagbridge.call("close", file)
+            reads += 1
         errors = [call.exception() for call in calls]
-    assert [type(error) for error in errors] == [tagbridge.Error] * 2
-    assert time.monotonic() - start > 1.9
+    assert [type(error) for error in errors] == [tagbridge.Error] * 4
+    assert 1.0 < time.monotonic() - start < 1.9
+    assert reads > 10
+
+
+def test_a_call_that_waits_keeps_its_own_messages(unknown_tag, tmp_path):
+    missing = str(tmp_path / "missing.tif")
+    with ThreadPoolExecutor(1) as pool, warnings.catch_warnings(record=True) as issued:
+        warnings.simplefilter("always")
+        waiting = pool.submit(tagbridge.call, "open", missing, "r")
+        while not waiting.done():
+            tagbridge.call("close", tagbridge.call("open", str(unknown_tag), "r"))
+            time.sleep(0.01)
+        diagnostics = waiting.exception().diagnostics
+    assert diagnostics == [f"TIFFOpen: {missing}: No such file or directory"]
+    assert len(issued) > 10
+    assert all("65000" in str(warning.message) for warning in issued)
 
 
 def test_threads_read_their_own_files_correctly(tmp_path):

@@ -1,0 +1,81 @@
+"""Processes that fork while other threads are inside calls."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+import textwrap
+
+import numpy as np
+import pytest
+import tifffile
+
+FORKS = """
+import os, signal, sys, threading, time, tagbridge
+
+def read(path):
+    file = tagbridge.call("open", path, "r")
+    total = sum(int(tagbridge.call("readEncodedStrip", file, n).sum()) for n in range(10))
+    tagbridge.call("close", file)
+    return total
+
+def repeat(operation):
+    while not done.is_set():
+        operation()
+
+def open_missing():
+    try:
+        tagbridge.call("open", sys.argv[1] + ".missing", "r")
+    except tagbridge.Error:
+        pass
+
+def child():
+    signal.alarm(20)
+    good = read(sys.argv[1]) == expected
+    {child_end}
+
+expected = read(sys.argv[1])
+done = threading.Event()
+threads = [threading.Thread(target=repeat, args=[operation], daemon=True)
+           for operation in (lambda: read(sys.argv[1]), {busy})]
+for thread in threads:
+    thread.start()
+states = []
+for _ in range(40):
+    process = os.fork()
+    if process == 0:
+        child()
+    states.append(os.waitpid(process, 0)[1])
+done.set()
+for thread in threads:
+    thread.join()
+print(states.count(0))
+"""
+
+
+pytestmark = pytest.mark.skipif(
+    "libasan" in os.environ.get("LD_PRELOAD", ""),
+    reason="the sanitizer's allocator does not survive such a fork",
+)
+
+
+@pytest.fixture
+def large(tmp_path):
+    path = tmp_path / "large.tif"
+    pixels = np.arange(1000 * 500, dtype=np.uint32).reshape(1000, 500)
+    tifffile.imwrite(path, pixels, rowsperstrip=100, compression="deflate",
+                     photometric="minisblack")
+    return path
+
+
+@pytest.mark.parametrize("busy", ["lambda: read(sys.argv[1])", "open_missing"])
+@pytest.mark.parametrize("child_end", ["os._exit(0 if good else 1)", "sys.exit(0 if good else 1)"])
+def test_children_can_call_the_module(large, busy, child_end):
+    """Whatever the other threads do at that moment, and whether a child ends with or without the
+    interpreter's own cleanup."""
+    script = textwrap.dedent(FORKS).format(busy=busy, child_end=child_end)
+    ended = subprocess.run(
+        [sys.executable, "-c", script, str(large)], capture_output=True, text=True, timeout=300,
+    )
+    assert (ended.stdout, ended.returncode) == ("40\n", 0), ended.stderr
