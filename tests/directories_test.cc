@@ -189,15 +189,6 @@ TEST_F(SubDirectories, OffsetIsTakenAsUint64Uint32OrDouble) {
   }
 }
 
-TEST_F(SubDirectories, OtherClassesAreTakenByTheirBytesAsADouble) {
-  const OpenedFile file(path_, "r");
-  const auto offset = static_cast<double>(subDirectoriesOf(file.handle()).at(0));
-  vxArrayPtr bytes = zeros(vxUINT8, {1, 8});
-  std::memcpy(vxGetWritableData(bytes.get()), &offset, sizeof offset);
-  call("setSubDirectory", file, bytes);
-  EXPECT_EQ(widthOf(file), 20U);
-}
-
 TEST_F(SubDirectories, DirectoryWithoutSubIfdHasNone) {
   const OpenedFile file(path_, "r");
   const std::uint64_t offset = subDirectoriesOf(file.handle()).at(0);

@@ -145,14 +145,21 @@ def test_operation_names_need_not_be_constants():
     assert tagbridge.call("".join(["get", "Version"])) == tagbridge.call("getVersion")
 
 
-def test_a_narrow_scalar_has_no_bytes_of_an_earlier_one(gray, open_file):
-    file = open_file(gray)
-    assert tagbridge.call("getField", file, np.array([[256.0]])).shape == (1, 1)
-    for tag in (np.array([[256]], "u2"), np.array([[0]], "i8"), np.array(0.0)):
-        # A tag's number is read as a double, whatever the class of the array.
+@pytest.mark.parametrize("kind", ["u1", "u2", "f4", "?"])
+def test_a_narrow_scalar_has_no_bytes_of_an_earlier_one(kind):
+    # A file identifier is the first 8 bytes of an array, whatever its class.
+    for identifier, error in (1e300, "invalidFileId"), (np.array(0, kind), "badFileId"):
         with pytest.raises(tagbridge.Error) as caught:
-            tagbridge.call("getField", file, tag)
-        assert caught.value.arguments == (0,)
+            tagbridge.call("isTiled", identifier)
+        assert caught.value.identifier == TIFF + error
+
+
+@pytest.mark.parametrize("kind", ["u2", "i2", "u4", "i4", "u8", "i8", "f4", ">i2"])
+def test_numbers_of_any_type_are_taken_by_value(gray, open_file, kind):
+    file = open_file(gray)
+    width = tagbridge.call("getField", file, 256)
+    assert tagbridge.call("getField", file, np.array(256, kind)) == width
+    assert tagbridge.call("getField", file, np.array([[256]], kind)) == width
 
 
 @pytest.mark.parametrize("count", [7, 8, 9, 40])
