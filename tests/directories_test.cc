@@ -239,6 +239,15 @@ TEST_F(Directories, ListedOffsetThatIsNoDirectoryFails) {
       {1000000}, [&] { call("setSubDirectory", file, scalar<std::uint64_t>(1000000)); });
 }
 
+TEST_F(Directories, OffsetPastTheSignedRangeIsReportedAsItIs) {
+  constexpr std::uint64_t kFar = ~std::uint64_t{0} - 15;
+  const Layout layout{.more = [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_SUBIFD, 1, &kFar); }};
+  writeTiff(folder_ / "far.tif", {layout}, "w8");
+  const OpenedFile file(folder_ / "far.tif", "r");
+  expectError<Tiff::unableToChangeSubdir>({kFar},
+                                          [&] { call("setSubDirectory", file, scalar(kFar)); });
+}
+
 // --- Strips and tiles
 
 TEST_F(Directories, TiledIsLogicalTrueAndStrippedFalse) {

@@ -33,12 +33,12 @@ void PrintTo(const NumberClass& value, std::ostream* out) { *out << value.name; 
 
 // The last holds no number above 1, the two before it none above 127.
 constexpr NumberClass kClasses[] = {
-    {"Double", rowOf<double>},        {"Single", rowOf<float>},
-    {"Int16", rowOf<std::int16_t>},   {"Uint16", rowOf<std::uint16_t>},
-    {"Int32", rowOf<std::int32_t>},   {"Uint32", rowOf<std::uint32_t>},
-    {"Int64", rowOf<std::int64_t>},   {"Uint64", rowOf<std::uint64_t>},
-    {"Char", rowOf<char16_t>},        {"Int8", rowOf<std::int8_t>},
-    {"Uint8", rowOf<std::uint8_t>},   {"Logical", rowOf<bool>},
+    {"Double", rowOf<double>},      {"Single", rowOf<float>},
+    {"Int16", rowOf<std::int16_t>}, {"Uint16", rowOf<std::uint16_t>},
+    {"Int32", rowOf<std::int32_t>}, {"Uint32", rowOf<std::uint32_t>},
+    {"Int64", rowOf<std::int64_t>}, {"Uint64", rowOf<std::uint64_t>},
+    {"Char", rowOf<char16_t>},      {"Int8", rowOf<std::int8_t>},
+    {"Uint8", rowOf<std::uint8_t>}, {"Logical", rowOf<bool>},
 };
 constexpr auto kUpTo127 = std::span(kClasses).first(11);
 constexpr auto kWide = std::span(kClasses).first(9);
@@ -128,8 +128,8 @@ TEST_P(PixelArguments, NameTheRgbaTile) {
   writeTiff(path("gray"), {gray});
   const OpenedFile tiles(path("gray"), "r");
   for (const auto& [row, column] : {std::pair(16, 0), std::pair(0, 16)}) {
-    const vxArrayPtr tile = call("readRGBATile", tiles, GetParam().make({row * 1.0}),
-                                 GetParam().make({column * 1.0}));
+    const vxArrayPtr tile =
+        call("readRGBATile", tiles, GetParam().make({row * 1.0}), GetParam().make({column * 1.0}));
     EXPECT_TRUE(bytesOf(tile) == bytesOf(call("readRGBATile", tiles, row, column)));
     EXPECT_FALSE(bytesOf(tile) == bytesOf(call("readRGBATile", tiles, column, row)));
   }
@@ -188,7 +188,11 @@ const Edge kEdges[] = {
     {"Infinity", [] { return scalar(std::numeric_limits<float>::infinity()); }, 0},
     {"Letter", [] { return text("A"); }, 66},
     {"EmptyText", [] { return text(""); }, 1},
-    {"EmptyArray", [] { return zeros(vxINT32, {0, 3}); }, 1},
+    {"EmptyArray",
+     [] {
+       return zeros(vxINT32, {0, 3});
+     },
+     1},
     {"Cell", [] { return cellOfTexts({"A"}); }, 1},
     {"Struct", [] { return structure(); }, 1},
 };
@@ -200,11 +204,11 @@ INSTANTIATE_TEST_SUITE_P(Values, NumberEdge, testing::ValuesIn(kEdges),
 TEST(OffsetArguments, OfEveryIntegerClassAreExact) {
   const TemporaryFolder folder;
   const std::uint64_t none = 0;
-  writeTiff(folder / "sub.tif", {{.more = [&](TIFF* tif) { TIFFSetField(tif, 330, 1, &none); }},
-                                 {.width = 20}});
+  writeTiff(folder / "sub.tif",
+            {{.more = [&](TIFF* tif) { TIFFSetField(tif, 330, 1, &none); }}, {.width = 20}});
   const OpenedFile file(folder / "sub.tif", "r");
-  const auto offset = static_cast<double>(
-      elementsOf<std::uint64_t>(call("getField", file, TIFFTAG_SUBIFD)).at(0));
+  const auto offset =
+      static_cast<double>(elementsOf<std::uint64_t>(call("getField", file, TIFFTAG_SUBIFD)).at(0));
   for (const NumberClass& numbers : kClasses) {
     SCOPED_TRACE(numbers.name);
     if (elementSize(vxGetClassID(numbers.make({0}).get())) == 1) continue;

@@ -44,6 +44,20 @@ def test_number_arguments_are_ints(gray, open_file):
     assert type(caught.value.arguments[0]) is int
 
 
+def test_numbers_beyond_the_signed_range_stay_positive(tmp_path, open_file):
+    far = 2**64 - 16
+    header = struct.pack("<2s3HQ", b"II", 43, 8, 0, 16)
+    tags = [(256, 4, 1), (257, 4, 1), (262, 3, 1), (273, 4, 8), (279, 4, 1), (330, 18, far)]
+    entries = b"".join(struct.pack("<2H2Q", tag, kind, 1, value) for tag, kind, value in tags)
+    path = tmp_path / "far.tif"
+    path.write_bytes(header + struct.pack("<Q", len(tags)) + entries + bytes(8))
+    with pytest.raises(tagbridge.Error) as caught:
+        tagbridge.call("setSubDirectory", open_file(path), np.uint64(far))
+    assert caught.value.identifier == TIFF + "unableToChangeSubdir"
+    assert caught.value.arguments == (far,)
+    assert str(far) in str(caught.value)
+
+
 @pytest.mark.parametrize("name", ["no such file.tif", "Ωmega 😀.tif"])
 def test_a_file_name_returns_as_it_was_given(tmp_path, name):
     path = str(tmp_path / name)
