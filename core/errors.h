@@ -5,11 +5,8 @@
 // (tileWritefailure, badSampleFormatfor1Bps, colorMapShouldbeSet, unableToChangeSubdir).
 #pragma once
 
-#include <concepts>
-#include <cstdint>
 #include <exception>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "host/errors.h"
@@ -159,21 +156,11 @@ enum class Warning {
 #undef TAGBRIDGE_WARNING
 };
 
-// Integers travel as 64 bits, text as it is.
-template <std::integral T>
-resource_core::BaseMsgID::Argument messageArgument(T value) {
-  return static_cast<std::int64_t>(value);
-}
-inline resource_core::BaseMsgID::Argument messageArgument(std::string_view text) {
-  return std::string(text);
-}
-inline resource_core::BaseMsgID::Argument messageArgument(std::u16string text) { return text; }
-
 // An error that the host has been told of.
 template <class Id, class... Args>
 foundation::core::except::Exception<Id, std::exception> reportedError(Args&&... args) {
   resource_core::BaseMsgID message(Id::component, Id::name);
-  (message.append(messageArgument(std::forward<Args>(args))), ...);
+  (message.append(std::forward<Args>(args)), ...);
   foundation::core::except::Exception<Id, std::exception> error(std::move(message));
   matrix::detail::do_legacy_vx_error(error);
   return error;
@@ -194,7 +181,7 @@ resource_core::BaseMsgID warningMessage(Warning warning);
 template <class... Args>
 void warn(Warning warning, Args&&... args) {
   resource_core::BaseMsgID message = warningMessage(warning);
-  (message.append(messageArgument(std::forward<Args>(args))), ...);
+  (message.append(std::forward<Args>(args)), ...);
   vxWarningMsgId(message);
 }
 

@@ -68,7 +68,8 @@ std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t
 std::uint16_t unpack_tsample_t(int argumentCount, const vxArray* sampleArgument,
                                const TiffImageMetaData_& record);
 
-// Element 2 of a [row column] or [x y] pair into `x`, then element 1 into `y`.
+// Element 2 of a [row column] or [x y] pair into `x`, then element 1 into `y`. All unpackers take
+// elements by their value, whatever their class.
 void unpackPixelXY(const vxArray* argument, std::uint32_t& x, std::uint32_t& y);
 
 // The first element of an argument as a row, strip or tile number, truncated toward zero.

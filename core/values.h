@@ -24,9 +24,9 @@ T convertNumber(double value) {
   return boost::numeric_cast<T>(value);
 }
 
-// A size as one of libtiff's signed sizes, under the same range check.
-template <std::integral T>
-T convertNumber(std::size_t value) {
+// One integer as another, under the same range check.
+template <std::integral T, std::integral Source>
+T convertNumber(Source value) {
   return boost::numeric_cast<T>(value);
 }
 
@@ -64,15 +64,13 @@ inline HostString hostString(const vxArray* value) {
   return HostString(vxArrayToString(value));
 }
 
-// Element `index` (0 or 1) of an argument, whose class is not looked at: the bytes are taken as a
-// double. The host promises 16 readable bytes behind every array.
-inline double numberAt(const vxArray* argument, std::size_t index) noexcept {
-  double value = 0;
-  std::memcpy(&value, dataOf(argument) + index * sizeof value, sizeof value);
-  return value;
-}
+// Element `index` (0 or 1) of an argument by its value, whatever its class: of char the code unit,
+// of a cell or struct 0, and 0 where there is no such element. The host promises 16 readable bytes
+// behind every array.
+double numberAt(const vxArray* argument, std::size_t index) noexcept;
 
-// The first element of an argument as a strip, tile, row, sample or directory number.
+// The first element of an argument by its value, as a strip, tile, row, sample, directory or tag
+// number.
 template <std::integral T>
 T unpackNumber(const vxArray* argument) {
   return convertNumber<T>(numberAt(argument, 0));

@@ -40,8 +40,8 @@ std::uint32_t unpackDirectoryNumber(const vxArray* argument) {
 
 std::uint64_t unpackDirectoryOffset(const vxArray* argument) {
   switch (vxGetClassID(argument)) {
-    case vxUINT32:
-      return firstElement<std::uint32_t>(argument);
+    case vxINT64:
+      return convertNumber<std::uint64_t>(firstElement<std::int64_t>(argument));
     case vxUINT64:
       return firstElement<std::uint64_t>(argument);
     default:

@@ -2,6 +2,7 @@
 // catalog holds the texts and fills the arguments in; the module carries no text.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -12,11 +13,34 @@
 
 namespace resource_core {
 
-// A message identifier, "component:name", with its arguments in order. Integers, narrow text (one
-// byte a character) and UTF-16 text (file names) are the three kinds of argument.
+// What a message is filled in with: an integer, narrow text (one byte a character) or UTF-16 text
+// (file names). An integer is held as uint64 when it is 2^63 or more, else as int64: equal ones are
+// equal whatever types they came from.
+class Argument : public std::variant<std::int64_t, std::uint64_t, std::string, std::u16string> {
+ public:
+  // NOLINTBEGIN(google-explicit-constructor): messages are given plain numbers and texts
+  template <std::integral T>
+  Argument(T value) : Argument(static_cast<std::uint64_t>(value), value < 0) {}
+  Argument(const char* text);
+  Argument(const char16_t* text);
+  Argument(std::string text);
+  Argument(std::u16string text);
+  // NOLINTEND(google-explicit-constructor)
+  Argument(const Argument& other);
+  Argument(Argument&& other) noexcept;
+  Argument& operator=(const Argument& other);
+  Argument& operator=(Argument&& other) noexcept;
+  ~Argument();
+
+ private:
+  // The integer of these 64 bits.
+  Argument(std::uint64_t bits, bool negative);
+};
+
+// A message identifier, "component:name", with its arguments in order.
 class BaseMsgID {
  public:
-  using Argument = std::variant<std::int64_t, std::string, std::u16string>;
+  using Argument = resource_core::Argument;
 
   BaseMsgID(std::string component, std::string name);
   BaseMsgID(const BaseMsgID& other);

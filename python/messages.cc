@@ -54,6 +54,9 @@ py::object argumentValue(const BaseMsgID::Argument& argument, bool fromLibtiff) 
   if (const auto* number = std::get_if<std::int64_t>(&argument)) {
     return checked(PyLong_FromLongLong(*number));
   }
+  if (const auto* large = std::get_if<std::uint64_t>(&argument)) {
+    return checked(PyLong_FromUnsignedLongLong(*large));
+  }
   if (const auto* name = std::get_if<std::u16string>(&argument)) return utf16(*name);
   const std::string& text = std::get<std::string>(argument);
   return fromLibtiff ? libtiffText(text) : latin1(text);

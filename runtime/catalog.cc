@@ -33,6 +33,8 @@ void store(fmt::dynamic_format_arg_store<fmt::format_context>& arguments,
            const Argument& argument) {
   if (const auto* number = std::get_if<std::int64_t>(&argument))
     arguments.push_back(*number);
+  else if (const auto* large = std::get_if<std::uint64_t>(&argument))
+    arguments.push_back(*large);
   else if (const auto* text = std::get_if<std::string>(&argument))
     arguments.push_back(readable(*text));
   else

@@ -12,6 +12,20 @@
 
 namespace resource_core {
 
+Argument::Argument(const char* text) : variant(std::string(text)) {}
+Argument::Argument(const char16_t* text) : variant(std::u16string(text)) {}
+Argument::Argument(std::string text) : variant(std::move(text)) {}
+Argument::Argument(std::u16string text) : variant(std::move(text)) {}
+Argument::Argument(const Argument& other) = default;
+Argument::Argument(Argument&& other) noexcept = default;
+Argument& Argument::operator=(const Argument& other) = default;
+Argument& Argument::operator=(Argument&& other) noexcept = default;
+Argument::~Argument() = default;
+
+Argument::Argument(std::uint64_t bits, bool negative) : variant(static_cast<std::int64_t>(bits)) {
+  if (!negative && std::get<std::int64_t>(*this) < 0) emplace<std::uint64_t>(bits);
+}
+
 BaseMsgID::BaseMsgID(std::string component, std::string name)
     : component_(std::move(component)), name_(std::move(name)) {}
 BaseMsgID::BaseMsgID(const BaseMsgID& other) = default;

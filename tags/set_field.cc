@@ -35,8 +35,13 @@ int setColorMap(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray*
   return storeField(tif, tag, red.data(), green.data(), blue.data());
 }
 
-// The number of sub-directories that will follow; libtiff fills their offsets in.
+// The number of sub-directories that will follow; libtiff fills their offsets in. What holds no
+// numbers would count as 0, or as its first letter, and cost the directory those that it has.
 int setSubIfd(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray* value) {
+  const vxClassID classId = vxGetClassID(value);
+  if (classId == vxCELL || classId == vxSTRUCT || classId == vxCHAR) {
+    raise<validate::argumentOutOfBounds>();
+  }
   const auto count = convertNumber<std::uint16_t>(vxGetScalar(value));
   const std::vector<std::uint64_t> offsets(count);
   return storeField<CountWidth::bits16>(tif, tag, count, offsets.data());
@@ -154,7 +159,7 @@ constexpr WriteRow kWriteRows[] = {
     {TIFFTAG_TILEWIDTH, kTileDimension},
     {TIFFTAG_TILELENGTH, kTileDimension},
     {TIFFTAG_SUBIFD,
-     {setSubIfd, "the number of sub-directories to follow, any numeric class, 0 to 65535"}},
+     {setSubIfd, "the number of sub-directories to follow, any class of numbers, 0 to 65535"}},
     {TIFFTAG_INKSET, {whenSeparated<setScalar<std::uint16_t>>, kOneShort, kSeparated}},
     {TIFFTAG_INKNAMES,
      {setInkNamesWhenSeparated, "a cell of NumberOfInks char arrays",

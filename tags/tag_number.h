@@ -16,7 +16,7 @@ inline constexpr std::uint32_t kGeoDoubleParamsTag = 34736;
 inline constexpr std::uint32_t kGeoAsciiParamsTag = 34737;
 inline constexpr std::uint32_t kRpcCoefficientTag = 50844;
 
-// The tag number that an argument holds: its first element as a double, whatever its class, cut
+// The tag number that an argument holds: its first element by its value, whatever its class, cut
 // toward zero. Overflows (see convertNumber) at -1 and below and at 2^32 and above.
 inline std::uint32_t unpack_ttag_t(const vxArray* tag) { return unpackNumber<std::uint32_t>(tag); }
 

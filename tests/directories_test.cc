@@ -189,15 +189,6 @@ TEST_F(SubDirectories, OffsetIsTakenAsUint64Uint32OrDouble) {
   }
 }
 
-TEST_F(SubDirectories, OtherClassesAreTakenByTheirBytesAsADouble) {
-  const OpenedFile file(path_, "r");
-  const auto offset = static_cast<double>(subDirectoriesOf(file.handle()).at(0));
-  vxArrayPtr bytes = zeros(vxUINT8, {1, 8});
-  std::memcpy(vxGetWritableData(bytes.get()), &offset, sizeof offset);
-  call("setSubDirectory", file, bytes);
-  EXPECT_EQ(widthOf(file), 20U);
-}
-
 TEST_F(SubDirectories, DirectoryWithoutSubIfdHasNone) {
   const OpenedFile file(path_, "r");
   const std::uint64_t offset = subDirectoriesOf(file.handle()).at(0);
@@ -246,6 +237,15 @@ TEST_F(Directories, ListedOffsetThatIsNoDirectoryFails) {
   const OpenedFile file(folder_ / "lost.tif", "r");
   expectError<Tiff::unableToChangeSubdir>(
       {1000000}, [&] { call("setSubDirectory", file, scalar<std::uint64_t>(1000000)); });
+}
+
+TEST_F(Directories, OffsetPastTheSignedRangeIsReportedAsItIs) {
+  constexpr std::uint64_t kFar = ~std::uint64_t{0} - 15;
+  const Layout layout{.more = [&](TIFF* tif) { TIFFSetField(tif, TIFFTAG_SUBIFD, 1, &kFar); }};
+  writeTiff(folder_ / "far.tif", {layout}, "w8");
+  const OpenedFile file(folder_ / "far.tif", "r");
+  expectError<Tiff::unableToChangeSubdir>({kFar},
+                                          [&] { call("setSubDirectory", file, scalar(kFar)); });
 }
 
 // --- Strips and tiles

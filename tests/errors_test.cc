@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <limits>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -143,6 +144,15 @@ TEST(Errors, IntegersOfAnyWidthTravelAs64Bits) {
     raise<Tiff::tooManyBytes>(std::uint32_t{4294967295U}, std::int64_t{-1}, std::uint16_t{65535});
   };
   expectError<Tiff::tooManyBytes>({4294967295, -1, 65535}, raiseIt);
+}
+
+TEST(Errors, IntegersOfTwoToThe63AndMoreStayPositive) {
+  constexpr auto kLargest = std::numeric_limits<std::uint64_t>::max();
+  clearRecord();
+  const auto raiseIt = [&] { raise<Tiff::badColorMap>(1ULL << 63, kLargest); };
+  expectError<Tiff::badColorMap>({1ULL << 63, kLargest}, raiseIt);
+  EXPECT_NE(Argument(kLargest), Argument(-1));
+  EXPECT_EQ(Argument(std::uint64_t{7}), Argument(7)) << "equal ones compare as such";
 }
 
 TEST(FieldStatus, NonzeroPasses) {

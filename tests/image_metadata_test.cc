@@ -293,8 +293,7 @@ TEST(Unpackers, ReadOnlyTheFirstElementAndZeroWhereThereIsNone) {
   EXPECT_EQ(unpackRow(row({7, 9}).get()), 7U);
   EXPECT_EQ(unpackRow(row({}).get()), 0U);
   EXPECT_EQ(unpackRow(structure().get()), 0U);
-  EXPECT_EQ(unpackRow(scalar<std::uint8_t>(200).get()), 0U)
-      << "a byte is the start of a tiny double";
+  EXPECT_EQ(unpackRow(scalar<std::uint8_t>(200).get()), 200U);
 }
 
 TEST(Unpackers, PixelIsTheSecondElementThenTheFirst) {

@@ -221,6 +221,8 @@ TEST(MessageText, FallsBackToIdentifierAndArguments) {
             "KORVAL:pictoria:Tiff:badStripNumber");
   EXPECT_EQ(messageText(messageWith("KORVAL:pictoria:Tiff:badFileId", {std::int64_t{1}})),
             "KORVAL:pictoria:Tiff:badFileId: 1");
+  EXPECT_EQ(messageText(messageWith("KORVAL:pictoria:Tiff:badFileId", {~std::uint64_t{0}})),
+            "KORVAL:pictoria:Tiff:badFileId: 18446744073709551615");
   EXPECT_EQ(messageText(BaseMsgID("", "")), ":");
 }
 

@@ -142,6 +142,9 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"RangeBeforeCount", {}, 297, row({1, 65536, 3}), kOutOfBounds},
         Refused{"SubIfdOf70000", {}, 330, 70000, kOutOfBounds},
         Refused{"SubIfdOfMinusOne", {}, 330, -1, kOutOfBounds},
+        Refused{"SubIfdOfACell", {}, 330, cellOfTexts({"3"}), kOutOfBounds},
+        Refused{"SubIfdOfAStruct", {}, 330, structure(), kOutOfBounds},
+        Refused{"SubIfdOfText", {}, 330, "3", kOutOfBounds},
         Refused{"ExtraSamplesOf65536", rgb(), 338, 65536, kOutOfBounds},
         Refused{
             "GeoKeysOf65536", {}, 34735, arrayOf<double>({1, 4}, {1, 2, 3, 65536}), kOutOfBounds},

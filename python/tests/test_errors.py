@@ -44,6 +44,20 @@ def test_number_arguments_are_ints(gray, open_file):
     assert type(caught.value.arguments[0]) is int
 
 
+def test_numbers_beyond_the_signed_range_stay_positive(tmp_path, open_file):
+    far = 2**64 - 16
+    header = struct.pack("<2s3HQ", b"II", 43, 8, 0, 16)
+    tags = [(256, 4, 1), (257, 4, 1), (262, 3, 1), (273, 4, 8), (279, 4, 1), (330, 18, far)]
+    entries = b"".join(struct.pack("<2H2Q", tag, kind, 1, value) for tag, kind, value in tags)
+    path = tmp_path / "far.tif"
+    path.write_bytes(header + struct.pack("<Q", len(tags)) + entries + bytes(8))
+    with pytest.raises(tagbridge.Error) as caught:
+        tagbridge.call("setSubDirectory", open_file(path), np.uint64(far))
+    assert caught.value.identifier == TIFF + "unableToChangeSubdir"
+    assert caught.value.arguments == (far,)
+    assert str(far) in str(caught.value)
+
+
 @pytest.mark.parametrize("name", ["no such file.tif", "Ωmega 😀.tif"])
 def test_a_file_name_returns_as_it_was_given(tmp_path, name):
     path = str(tmp_path / name)
@@ -145,14 +159,21 @@ def test_operation_names_need_not_be_constants():
     assert tagbridge.call("".join(["get", "Version"])) == tagbridge.call("getVersion")
 
 
-def test_a_narrow_scalar_has_no_bytes_of_an_earlier_one(gray, open_file):
-    file = open_file(gray)
-    assert tagbridge.call("getField", file, np.array([[256.0]])).shape == (1, 1)
-    for tag in (np.array([[256]], "u2"), np.array([[0]], "i8"), np.array(0.0)):
-        # A tag's number is read as a double, whatever the class of the array.
+@pytest.mark.parametrize("kind", ["u1", "u2", "f4", "?"])
+def test_a_narrow_scalar_has_no_bytes_of_an_earlier_one(kind):
+    # A file identifier is the first 8 bytes of an array, whatever its class.
+    for identifier, error in (1e300, "invalidFileId"), (np.array(0, kind), "badFileId"):
         with pytest.raises(tagbridge.Error) as caught:
-            tagbridge.call("getField", file, tag)
-        assert caught.value.arguments == (0,)
+            tagbridge.call("isTiled", identifier)
+        assert caught.value.identifier == TIFF + error
+
+
+@pytest.mark.parametrize("kind", ["u2", "i2", "u4", "i4", "u8", "i8", "f4", ">i2"])
+def test_numbers_of_any_type_are_taken_by_value(gray, open_file, kind):
+    file = open_file(gray)
+    width = tagbridge.call("getField", file, 256)
+    assert tagbridge.call("getField", file, np.array(256, kind)) == width
+    assert tagbridge.call("getField", file, np.array([[256]], kind)) == width
 
 
 @pytest.mark.parametrize("count", [7, 8, 9, 40])

@@ -58,6 +58,7 @@ std::vector<vxArrayPtr> markedSlots(int count) {
 
 void printArgument(const Argument& argument, std::ostream& out) {
   if (const auto* number = std::get_if<std::int64_t>(&argument)) out << *number;
+  if (const auto* large = std::get_if<std::uint64_t>(&argument)) out << *large;
   if (const auto* narrow = std::get_if<std::string>(&argument)) out << '"' << *narrow << '"';
   if (const auto* wide = std::get_if<std::u16string>(&argument))
     out << 'u' << testing::PrintToString(std::filesystem::path(*wide).string());
