@@ -11,14 +11,13 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr std::size_t kMostDirectories = 16;
 constexpr std::uint64_t kMostEntries = 200;
-constexpr std::uint64_t kOddValues[] = {0,     1,      2,      3,          4,          5,     6,
-                                        7,     8,      12,     13,         16,         17,    32,
-                                        33,    64,     255,    256,        4096,       32773, 32844,
-                                        34676, 65535,  65536,  100000,     0x7FFFFFFF, 1 << 24,
-                                        1 << 30, 0x80000000, 0xFFFFFFFF};
-constexpr std::uint64_t kTags[] = {256, 257, 258, 259, 262, 273, 277, 278, 279, 284, 317,
-                                   320, 322, 323, 324, 325, 330, 338, 339, 347, 512, 513,
-                                   529, 530, 65000, 34675, 301, 340, 292};
+constexpr std::uint64_t kOddValues[] = {
+    0,     1,     2,     3,     4,      5,          6,       7,       8,          12,
+    13,    16,    17,    32,    33,     64,         255,     256,     4096,       32773,
+    32844, 34676, 65535, 65536, 100000, 0x7FFFFFFF, 1 << 24, 1 << 30, 0x80000000, 0xFFFFFFFF};
+constexpr std::uint64_t kTags[] = {256, 257, 258, 259, 262,   273,   277, 278, 279, 284,
+                                   317, 320, 322, 323, 324,   325,   330, 338, 339, 347,
+                                   512, 513, 529, 530, 65000, 34675, 301, 340, 292};
 
 // Where the numbers of a file stand, in its byte order and width.
 class File {

@@ -32,8 +32,8 @@ constexpr rlim_t kLargestFile = rlim_t{64} << 20;
 constexpr rlim_t kSmallestLimit = kHeaderLength + kMostSteps * kStepLength;
 constexpr double kMostPixels = 1 << 22;
 
-constexpr const char* kModes[] = {"r+", "r+", "r+", "r+", "rm", "r",  "a",
-                                  "w",  "w",  "wb", "w8", "r+m", "a8", "rc"};
+constexpr const char* kModes[] = {"r+", "r+", "r+", "r+",  "rm", "r",  "a",  "w",
+                                  "w",  "wb", "w8", "r+m", "a",  "a8", "ab", "rc"};
 constexpr int kObservedTags[] = {254, 256, 257, 258, 259, 262, 270, 277, 278, 284, 305,
                                  315, 317, 320, 322, 323, 330, 338, 339, 347, 530};
 
@@ -59,6 +59,12 @@ rlim_t sizeOf(const std::string& name) {
   return stat(name.c_str(), &status) == 0 ? static_cast<rlim_t>(status.st_size) : 0;
 }
 
+std::string shortened(double value) {
+  std::string text(32, '\0');
+  text.resize(static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%.12g", value)));
+  return text;
+}
+
 std::string described(const vxArray* array) {
   std::string text = vxGetClassName(array);
   const std::size_t* sizes = vxGetDimensions(array);
@@ -66,7 +72,7 @@ std::string described(const vxArray* array) {
     text += (i == 0 ? " " : "x") + std::to_string(sizes[i]);
   if (vxGetClassID(array) == vxCHAR) return text + " " + matrix::get_string(array).substr(0, 20);
   if (vxGetNumberOfElements(array) > 0 && vxGetClassID(array) != vxCELL)
-    text += " " + std::to_string(vxGetScalar(array));
+    text += " " + shortened(vxGetScalar(array));
   return text;
 }
 
@@ -298,11 +304,11 @@ void Session::layOut(FuzzedDataProvider& input) {
     double photometric, bits, samples, compression, format;
   };
   constexpr Kind kKinds[] = {
-      {1, 8, 1, 1, 1},   {1, 8, 1, 5, 1},     {1, 16, 1, 8, 1},       {2, 8, 3, 1, 1},
-      {2, 8, 3, 5, 1},   {2, 8, 3, 7, 1},     {1, 8, 1, 7, 1},        {0, 1, 1, 3, 1},
-      {0, 1, 1, 4, 1},   {1, 32, 1, 8, 3},    {6, 8, 3, 7, 1},        {6, 8, 3, 1, 1},
-      {1, 1, 1, 1, 1},   {1, 64, 1, 1, 3},    {5, 8, 4, 32773, 1},    {32844, 0, 0, 34676, 0},
-      {1, 8, 1, 8, 2},   {2, 16, 3, 5, 1},    {32845, 0, 0, 34676, 0}};
+      {1, 8, 1, 1, 1}, {1, 8, 1, 5, 1},  {1, 16, 1, 8, 1},       {2, 8, 3, 1, 1},
+      {2, 8, 3, 5, 1}, {2, 8, 3, 7, 1},  {1, 8, 1, 7, 1},        {0, 1, 1, 3, 1},
+      {0, 1, 1, 4, 1}, {1, 32, 1, 8, 3}, {6, 8, 3, 7, 1},        {6, 8, 3, 1, 1},
+      {1, 1, 1, 1, 1}, {1, 64, 1, 1, 3}, {5, 8, 4, 32773, 1},    {32844, 0, 0, 34676, 0},
+      {1, 8, 1, 8, 2}, {2, 16, 3, 5, 1}, {32845, 0, 0, 34676, 0}};
   const Kind kind = input.PickValueInArray(kKinds);
   constexpr double kSizes[] = {16, 20, 32, 40};
   set(TIFFTAG_PHOTOMETRIC, kind.photometric);
@@ -449,17 +455,15 @@ void Session::writeBlock(FuzzedDataProvider& input) {
   const auto block = input.ConsumeIntegralInRange<std::uint32_t>(0, 7);
   const auto seed = input.ConsumeIntegral<std::uint8_t>();
   std::vector<vxArrayPtr> arrays = arraysForBlock(layout, block, seed);
-  const vxArrayPtr place = input.ConsumeIntegralInRange(0, 7) == 0
-                               ? filledArray(vxINT64, {1, 1}, 0)
-                               : number(block);
+  const vxArrayPtr place =
+      input.ConsumeIntegralInRange(0, 7) == 0 ? filledArray(vxINT64, {1, 1}, 0) : number(block);
   if (vxGetClassID(place.get()) == vxINT64)
     *static_cast<std::int64_t*>(vxGetWritableData(place.get())) = block;
   const char* operation = layout.tiled ? "writeEncodedTile" : "writeEncodedStrip";
-  const Outcome outcome =
-      arrays.size() == 1
-          ? run(operation, {file_.get(), place.get(), arrays[0].get()})
-          : run(operation,
-                {file_.get(), place.get(), arrays[0].get(), arrays[1].get(), arrays[2].get()});
+  const Outcome outcome = arrays.size() == 1
+                              ? run(operation, {file_.get(), place.get(), arrays[0].get()})
+                              : run(operation, {file_.get(), place.get(), arrays[0].get(),
+                                                arrays[1].get(), arrays[2].get()});
   if (mode_.starts_with("r") && !mode_.starts_with("r+")) return;
   Expected& now = current();
   now.touchedBlocks.insert(block);
@@ -517,7 +521,8 @@ void runSequence(std::span<const std::uint8_t> bytes) {
   limitFileSize(kLargestFile);
   FuzzedDataProvider header(bytes.data(), std::min(bytes.size(), kHeaderLength));
   const auto files = startingFiles();
-  const StartingFile& start = files[header.ConsumeIntegralInRange<std::size_t>(0, files.size() - 1)];
+  const StartingFile& start =
+      files[header.ConsumeIntegralInRange<std::size_t>(0, files.size() - 1)];
   if (isOff(std::string("file:") + start.name)) return;
   Bytes contents = start.contents;
   const auto amount = header.ConsumeIntegralInRange<unsigned>(0, 11);

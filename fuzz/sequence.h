@@ -19,8 +19,8 @@ inline constexpr std::size_t kMostSteps = 60;
 // claims.
 //
 // TAGBRIDGE_FUZZ_OFF leaves out, parted by commas: an operation (setField, close, cleanup, ...), an
-// operation on files opened in a mode (setField@r+), a tag (tag:259), a starting file (file:jpeg), a
-// mode (mode:a), damage, limit (the size of files is never limited), check:move, check:read,
+// operation on files opened in a mode (setField@r+), a tag (tag:259), a starting file (file:jpeg),
+// a mode (mode:a), damage, limit (the size of files is never limited), check:move, check:read,
 // check:file, check:values.
 void runSequence(std::span<const std::uint8_t> bytes);
 

@@ -139,10 +139,8 @@ const Layout kWebp{.width = 20,
                    .compression = COMPRESSION_WEBP,
                    .rowsPerStrip = 8,
                    .more = with(TIFFTAG_WEBP_LOSSLESS, 1)};
-const Layout kZstd{
-    .width = 20, .length = 20, .compression = COMPRESSION_ZSTD, .rowsPerStrip = 8};
-const Layout kLerc{
-    .width = 20, .length = 20, .compression = COMPRESSION_LERC, .rowsPerStrip = 8};
+const Layout kZstd{.width = 20, .length = 20, .compression = COMPRESSION_ZSTD, .rowsPerStrip = 8};
+const Layout kLerc{.width = 20, .length = 20, .compression = COMPRESSION_LERC, .rowsPerStrip = 8};
 const Layout kPalette{.width = 20,
                       .length = 20,
                       .photometric = PHOTOMETRIC_PALETTE,
@@ -290,10 +288,22 @@ const Maker kMakers[] = {
     {"lerc", [] { return fileOf({kLerc}); }},
     {"palette", [] { return fileOf({kPalette}); }},
     {"inks", [] { return fileOf({kInks}); }},
-    {"pages", [] { return fileOf({kGrayStrips, kLzw, kGrayTiles, kPalette}); }},
-    {"pages-big-endian", [] { return fileOf({kPlanes, kFax4, kWideTiles}, "wb"); }},
-    {"pages-bigtiff", [] { return fileOf({kGrayStrips, kGrayTiles, kGrayJpeg}, "w8"); }},
-    {"pages-bigtiff-big-endian", [] { return fileOf({kLzw, kYcbcr}, "wb8"); }},
+    {"pages",
+     [] {
+       return fileOf({kGrayStrips, kLzw, kGrayTiles, kPalette});
+     }},
+    {"pages-big-endian",
+     [] {
+       return fileOf({kPlanes, kFax4, kWideTiles}, "wb");
+     }},
+    {"pages-bigtiff",
+     [] {
+       return fileOf({kGrayStrips, kGrayTiles, kGrayJpeg}, "w8");
+     }},
+    {"pages-bigtiff-big-endian",
+     [] {
+       return fileOf({kLzw, kYcbcr}, "wb8");
+     }},
     {"sub-directories", [] { return fileWithSubDirectories("w"); }},
     {"sub-directories-bigtiff", [] { return fileWithSubDirectories("w8"); }},
     {"old-jpeg", [] { return oldJpeg(true); }, false},

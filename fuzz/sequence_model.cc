@@ -115,8 +115,8 @@ void checkWritten(const std::string& name, const std::vector<Expected>& pages) {
   for (std::size_t page = 0; page < pages.size(); ++page) {
     if (pages[page].blocks.empty() && pages[page].texts.empty()) continue;
     const std::string where = "directory " + std::to_string(page);
-    const Outcome moved = attempt(
-        "setDirectory", {opened[0].get(), number(static_cast<double>(page)).get()});
+    const Outcome moved =
+        attempt("setDirectory", {opened[0].get(), number(static_cast<double>(page)).get()});
     if (!moved.error.empty()) fail("the module cannot read " + where);
     checkValues(opened[0].get(), pages[page], where);
   }
@@ -131,9 +131,11 @@ std::optional<std::vector<Page>> pagesOf(const std::string& name) {
   const test::TiffHandle tif = test::openTiff(name, "rc");
   if (tif == nullptr) return std::nullopt;
   std::vector<Page> pages;
-  const std::uint32_t count = std::min<std::uint32_t>(TIFFNumberOfDirectories(tif.get()), kMostPages);
+  const std::uint32_t count =
+      std::min<std::uint32_t>(TIFFNumberOfDirectories(tif.get()), kMostPages);
   for (std::uint32_t page = 0; page < count; ++page)
-    pages.push_back(TIFFSetDirectory(tif.get(), page) ? currentPageWithSubPages(tif.get()) : Page{});
+    pages.push_back(TIFFSetDirectory(tif.get(), page) ? currentPageWithSubPages(tif.get())
+                                                      : Page{});
   return pages;
 }
 
@@ -146,8 +148,8 @@ bool sameArray(const vxArray* a, const vxArray* b) {
   const std::size_t dimensions = vxGetNumberOfDimensions(a);
   return vxGetClassID(a) == vxGetClassID(b) && dimensions == vxGetNumberOfDimensions(b) &&
          std::equal(vxGetDimensions(a), vxGetDimensions(a) + dimensions, vxGetDimensions(b)) &&
-         std::memcmp(vxGetData(a), vxGetData(b),
-                     vxGetNumberOfElements(a) * vxGetElementSize(a)) == 0;
+         std::memcmp(vxGetData(a), vxGetData(b), vxGetNumberOfElements(a) * vxGetElementSize(a)) ==
+             0;
 }
 
 void checkPages(const std::string& name, const std::vector<Expected>& pages) {

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "fuzz/sequence.h"
+#include "fuzz/sequence_files.h"
 
 namespace {
 
@@ -160,6 +161,7 @@ std::uint64_t numberOr(const char* text, std::uint64_t fallback) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  (void)tb::fuzz::startingFiles();  // before the children, who then share them
   if (argc == 3 && std::strcmp(argv[1], "--minimize") == 0) return minimize(argv[2]);
   constexpr std::uint64_t kSequences = 1000;
   const char* const seed = argc > 1 ? argv[1] : nullptr;

@@ -218,14 +218,16 @@ vxArrayPtr anyArray(FuzzedDataProvider& input) {
   if (choice == 1) return matrix::detail::do_create_struct({}, {});
   if (choice == 2) return anyText(input);
   if (choice < 8) {
-    constexpr double kNumbers[] = {0, 1, 2, 3, 8, 16, -1, 0.5, 65535, 65536, 4294967295, 1e300, NAN};
+    constexpr double kNumbers[] = {0,   1,     2,     3,          8,     16, -1,
+                                   0.5, 65535, 65536, 4294967295, 1e300, NAN};
     return number(input.PickValueInArray(kNumbers));
   }
   constexpr std::size_t kSizes[] = {0, 1, 1, 2, 3, 4, 6, 8, 16, 20, 32, 40, 70, 256};
   std::vector<std::size_t> dimensions = {input.PickValueInArray(kSizes),
                                          input.PickValueInArray(kSizes)};
   if (input.ConsumeBool()) dimensions.push_back(input.ConsumeIntegralInRange<std::size_t>(0, 4));
-  return filledArray(input.PickValueInArray(kClasses), dimensions, input.ConsumeIntegral<std::uint8_t>());
+  return filledArray(input.PickValueInArray(kClasses), dimensions,
+                     input.ConsumeIntegral<std::uint8_t>());
 }
 
 int anyTag(FuzzedDataProvider& input) {
@@ -254,8 +256,8 @@ vxArrayPtr valueForTag(const vxArray* file, int tag, FuzzedDataProvider& input) 
       return mapFor(tagNumber(file, TIFFTAG_BITSPERSAMPLE),
                     tagNumber(file, TIFFTAG_SAMPLESPERPIXEL) == 3 ? 3 : 1, 65535, 7);
     case Kind::kInkNames:
-      return inkNames(static_cast<std::size_t>(
-          std::clamp(tagNumber(file, TIFFTAG_NUMBEROFINKS), 0.0, 100.0)));
+      return inkNames(
+          static_cast<std::size_t>(std::clamp(tagNumber(file, TIFFTAG_NUMBEROFINKS), 0.0, 100.0)));
   }
   return nullptr;
 }
@@ -284,8 +286,9 @@ std::vector<vxArrayPtr> arraysForBlock(const BlockLayout& layout, std::uint32_t 
   arrays.push_back(filledArray(classId, {size(rows), size(columns)}, seed));
   const double factor = (seed & 2) == 0 ? 2 : 1;
   for (std::uint32_t chroma = 1; chroma <= 2; ++chroma)
-    arrays.push_back(filledArray(
-        classId, {size(std::ceil(rows / factor)), size(std::ceil(columns / factor))}, seed + chroma));
+    arrays.push_back(
+        filledArray(classId, {size(std::ceil(rows / factor)), size(std::ceil(columns / factor))},
+                    seed + chroma));
   return arrays;
 }
 
