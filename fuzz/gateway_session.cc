@@ -19,6 +19,11 @@
 // nearly all of a fuzzer's time.
 extern "C" int nanosleep(const timespec*, timespec*) { return 0; }
 
+// What AddressSanitizer does unless the environment says otherwise: a file can claim any size, and
+// libtiff handles an allocation that fails.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+
 namespace tb::fuzz {
 namespace {
 
@@ -27,10 +32,12 @@ constexpr int kMostDirectories = 8;
 constexpr double kMostBlocks = 4;
 constexpr double kMostPixels = 1 << 20;
 
+bool hostWasWarned = false;
+
 void prepareOnce() {
   static const bool prepared = [] {
     runtime::setMemoryLimit(kMemoryLimit);
-    runtime::setWarningSink([](const resource_core::BaseMsgID&) {});
+    runtime::setWarningSink([](const resource_core::BaseMsgID&) { hostWasWarned = true; });
     return true;
   }();
   (void)prepared;
@@ -64,23 +71,28 @@ void readRgba(const vxArray* file) {
 
 }  // namespace
 
-std::vector<vxArrayPtr> call(const std::string& operation,
-                             std::initializer_list<const vxArray*> inputs) {
+Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs) {
   prepareOnce();
   const vxArrayPtr name = matrix::create(operation);
   std::vector<const vxArray*> arguments{name.get()};
   arguments.insert(arguments.end(), inputs);
-  std::vector<vxArrayPtr> outputs(3);
+  Outcome outcome{std::vector<vxArrayPtr>(3), {}};
   const runtime::GatewayScope scope;
+  hostWasWarned = false;
   try {
-    tagbridge(static_cast<int>(outputs.size()), outputs.data(), static_cast<int>(arguments.size()),
-              arguments.data());
-  } catch (const foundation::core::except::IMsgIDException&) {
-    outputs = std::vector<vxArrayPtr>(3);
+    tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
+              static_cast<int>(arguments.size()), arguments.data());
+    return outcome;
+  } catch (const foundation::core::except::IMsgIDException& error) {
+    return {std::vector<vxArrayPtr>(3), error.message().identifier()};
   } catch (const std::bad_alloc&) {
-    outputs = std::vector<vxArrayPtr>(3);
+    return {std::vector<vxArrayPtr>(3), "bad_alloc"};
   }
-  return outputs;
+}
+
+std::vector<vxArrayPtr> call(const std::string& operation,
+                             std::initializer_list<const vxArray*> inputs) {
+  return attempt(operation, inputs).outputs;
 }
 
 vxArrayPtr number(double value) {

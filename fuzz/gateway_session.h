@@ -12,8 +12,18 @@
 
 namespace tb::fuzz {
 
+// What a call came to: the outputs, or the identifier of its error, "bad_alloc" for one without.
+struct Outcome {
+  std::vector<vxArrayPtr> outputs;
+  std::string error;
+  bool warned = false;  // whatever came of it, the host was warned
+};
+
 // Runs an operation with room for three outputs. Errors that have an identifier and std::bad_alloc
 // leave the outputs empty; any other exception is a finding and ends the process.
+Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs);
+
+// The same where only the outputs matter.
 std::vector<vxArrayPtr> call(const std::string& operation,
                              std::initializer_list<const vxArray*> inputs);
 

@@ -1,0 +1,27 @@
+// A sequence of operations on one file, written down as bytes: a header, which chooses the file,
+// its damage and the access mode, and steps of equal length, so that a step can be taken out or
+// moved and the others stay what they are.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace tb::fuzz {
+
+inline constexpr std::size_t kHeaderLength = 12;
+inline constexpr std::size_t kStepLength = 12;
+inline constexpr std::size_t kMostSteps = 60;
+
+// Runs the sequence and closes the file. Aborts with a message on standard error when a failed
+// operation changed the handle, when something that was written is not read back, or when libtiff
+// alone no longer reads a directory that was not edited. A file that was damaged first has no such
+// claims.
+//
+// TAGBRIDGE_FUZZ_OFF leaves out, parted by commas: an operation (setField, close, cleanup, ...), an
+// operation on files opened in a mode (setField@r+), a tag (tag:259), a starting file (file:jpeg),
+// a mode (mode:a), damage, limit (the size of files is never limited), check:move, check:read,
+// check:file, check:values.
+void runSequence(std::span<const std::uint8_t> bytes);
+
+}  // namespace tb::fuzz

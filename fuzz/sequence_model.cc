@@ -1,0 +1,171 @@
+#include "fuzz/sequence_model.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "fuzz/gateway_session.h"
+#include "fuzz/switches.h"
+#include "tests/support/tiff_files.h"
+
+namespace tb::fuzz {
+namespace {
+
+constexpr std::uint32_t kMostBlocks = 64;
+constexpr tmsize_t kLargestBlock = 1 << 20;
+constexpr std::uint16_t kMostSubPages = 8;
+constexpr std::uint32_t kMostPages = 64;
+
+// libtiff's messages about files are of no interest.
+class Silence {
+ public:
+  Silence() : error_(TIFFSetErrorHandler(nullptr)), warning_(TIFFSetWarningHandler(nullptr)) {}
+  ~Silence() {
+    TIFFSetErrorHandler(error_);
+    TIFFSetWarningHandler(warning_);
+  }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+
+ private:
+  TIFFErrorHandler error_, warning_;
+};
+
+std::vector<std::uint32_t> layoutOf(TIFF* tif) {
+  std::vector<std::uint32_t> numbers;
+  for (const std::uint32_t tag : {256U, 257U, 278U, 322U, 323U}) {
+    std::uint32_t value = 0;
+    numbers.push_back(TIFFGetField(tif, tag, &value) ? value : 0);
+  }
+  for (const std::uint32_t tag : {258U, 259U, 262U, 277U, 284U, 339U}) {
+    std::uint16_t value = 0;
+    numbers.push_back(TIFFGetField(tif, tag, &value) ? value : 0U);
+  }
+  return numbers;
+}
+
+std::vector<std::vector<std::byte>> blocksOf(TIFF* tif) {
+  const bool tiled = TIFFIsTiled(tif) != 0;
+  const std::uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+  const tmsize_t size = tiled ? TIFFTileSize(tif) : TIFFStripSize(tif);
+  std::vector<std::vector<std::byte>> blocks;
+  if (size <= 0 || size > kLargestBlock || count > kMostBlocks) return blocks;
+  for (std::uint32_t block = 0; block < count; ++block)
+    blocks.push_back(test::readBlock(tif, block));
+  return blocks;
+}
+
+Page currentPage(TIFF* tif) {
+  Page page{.readable = true, .layout = layoutOf(tif)};
+  const char* text = nullptr;
+  if (TIFFGetField(tif, TIFFTAG_IMAGEDESCRIPTION, &text) && text != nullptr)
+    page.description = text;
+  page.blocks = blocksOf(tif);
+  return page;
+}
+
+// Leaves another directory current.
+Page currentPageWithSubPages(TIFF* tif) {
+  Page page = currentPage(tif);
+  std::uint16_t count = 0;
+  const std::uint64_t* offsets = nullptr;
+  if (!TIFFGetField(tif, TIFFTAG_SUBIFD, &count, &offsets) || offsets == nullptr) return page;
+  const std::vector<std::uint64_t> subPages(offsets, offsets + std::min(count, kMostSubPages));
+  for (const std::uint64_t offset : subPages)
+    page.subPages.push_back(TIFFSetSubDirectory(tif, offset) ? currentPage(tif) : Page{});
+  return page;
+}
+
+void checkUnedited(const Page& before, const Page& now, const Expected& expected,
+                   const std::string& where) {
+  const bool untouched = expected.touchedBlocks.empty() && !expected.described;
+  if (!before.readable) return;
+  if (!now.readable) fail("libtiff can no longer read " + where);
+  if (before.layout != now.layout) fail("the layout changed of " + where);
+  if (!expected.described && before.description != now.description)
+    fail("the description changed of " + where);
+  for (std::size_t block = 0; block < before.blocks.size(); ++block) {
+    if (expected.touchedBlocks.contains(static_cast<std::uint32_t>(block))) continue;
+    if (before.blocks[block] != now.blocks.at(block))
+      fail("block " + std::to_string(block) + " changed of " + where);
+  }
+  if (untouched && before.subPages != now.subPages) fail("the sub-directories changed of " + where);
+}
+
+void checkValues(const vxArray* file, const Expected& expected, const std::string& where) {
+  const bool tiled = scalarOr(call("isTiled", {file}), 0) != 0;
+  for (const auto& [block, array] : expected.blocks) {
+    const auto outputs =
+        call(tiled ? "readEncodedTile" : "readEncodedStrip", {file, number(block).get()});
+    if (!outputs[0] || !sameArray(outputs[0].get(), array.get()))
+      fail("block " + std::to_string(block) + " is not what was written to " + where);
+  }
+  for (const auto& [tag, text] : expected.texts) {
+    const auto outputs = call("getField", {file, number(tag).get()});
+    if (!outputs[0] || vxGetClassID(outputs[0].get()) != vxCHAR ||
+        matrix::get_string(outputs[0].get()) != text)
+      fail("tag " + std::to_string(tag) + " is not what was set in " + where);
+  }
+}
+
+void checkWritten(const std::string& name, const std::vector<Expected>& pages) {
+  const auto opened = call("open", {matrix::create(name).get(), matrix::create("r").get()});
+  if (!opened[0]) fail("the module cannot open the file that it wrote");
+  for (std::size_t page = 0; page < pages.size(); ++page) {
+    if (pages[page].blocks.empty() && pages[page].texts.empty()) continue;
+    const std::string where = "directory " + std::to_string(page);
+    const Outcome moved =
+        attempt("setDirectory", {opened[0].get(), number(static_cast<double>(page)).get()});
+    if (!moved.error.empty()) fail("the module cannot read " + where);
+    checkValues(opened[0].get(), pages[page], where);
+  }
+  call("close", {opened[0].get()});
+}
+
+}  // namespace
+
+std::optional<std::vector<Page>> pagesOf(const std::string& name) {
+  const Silence silence;
+  // Whole strips, as they are stored.
+  const test::TiffHandle tif = test::openTiff(name, "rc");
+  if (tif == nullptr) return std::nullopt;
+  std::vector<Page> pages;
+  const std::uint32_t count =
+      std::min<std::uint32_t>(TIFFNumberOfDirectories(tif.get()), kMostPages);
+  for (std::uint32_t page = 0; page < count; ++page)
+    pages.push_back(TIFFSetDirectory(tif.get(), page) ? currentPageWithSubPages(tif.get())
+                                                      : Page{});
+  return pages;
+}
+
+void fail(const std::string& finding) {
+  std::fprintf(stderr, "finding: %s\n", finding.c_str());
+  std::abort();
+}
+
+bool sameArray(const vxArray* a, const vxArray* b) {
+  const std::size_t dimensions = vxGetNumberOfDimensions(a);
+  return vxGetClassID(a) == vxGetClassID(b) && dimensions == vxGetNumberOfDimensions(b) &&
+         std::equal(vxGetDimensions(a), vxGetDimensions(a) + dimensions, vxGetDimensions(b)) &&
+         std::memcmp(vxGetData(a), vxGetData(b), vxGetNumberOfElements(a) * vxGetElementSize(a)) ==
+             0;
+}
+
+void checkPages(const std::string& name, const std::vector<Expected>& pages) {
+  // What has no image is not opened; libtiff writes such directories all the same.
+  if (pages.empty() || isOff("check:file") || !(pages[0].before || pages[0].written)) return;
+  const auto now = pagesOf(name);
+  if (!now) fail("libtiff can no longer open the file");
+  if (now->size() < pages.size())
+    fail("directories were lost: " + std::to_string(pages.size()) + " became " +
+         std::to_string(now->size()));
+  for (std::size_t page = 0; page < pages.size(); ++page) {
+    const Expected& expected = pages[page];
+    if (expected.before && !expected.layoutEdited)
+      checkUnedited(*expected.before, (*now)[page], expected, "directory " + std::to_string(page));
+  }
+  if (!isOff("check:values")) checkWritten(name, pages);
+}
+
+}  // namespace tb::fuzz
