@@ -25,6 +25,18 @@ bool sizesDiffer(const Layout& before, const Layout& now) {
          (now.compression != COMPRESSION_NONE && before.rowSize != now.rowSize);
 }
 
+// libtiff goes on calling the decoder of old-style JPEG after each block when the directory has
+// another codec by then.
+bool leavesOldJpegBehind(const OpenFile& file, const Layout& now) {
+  return file.loaded && file.loaded->compression == COMPRESSION_OJPEG &&
+         now.compression != COMPRESSION_OJPEG;
+}
+
+// Whether the codec was set up by another layout, or is still called though it is another's turn.
+bool isCodecUnfit(const OpenFile& file, const Layout& now) {
+  return (file.coder && !(*file.coder == now)) || leavesOldJpegBehind(file, now);
+}
+
 }  // namespace
 
 EditScope::EditScope(TIFF* tif, std::uint32_t tag)
@@ -58,7 +70,7 @@ bool mayDecode(TIFF* tif, const char* operation) {
   if (file == nullptr) return true;
   if (file->loaded) {
     const Layout now = layoutOf(tif);
-    if (sizesDiffer(*file->loaded, now) || (file->coder && !(*file->coder == now))) {
+    if (sizesDiffer(*file->loaded, now) || isCodecUnfit(*file, now)) {
       TIFFErrorExtR(tif, operation,
                     "The layout of the directory was changed; its blocks cannot be read before it "
                     "is written and read again");
@@ -72,7 +84,7 @@ bool mayDecode(TIFF* tif, const char* operation) {
 
 bool mayEncode(TIFF* tif) {
   const OpenFile* file = findOpenFile(tif);
-  return file == nullptr || !file->coder || *file->coder == layoutOf(tif);
+  return file == nullptr || !file->loaded || !isCodecUnfit(*file, layoutOf(tif));
 }
 
 void noteBlockWritten(TIFF* tif) noexcept {

@@ -1,0 +1,276 @@
+// Directories are written as a whole or not at all: whatever fails, every directory that was in the
+// file can be read afterwards, by libtiff alone.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "core/open_files.h"
+#include "gateway/cleanup.h"
+#include "tests/support/patched_tiff.h"
+#include "tests/support/scene.h"
+
+namespace tb::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::string contentOf(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// No file of the process can grow past the size of the given one while this lives.
+class NoRoom {
+ public:
+  explicit NoRoom(const std::filesystem::path& path, std::uint64_t room = 0) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = std::filesystem::file_size(path) + room;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  NoRoom(const NoRoom&) = delete;
+  NoRoom& operator=(const NoRoom&) = delete;
+  ~NoRoom() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+const std::vector<Layout> kPages = {{.width = 30}, {.width = 31}, {.width = 32}};
+
+std::vector<std::uint32_t> widthsOf(const std::filesystem::path& path) {
+  std::vector<std::uint32_t> widths;
+  const TiffHandle tif = openTiff(path, "r");
+  if (tif == nullptr) return widths;
+  do {
+    std::uint32_t width = 0;
+    TIFFGetField(tif.get(), TIFFTAG_IMAGEWIDTH, &width);
+    widths.push_back(width);
+  } while (TIFFReadDirectory(tif.get()));
+  return widths;
+}
+
+class DirectoryWrites : public testing::Test {
+ protected:
+  DirectoryWrites() { writeTiff(path_, kPages); }
+  void expectUnchanged(const std::string& before) const {
+    EXPECT_TRUE(contentOf(path_) == before);
+    EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32));
+  }
+  Message notWritten() const {
+    return warningOf(Warning::directoryNotWritten, {path_.u16string()});
+  }
+
+  TemporaryFolder folder_;
+  std::filesystem::path path_ = folder_ / "pages.tif";
+};
+
+const std::string kLongText(3000, 'x');
+
+TEST_F(DirectoryWrites, ThatFindNoRoomAtTheEndLeaveTheFileAndWarn) {
+  for (const int page : {0, 1, 2}) {
+    const std::string before = contentOf(path_);
+    OpenedFile file(path_, "r+");
+    call("setDirectory", file, page);
+    call("setField", file, TIFFTAG_IMAGEDESCRIPTION, kLongText);
+    {
+      const NoRoom full(path_);
+      file.close();
+    }
+    EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+    expectUnchanged(before);
+  }
+}
+
+TEST_F(DirectoryWrites, ThatFindTooLittleRoomLeaveTheFileAtEveryByte) {
+  const std::string before = contentOf(path_);
+  for (std::uint64_t room = 0; room < 400; room += 7) {
+    SCOPED_TRACE(room);
+    const OpenedFile file(path_, "r+");
+    call("setField", file, TIFFTAG_IMAGEDESCRIPTION, kLongText);
+    const NoRoom full(path_, room);
+    expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+    expectUnchanged(before);
+  }
+}
+
+TEST_F(DirectoryWrites, ThatFailedAreNotTriedAgainAtTheEnd) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "r+");
+  call("setField", file, TIFFTAG_IMAGEDESCRIPTION, kLongText);
+  {
+    const NoRoom full(path_);
+    expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+  }
+  expectError<Tiff::cannotWriteInReadMode>({}, [&] { call("setField", file, 270, "again"); });
+  expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+  expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
+  file.close();
+  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+  expectUnchanged(before);
+}
+
+TEST_F(DirectoryWrites, AppendedWithoutRoomLeaveTheOthers) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "a");
+  setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+  {
+    const NoRoom full(path_);
+    expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
+  }
+  file.close();
+  expectUnchanged(before);
+}
+
+TEST_F(DirectoryWrites, AtCleanupWithoutRoomLeaveTheFileAndWarn) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "r+");
+  call("setField", file, TIFFTAG_IMAGEDESCRIPTION, kLongText);
+  clearRecord();
+  {
+    const NoRoom full(path_);
+    TagBridgeCleanup();
+  }
+  EXPECT_THAT(moduleWarnings(), Contains(notWritten()));
+  expectUnchanged(before);
+}
+
+// libtiff stores a negative position but cannot write it.
+TEST_F(DirectoryWrites, OfATagThatCannotBeWrittenLeaveTheOldDirectory) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "r+");
+  call("setField", file, TIFFTAG_XPOSITION, -1);
+  file.close();
+  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+  expectUnchanged(before);
+}
+
+TEST_F(DirectoryWrites, OfAnOldJpegFileLeaveIt) {
+  std::vector<RawEntry> entries = rawGray(16, 16);
+  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_OJPEG}});
+  replaceEntry(entries, {TIFFTAG_JPEGIFOFFSET, TIFF_LONG, {kDataOffset}});
+  replaceEntry(entries, {TIFFTAG_JPEGIFBYTECOUNT, TIFF_LONG, {256}});
+  const auto path = folder_ / "old.tif";
+  writeRawTiff(path, entries, std::vector<std::byte>(256));
+  const std::string before = contentOf(path);
+  OpenedFile file(path, "r+");
+  call("setField", file, TIFFTAG_ARTIST, "nobody");
+  file.close();
+  EXPECT_THAT(moduleWarnings(),
+              ElementsAre(warningOf(Warning::directoryNotWritten, {path.u16string()})));
+  EXPECT_TRUE(contentOf(path) == before);
+}
+
+// --- Chains that libtiff would follow for ever
+
+TEST_F(DirectoryWrites, InALoopOfDirectoriesAreRefusedAtOnce) {
+  linkDirectory(path_, 2, offsetOf(path_, 0));
+  const std::string before = contentOf(path_);
+  {
+    const OpenedFile file(path_, "a");
+    setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+    expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
+    expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+  }
+  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+  EXPECT_TRUE(contentOf(path_) == before);
+}
+
+TEST_F(DirectoryWrites, OfADirectoryBeforeALoopSucceed) {
+  linkDirectory(path_, 2, offsetOf(path_, 2));
+  const OpenedFile file(path_, "r+");
+  call("setField", file, TIFFTAG_ARTIST, "somebody");
+  call("rewriteDirectory", file);
+  call("setDirectory", file, 0);
+  EXPECT_EQ(textOf(call("getField", file, TIFFTAG_ARTIST)), "somebody");
+}
+
+// --- Sub-directories, which are in no chain
+
+class SubDirectoryWrites : public DirectoryWrites {
+ protected:
+  SubDirectoryWrites() {
+    const Layout main{.width = 40, .more = [](TIFF* tif) {
+                        const std::uint64_t none = 0;
+                        TIFFSetField(tif, TIFFTAG_SUBIFD, 1, &none);
+                      }};
+    writeTiff(path_, {main, Layout{.width = 20}});
+  }
+  static void moveToSubDirectory(const Input& file) {
+    const auto offsets = elementsOf<std::uint64_t>(call("getField", file, TIFFTAG_SUBIFD));
+    call("setSubDirectory", file, scalar(offsets.at(0)));
+  }
+};
+
+TEST_F(SubDirectoryWrites, AreRefusedAndTheHandleGoesOn) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "r+");
+  moveToSubDirectory(file);
+  call("setField", file, TIFFTAG_ARTIST, "somebody");
+  expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+  EXPECT_EQ(textOf(call("getField", file, TIFFTAG_ARTIST)), "somebody");
+  file.close();
+  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+  EXPECT_TRUE(contentOf(path_) == before);
+}
+
+TEST_F(SubDirectoryWrites, OfBlocksThatGotLongerAreMadeInPlace) {
+  {
+    const OpenedFile file(path_, "r+");
+    moveToSubDirectory(file);
+    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 20}));
+  }
+  const OpenedFile file(path_, "r");
+  moveToSubDirectory(file);
+  EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(320));
+}
+
+// --- Handles that only look
+
+TEST_F(DirectoryWrites, OfAFileOpenForReadingKeepAnEmptySubIfd) {
+  std::vector<RawEntry> entries = rawGray(4, 4);
+  replaceEntry(entries, {TIFFTAG_SUBIFD, TIFF_LONG, {}});
+  writeRawTiff(folder_ / "empty.tif", entries, std::vector<std::byte>(16));
+  const OpenedFile file(folder_ / "empty.tif", "r");
+  const vxArrayPtr before = call("getField", file, TIFFTAG_SUBIFD);
+  call("writeDirectory", file);
+  EXPECT_EQ(dimensionsOf(call("getField", file, TIFFTAG_SUBIFD)), dimensionsOf(before));
+}
+
+TEST_F(DirectoryWrites, AreNotMadeForABlockThatCouldNotBeStored) {
+  writeTiff(path_, {{.width = 32, .length = 32, .compression = COMPRESSION_JPEG}});
+  renumberEntry(path_, 0, TIFFTAG_JPEGTABLES, 60000);
+  const auto before = std::filesystem::file_size(path_);
+  {
+    const OpenedFile file(path_, "r+");
+    const NoRoom full(path_);
+    const vxArrayPtr noise = image<std::uint8_t>(32, 32, 1, [](auto row, auto column, auto) {
+      return static_cast<std::uint8_t>((row * 7919 + column * 104729) * 2654435761U >> 13U);
+    });
+    expectError<Tiff::stripWriteFailure>({1}, [&] { call("writeEncodedStrip", file, 0, noise); });
+  }
+  EXPECT_EQ(std::filesystem::file_size(path_), before);
+}
+
+TEST(RegisteredAgain, HandleHasNoEditsOfTheOneBefore) {
+  Scene scene;
+  const OpenedFile& file = scene.written({{.width = 64, .length = 64, .tileWidth = 64,
+                                           .tileLength = 64}}, "r+");
+  call("setField", file, TIFFTAG_TILEWIDTH, 16);
+  TIFF* tif = file.handle();
+  TiffAtExitUnregister(tif);
+  TiffAtExitRegister(tif);
+  EXPECT_FALSE(findOpenFile(tif)->edited);
+}
+
+}  // namespace
+}  // namespace tb::test
