@@ -14,13 +14,13 @@
 #include <utility>
 #include <vector>
 
+#include "core/open_files.h"
 #include "fuzz/file_damage.h"
 #include "fuzz/gateway_session.h"
 #include "fuzz/sequence_files.h"
 #include "fuzz/sequence_model.h"
 #include "fuzz/sequence_values.h"
 #include "fuzz/switches.h"
-#include "gateway/file_id.h"
 #include "runtime/memory.h"
 
 namespace tb::fuzz {

@@ -110,6 +110,10 @@ void* vxCalloc(std::size_t count, std::size_t size);
 // The same with indeterminate contents.
 void* vxMalloc(std::size_t size);
 
+// Whether the host's memory limit allows `size` bytes at once. Nothing is allocated: it is asked
+// where memory is needed in several pieces, or is taken by a library.
+bool vxIsWithinMemoryLimit(std::size_t size) noexcept;
+
 // Releases what vxArrayToString, vxCalloc or vxMalloc returned; null is ignored.
 void vxFree(void* memory) noexcept;
 

@@ -55,6 +55,12 @@ bool ZQTIFFbeginUpdate(TIFF* tif);
 bool ZQTIFFcommitUpdate(TIFF* tif);
 void ZQTIFFcancelUpdate(TIFF* tif) noexcept;
 
+// Whether libtiff may load the directory at `offset` of the handle's file, which is asked before a
+// move to it: false, after an error message of libtiff's kind, when its tags, which may all be the
+// same bytes, would take far more memory than the file's size accounts for. True where there is no
+// directory; libtiff then says what is wrong. UOpen looks at the first directory itself.
+bool ZQTIFFdirectoryFits(TIFF* tif, std::uint64_t offset);
+
 // Makes the host's JPEG 2000 codecs known to libtiff. Called at every entry; does its work once.
 void registerJPEG2000Codecs();
 

@@ -8,6 +8,7 @@
 #include "core/open_files.h"
 #include "core/values.h"
 #include "image/block_buffer.h"
+#include "image/block_tables.h"
 #include "image/block_write.h"
 #include "image/handlers.h"
 #include "image/write_buffer.h"
@@ -67,7 +68,8 @@ void TIFFWriteEncodedStrip_handler(int, vxArrayPtr*, int inputCount, const vxArr
   BlockBuffer buffer = laidOutBlock(images, TIFFStripSize(record.tif), record);
   const auto count =
       convertNumber<tmsize_t>(bytesToEncode(record, images[0], buffer.bytes().size()));
-  if (!writeBlock(record, strip, buffer.bytes(), count)) {
+  if (!hasRoomForTables(record.tif, stripCount) ||
+      !writeBlock(record, strip, buffer.bytes(), count)) {
     raise<Tiff::stripWriteFailure>(strip + 1U);
   }
 }
@@ -84,7 +86,8 @@ void TIFFWriteEncodedTile_handler(int, vxArrayPtr*, int inputCount, const vxArra
   BlockBuffer buffer = laidOutBlock(images, TIFFTileSize(record.tif), record);
   const auto count = convertNumber<tmsize_t>(buffer.bytes().size());
   // Of an empty buffer libtiff would take as many bytes as a tile had when it last looked.
-  if (count == 0 || !writeBlock(record, tile, buffer.bytes(), count)) {
+  if (count == 0 || !hasRoomForTables(record.tif, tileCount) ||
+      !writeBlock(record, tile, buffer.bytes(), count)) {
     raise<Tiff::tileWritefailure>(tile + 1U);
   }
 }

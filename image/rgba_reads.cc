@@ -8,6 +8,7 @@
 #include <cstring>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "core/edits.h"
 #include "core/errors.h"
@@ -16,6 +17,7 @@
 #include "core/sample_depth.h"
 #include "image/block_buffer.h"
 #include "image/handlers.h"
+#include "image/rgba_blocks.h"
 
 namespace tb {
 namespace {
@@ -103,9 +105,11 @@ class CodecForRgba {
   SgiLogAs8Bits sgiLog_;
 };
 
-// Rows that the file does not fill stay 0.
-vxArrayPtr createRaster(std::uint32_t width, std::uint32_t height) {
+// Rows that the file does not fill stay 0. `besides` are entries that are needed at the same time.
+vxArrayPtr createRaster(const TiffImageMetaData_& record, std::uint32_t width, std::uint32_t height,
+                        std::uint64_t besides = 0) {
   const std::size_t dimensions[] = {kEntrySize, width, height};
+  requireMemoryForRgba(record, std::uint64_t{width} * height + besides);
   return matrix::detail::do_create_numeric(vxUINT8, dimensions);
 }
 
@@ -119,28 +123,53 @@ constexpr std::uint32_t roundDown(std::uint32_t value, std::uint32_t step) noexc
 
 // libtiff divides by the strip's size, and past the image it computes a row count below zero: it is
 // asked for strips and tiles of the image only.
-bool readStrip(const TiffImageMetaData_& record, std::uint32_t row, std::uint32_t* raster) {
-  if (record.imageWidth == 0 || record.rowsPerStrip == 0 || row >= record.imageLength) return false;
-  return TIFFReadRGBAStrip(record.tif, row, raster) != 0;
+RgbaRead readStrip(const TiffImageMetaData_& record, std::uint32_t row, std::uint32_t* raster) {
+  if (record.imageWidth == 0 || record.rowsPerStrip == 0 || row >= record.imageLength)
+    return RgbaRead::kFailed;
+  return readRgbaBlock(record, {0, row}, raster);
 }
 
-bool readTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t y,
-              std::uint32_t* raster) {
-  if (record.tileWidth == 0 || record.tileLength == 0) return false;
-  if (x >= record.imageWidth || y >= record.imageLength) return false;
-  return TIFFReadRGBATile(record.tif, x, y, raster) != 0;
+RgbaRead readTile(const TiffImageMetaData_& record, std::uint32_t x, std::uint32_t y,
+                  std::uint32_t* raster) {
+  if (record.tileWidth == 0 || record.tileLength == 0) return RgbaRead::kFailed;
+  if (x >= record.imageWidth || y >= record.imageLength) return RgbaRead::kFailed;
+  return readRgbaBlock(record, {x, y}, raster);
 }
+
+// The blocks of an image of which nothing could be decoded. They are black, or what libtiff makes
+// of zeros, next to others; when all are like that, there is no image.
+class UndecodedBlocks {
+ public:
+  // Takes the outcome of a block's read; false when it failed.
+  bool note(RgbaRead outcome, RgbaBlock block) {
+    if (outcome == RgbaRead::kNothing) blocks_.push_back(block);
+    if (outcome == RgbaRead::kDone) isAnyDecoded_ = true;
+    return outcome != RgbaRead::kFailed;
+  }
+  bool isAnyDecoded() const { return isAnyDecoded_; }
+  std::span<const RgbaBlock> blocks() const { return blocks_; }
+
+ private:
+  bool isAnyDecoded_ = false;
+  std::vector<RgbaBlock> blocks_;
+};
 
 // Strips are read straight into their place: a strip's raster is as wide as the image.
 bool readStrippedImage(const TiffImageMetaData_& record, std::uint32_t* image) {
   if (record.rowsPerStrip == 0) return false;
-  std::uint32_t rows = 0;
-  for (std::uint32_t y = 0; y < record.imageLength; y += rows) {
-    rows = std::min(record.imageLength - y, record.rowsPerStrip);
-    const std::size_t firstRow = record.imageLength - y - rows;
-    if (!readStrip(record, y, image + firstRow * record.imageWidth)) return false;
+  const auto placeOf = [&](std::uint32_t row) {
+    const std::size_t rows = std::min(record.imageLength - row, record.rowsPerStrip);
+    return image + (record.imageLength - row - rows) * record.imageWidth;
+  };
+  UndecodedBlocks undecoded;
+  for (std::uint64_t y = 0; y < record.imageLength; y += record.rowsPerStrip) {
+    const auto row = static_cast<std::uint32_t>(y);
+    if (!undecoded.note(readStrip(record, row, placeOf(row)), {0, row})) return false;
   }
-  return true;
+  return undecoded.isAnyDecoded() &&
+         std::ranges::all_of(undecoded.blocks(), [&](const RgbaBlock& strip) {
+           return convertUndecodedBlock(record, strip, placeOf(strip.row));
+         });
 }
 
 // Copies the part of a tile that belongs to the image. The raster's bottom row comes first, so the
@@ -163,16 +192,23 @@ bool readTiledImage(const TiffImageMetaData_& record, std::uint32_t* image) {
   BlockBuffer raster =
       BlockBuffer::zeroed(std::size_t{record.tileWidth} * record.tileLength, kEntrySize);
   auto* tile = reinterpret_cast<std::uint32_t*>(raster.bytes().data());
+  UndecodedBlocks undecoded;
   // 64 bits, since the last step may pass 2^32.
   for (std::uint64_t y = 0; y < record.imageLength; y += record.tileLength) {
     for (std::uint64_t x = 0; x < record.imageWidth; x += record.tileWidth) {
       const auto column = static_cast<std::uint32_t>(x);
       const auto row = static_cast<std::uint32_t>(y);
-      if (!readTile(record, column, row, tile)) return false;
-      placeTile(record, column, row, tile, image);
+      const RgbaRead outcome = readTile(record, column, row, tile);
+      if (!undecoded.note(outcome, {column, row})) return false;
+      if (outcome == RgbaRead::kDone) placeTile(record, column, row, tile, image);
     }
   }
-  return true;
+  return undecoded.isAnyDecoded() &&
+         std::ranges::all_of(undecoded.blocks(), [&](const RgbaBlock& block) {
+           const bool done = convertUndecodedBlock(record, block, tile);
+           if (done) placeTile(record, block.column, block.row, tile, image);
+           return done;
+         });
 }
 
 }  // namespace
@@ -184,8 +220,8 @@ void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   const std::uint32_t row =
       roundDown(unpackRow(inputs[1]), std::min(record.imageLength, record.rowsPerStrip));
   const CodecForRgba codec(record);
-  vxArrayPtr raster = createRaster(record.imageWidth, record.rowsPerStrip);
-  if (!codec.isReady() || !readStrip(record, row, entriesOf(raster))) {
+  vxArrayPtr raster = createRaster(record, record.imageWidth, record.rowsPerStrip);
+  if (!codec.isReady() || readStrip(record, row, entriesOf(raster)) != RgbaRead::kDone) {
     raise<Tiff::stripReadErrorRGBA>(row + 1U);
   }
   storeOutput(outputCount, outputs, 0, std::move(raster));
@@ -200,8 +236,8 @@ void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
   x = roundDown(x, record.tileWidth);
   y = roundDown(y, record.tileLength);
   const CodecForRgba codec(record);
-  vxArrayPtr raster = createRaster(record.tileWidth, record.tileLength);
-  if (!codec.isReady() || !readTile(record, x, y, entriesOf(raster))) {
+  vxArrayPtr raster = createRaster(record, record.tileWidth, record.tileLength);
+  if (!codec.isReady() || readTile(record, x, y, entriesOf(raster)) != RgbaRead::kDone) {
     raise<Tiff::tileReadErrorRGBA>(y + 1U, x + 1U);
   }
   storeOutput(outputCount, outputs, 0, std::move(raster));
@@ -210,7 +246,8 @@ void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
 void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
                                const vxArray* const* inputs, s_tagbridge_op*) {
   const TiffImageMetaData_ record = imageMetadata(unpackTiffFileId(inputs[0]));
-  vxArrayPtr raster = createRaster(record.imageWidth, record.imageLength);
+  const std::uint64_t tile = std::uint64_t{record.tileWidth} * record.tileLength;
+  vxArrayPtr raster = createRaster(record, record.imageWidth, record.imageLength, tile);
   const CodecForRgba codec(record);
   const bool complete = codec.isReady() && record.imageWidth != 0 && record.imageLength != 0 &&
                         (TIFFIsTiled(record.tif) ? readTiledImage(record, entriesOf(raster))

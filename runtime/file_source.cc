@@ -12,11 +12,20 @@
 
 namespace tb::runtime {
 
-std::size_t FileSource::readAt(std::uint64_t offset, std::span<std::byte> buffer) noexcept {
+std::size_t FileSource::readAt(std::uint64_t offset, std::span<std::byte> buffer,
+                               std::size_t enough) noexcept {
+  const std::size_t wanted = std::min(buffer.size(), enough);
+  const std::size_t mapped = offset < mapping_.size() ? mapping_.size() - offset : 0;
+  if (wanted <= mapped) {
+    const std::size_t count = std::min(buffer.size(), mapped);
+    std::ranges::copy(mapping_.subspan(offset, count), buffer.begin());
+    return count;
+  }
   std::size_t done = 0;
-  while (done < buffer.size()) {
+  while (done < wanted) {
     const ssize_t count = readSome(offset + done, buffer.subspan(done));
     if (count < 0 && errno == EINTR) continue;
+    if (count < 0 && readFailure_ == 0) readFailure_ = errno;
     if (count <= 0) break;
     done += static_cast<std::size_t>(count);
   }

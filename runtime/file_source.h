@@ -32,9 +32,11 @@ class FileSource {
   virtual ~FileSource() = default;
 
   // Fills `buffer` from the position or from `offset`, up to the end of the file or an error, and
-  // returns how many bytes that were. `read` moves the position behind them.
+  // returns how many bytes that were. `read` moves the position behind them. `readAt` need not go
+  // on once it has `enough`.
   std::size_t read(std::span<std::byte> buffer) noexcept;
-  std::size_t readAt(std::uint64_t offset, std::span<std::byte> buffer) noexcept;
+  std::size_t readAt(std::uint64_t offset, std::span<std::byte> buffer,
+                     std::size_t enough = ~std::size_t{0}) noexcept;
 
   // Writes at the position and moves it; fewer bytes than `data` has were written only after an
   // error, which takeWriteFailure tells of.
@@ -51,14 +53,15 @@ class FileSource {
   // none.
   std::uint64_t seek(std::uint64_t offset, int whence) noexcept;
 
-  // The errno of the first write that failed since this was last asked; 0 when none did.
+  // The errno of the first read or write that failed since this was last asked; 0 when none did.
+  int takeReadFailure() noexcept { return std::exchange(readFailure_, 0); }
   int takeWriteFailure() noexcept { return std::exchange(writeFailure_, 0); }
 
   // Bytes in the file; 0 when that cannot be told.
   virtual std::uint64_t size() noexcept = 0;
 
-  // Puts the whole file into memory; false when it cannot be mapped. `mapping` is the map, empty
-  // when there is none.
+  // Puts the whole file into memory, unless it is there; false when it cannot be mapped. `mapping`
+  // is the map, empty when there is none; reading takes what lies in it from there.
   virtual bool map() noexcept { return false; }
   virtual void unmap() noexcept {}
   std::span<const std::byte> mapping() const noexcept { return mapping_; }
@@ -86,6 +89,7 @@ class FileSource {
 
   std::optional<HeldWrites> update_;
   std::uint64_t position_ = 0;
+  int readFailure_ = 0;
   int writeFailure_ = 0;
 };
 

@@ -1,13 +1,19 @@
 // Opening files for libtiff.
+#include <fcntl.h>
 #include <tiffio.h>
 
+#include <algorithm>
+#include <array>
 #include <boost/locale/encoding_utf.hpp>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "host/tiff_utilities.h"
+#include "runtime/directory_bounds.h"
 #include "runtime/file_source.h"
 #include "runtime/memory.h"
 #include "runtime/messages.h"
@@ -43,14 +49,44 @@ std::optional<OpenMode> knownMode(const std::string& name, const char* text) {
   return mode;
 }
 
+// libtiff takes a header that cannot be read for one that is missing, and a handle that can write
+// then puts a new one in its place: the images would be lost.
+bool mayBeLoaded(FileSource& file, const std::string& name, const OpenMode& mode) {
+  if (mode.truncates) return true;
+  const bool loads = (mode.flags & O_CREAT) == 0;
+  const bool canWrite = (mode.flags & O_ACCMODE) != O_RDONLY;
+  std::array<std::byte, 1> start;
+  const bool fits = loads ? firstDirectoryFits(file, name, canWrite) : file.readAt(0, start) <= 1;
+  const int failure = file.takeReadFailure();
+  if (failure != 0) (void)refuse(name, std::generic_category().message(failure));
+  return fits && failure == 0;
+}
+
+// What libtiff allocates at once when it reads: encoded blocks, tables and tags, which are not
+// larger than the file, and decoded blocks, which some decoders and the conversion to RGBA need
+// whole. No coder makes more of a byte than Zstandard does, but for images of one colour, and those
+// have the floor. A file that is edited may get larger blocks than it has.
+std::size_t largestAllocation(FileSource& file, const OpenMode& mode) {
+  constexpr std::size_t kFloorForReading = std::size_t{256} << 20;
+  constexpr std::size_t kFloorForEditing = std::size_t{1} << 30;
+  constexpr std::size_t kMostFromAByte = 32768;
+  const std::size_t limit = memoryLimit();
+  if ((mode.flags & O_CREAT) != 0) return limit;
+  const std::size_t floor =
+      (mode.flags & O_ACCMODE) == O_RDONLY ? kFloorForReading : kFloorForEditing;
+  const std::size_t size = std::min<std::size_t>(file.size(), limit / kMostFromAByte);
+  return std::min(limit, std::max(floor, size * kMostFromAByte));
+}
+
 TIFF* open(const std::u16string& fileName, const char* modeText) {
   const std::optional<std::string> name = utf8Name(fileName);
   if (!name) return nullptr;
   const std::optional<OpenMode> mode = knownMode(*name, modeText);
   if (!mode) return nullptr;
   std::unique_ptr<FileSource> file = openRegularFile(*name, *mode);
-  if (file == nullptr) return nullptr;
-  return openSource(std::move(file), *name, mode->forLibtiff, memoryLimit());
+  if (file == nullptr || !mayBeLoaded(*file, *name, *mode)) return nullptr;
+  const std::size_t limit = largestAllocation(*file, *mode);
+  return openSource(std::move(file), *name, mode->forLibtiff, limit);
 }
 
 }  // namespace

@@ -102,12 +102,13 @@ class RegularFile final : public FileSource {
   bool isOnlyUser() const noexcept { return openFile_.isOnly(); }
 
   std::uint64_t size() noexcept override {
+    if (!mapping_.empty()) return mapping_.size();
     struct stat status;
     return fstat(descriptor_.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
   }
 
   bool map() noexcept override {
-    unmap();
+    if (!mapping_.empty()) return true;
     const auto bytes = static_cast<std::size_t>(size());
     if (bytes == 0) return false;
     void* start = mmap(nullptr, bytes, PROT_READ, MAP_SHARED, descriptor_.get(), 0);
@@ -168,6 +169,7 @@ std::unique_ptr<FileSource> openRegularFile(const std::string& name, const OpenM
   if (S_ISDIR(status.st_mode)) return refuse(name, EISDIR);
   if (!S_ISREG(status.st_mode)) return refuse(name, "Not a regular file");
   auto file = std::make_unique<RegularFile>(std::move(descriptor), status);
+  if (mode.maps) (void)file->map();  // what cannot be mapped is read
   if (!mode.truncates) return file;
 
   if (!file->isOnlyUser())

@@ -39,8 +39,11 @@ std::optional<OpenMode> parseOpenMode(std::string_view text) {
       kAccesses, [&](const Access& candidate) { return text.starts_with(candidate.text); });
   if (access == std::end(kAccesses)) return std::nullopt;
 
-  OpenMode mode{std::string(access->text), access->flags, access->truncates, {}};
+  OpenMode mode{
+      std::string(access->text), access->flags, access->truncates, access->flags == O_RDONLY, {}};
   for (const char flag : text.substr(access->text.size())) {
+    // libtiff maps only files that are only read, and the last of these letters holds.
+    if (access->flags == O_RDONLY && (flag == 'm' || flag == 'M')) mode.maps = flag == 'M';
     if (contains(kPassedOn, flag))
       mode.forLibtiff.push_back(flag);
     else if (contains(kDropped, flag))

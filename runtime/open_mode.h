@@ -11,6 +11,7 @@ struct OpenMode {
   std::string forLibtiff;  // the access with the flags that are passed on
   int flags;               // of open(2); never with O_TRUNC
   bool truncates;
+  bool maps;            // libtiff will ask for a map
   std::string dropped;  // flags that are not passed on
 };
 

@@ -9,6 +9,7 @@
 #include "runtime/arrays.h"
 #include "runtime/blocks.h"
 #include "runtime/host_errors.h"
+#include "runtime/memory.h"
 
 namespace tb::runtime {
 namespace {
@@ -93,6 +94,8 @@ char* vxArrayToString(const vxArray* array) {
   text[units.size()] = '\0';
   return text;
 }
+
+bool vxIsWithinMemoryLimit(std::size_t size) noexcept { return size <= tb::runtime::memoryLimit(); }
 
 void* vxCalloc(std::size_t count, std::size_t size) {
   return tb::runtime::takeBlock(tb::runtime::checkedProduct(count, size),

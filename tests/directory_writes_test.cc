@@ -263,8 +263,8 @@ TEST_F(DirectoryWrites, AreNotMadeForABlockThatCouldNotBeStored) {
 
 TEST(RegisteredAgain, HandleHasNoEditsOfTheOneBefore) {
   Scene scene;
-  const OpenedFile& file = scene.written({{.width = 64, .length = 64, .tileWidth = 64,
-                                           .tileLength = 64}}, "r+");
+  const OpenedFile& file =
+      scene.written({{.width = 64, .length = 64, .tileWidth = 64, .tileLength = 64}}, "r+");
   call("setField", file, TIFFTAG_TILEWIDTH, 16);
   TIFF* tif = file.handle();
   TiffAtExitUnregister(tif);

@@ -100,10 +100,10 @@ TEST_F(EditedLayout, OfANewFileIsForLibtiffToJudge) {
 }
 
 TEST_F(EditedLayout, AfterACodecWasUsedRefusesReadsAndWrites) {
-  const Layout layout{.width = 32,
-                      .length = 32,
-                      .compression = COMPRESSION_LZW,
-                      .more = [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_PREDICTOR, 2); }};
+  const Layout layout{
+      .width = 32, .length = 32, .compression = COMPRESSION_LZW, .more = [](TIFF* tif) {
+        TIFFSetField(tif, TIFFTAG_PREDICTOR, 2);
+      }};
   const OpenedFile& file = scene_.written({layout}, "r+");
   call("readEncodedStrip", file, 0);
   call("setField", file, TIFFTAG_BITSPERSAMPLE, 16);
@@ -161,13 +161,16 @@ const Layout kWebp{.width = 32,
 
 INSTANTIATE_TEST_SUITE_P(
     Codecs, UsedCodec,
-    testing::Values(
-        Unencodable{"JpegOfAPalette", kJpeg,
-                    {{TIFFTAG_PHOTOMETRIC, 3}, {TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3})}},
-                    {32, 32}},
-        Unencodable{"JpegOfAMask", kJpeg, {{TIFFTAG_PHOTOMETRIC, 4}}, {32, 32}},
-        Unencodable{"WebpOfOneSample", kWebp,
-                    {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_SAMPLESPERPIXEL, 1}}, {32, 32}}),
+    testing::Values(Unencodable{"JpegOfAPalette",
+                                kJpeg,
+                                {{TIFFTAG_PHOTOMETRIC, 3},
+                                 {TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3})}},
+                                {32, 32}},
+                    Unencodable{"JpegOfAMask", kJpeg, {{TIFFTAG_PHOTOMETRIC, 4}}, {32, 32}},
+                    Unencodable{"WebpOfOneSample",
+                                kWebp,
+                                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_SAMPLESPERPIXEL, 1}},
+                                {32, 32}}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(EditedLayout, OfYCbCrJpegWithFactorsOfFourIsRefused) {
@@ -180,9 +183,8 @@ TEST_F(EditedLayout, OfYCbCrJpegWithFactorsOfFourIsRefused) {
   call("readEncodedStrip", file, 0);
   call("setField", file, TIFFTAG_YCBCRSUBSAMPLING, row({4, 4}));
   const vxArrayPtr y = zeros(vxUINT8, {64, 64}), chroma = zeros(vxUINT8, {16, 16});
-  expectError<Tiff::stripWriteFailure>({1}, [&, &handle = file] {
-    call("writeEncodedStrip", handle, 0, y, chroma, chroma);
-  });
+  expectError<Tiff::stripWriteFailure>(
+      {1}, [&, &handle = file] { call("writeEncodedStrip", handle, 0, y, chroma, chroma); });
 }
 
 TEST_F(EditedLayout, OfPixarLogTilesIsRefusedToTheWriter) {
@@ -198,8 +200,7 @@ TEST_F(EditedLayout, OfPixarLogTilesIsRefusedToTheWriter) {
     plain.compression = COMPRESSION_NONE;
     setLayout(tif.get(), plain);
     std::vector<std::byte> tile(256);
-    for (std::uint32_t k = 0; k < 250; ++k)
-      TIFFWriteEncodedTile(tif.get(), k, tile.data(), 256);
+    for (std::uint32_t k = 0; k < 250; ++k) TIFFWriteEncodedTile(tif.get(), k, tile.data(), 256);
     TIFFSetField(tif.get(), TIFFTAG_IMAGEDESCRIPTION, "tiles");
   }
   // The tag alone makes the file one of that codec.
@@ -223,9 +224,8 @@ TEST_F(EditedLayout, WithoutByteCountsRefusesItsStrips) {
   removeEntry(entries, TIFFTAG_STRIPBYTECOUNTS);
   const OpenedFile& file = scene_.raw(entries, "r+");
   const vxArrayPtr y = zeros(vxUINT8, {16, 16}), chroma = zeros(vxUINT8, {8, 8});
-  expectError<Tiff::stripWriteFailure>({1}, [&, &handle = file] {
-    call("writeEncodedStrip", handle, 0, y, chroma, chroma);
-  });
+  expectError<Tiff::stripWriteFailure>(
+      {1}, [&, &handle = file] { call("writeEncodedStrip", handle, 0, y, chroma, chroma); });
 }
 
 // --- Another compression
@@ -234,8 +234,8 @@ std::vector<std::uint32_t> tagsIn(const std::filesystem::path& path) {
   std::vector<std::uint32_t> tags;
   const TiffHandle tif = openTiff(path, "r");
   if (tif == nullptr) return tags;
-  for (const std::uint32_t tag : {TIFFTAG_COLORMAP, TIFFTAG_SMINSAMPLEVALUE, TIFFTAG_PREDICTOR, TIFFTAG_JPEGTABLES, TIFFTAG_GROUP3OPTIONS,
-                                  TIFFTAG_BADFAXLINES}) {
+  for (const std::uint32_t tag : {TIFFTAG_COLORMAP, TIFFTAG_SMINSAMPLEVALUE, TIFFTAG_PREDICTOR,
+                                  TIFFTAG_JPEGTABLES, TIFFTAG_GROUP3OPTIONS, TIFFTAG_BADFAXLINES}) {
     double first[2] = {};
     void* second = nullptr;
     void* third = nullptr;
@@ -277,8 +277,8 @@ INSTANTIATE_TEST_SUITE_P(
         Switch{"LzwWithPredictorThenNone", {{258, 8}, {259, 5}, {317, 2}, {259, 1}}, {}},
         Switch{"LzwWithPredictorThenPackBits", {{258, 8}, {259, 5}, {317, 2}, {259, 32773}}, {}},
         Switch{"LzwWithPredictorThenJpeg", {{258, 8}, {259, 5}, {317, 2}, {259, 7}}, {347}},
-        Switch{"FaxThenLzwWithPredictor", {{259, 3}, {292, 1}, {259, 5}, {258, 8}, {317, 2}},
-               {317}},
+        Switch{
+            "FaxThenLzwWithPredictor", {{259, 3}, {292, 1}, {259, 5}, {258, 8}, {317, 2}}, {317}},
         Switch{"FaxThenNone", {{259, 3}, {292, 1}, {259, 1}}, {}}),
     [](const auto& test) { return test.param.name; });
 
@@ -303,13 +303,13 @@ TEST_P(RecompressedJpeg, HasNoTablesOfTheOldCodec) {
   EXPECT_THAT(tagsIn(path), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Compressions, RecompressedJpeg,
-    testing::Values(Recompressed{"LzwAtClose", 5, "close"},
-                    Recompressed{"DeflateAtClose", 8, "close"},
-                    Recompressed{"NoneRewritten", 1, "rewriteDirectory"},
-                    Recompressed{"PackBitsRewritten", 32773, "rewriteDirectory"}),
-    [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(Compressions, RecompressedJpeg,
+                         testing::Values(Recompressed{"LzwAtClose", 5, "close"},
+                                         Recompressed{"DeflateAtClose", 8, "close"},
+                                         Recompressed{"NoneRewritten", 1, "rewriteDirectory"},
+                                         Recompressed{"PackBitsRewritten", 32773,
+                                                      "rewriteDirectory"}),
+                         [](const auto& test) { return test.param.name; });
 
 // --- Arrays whose length follows from another tag
 
@@ -332,10 +332,15 @@ TEST_F(EditedLayout, OfLogLByRgbaReadsFitsItsColorMap) {
 }
 
 TEST_F(EditedLayout, ToSgiLogDropsArraysThatWouldBeTooShort) {
-  const OpenedFile& file = scene_.fresh(
-      {{262, 32845}, {256, 16}, {257, 16}, {278, 16}, {259, 34676}, {65560, 0}});
-  setFields(file, {{262, 1}, {258, 8}, {339, 1}, {277, 1}, {340, 3},
-                   {320, zeros(vxDOUBLE, {256, 3})}, {262, 32845}});
+  const OpenedFile& file =
+      scene_.fresh({{262, 32845}, {256, 16}, {257, 16}, {278, 16}, {259, 34676}, {65560, 0}});
+  setFields(file, {{262, 1},
+                   {258, 8},
+                   {339, 1},
+                   {277, 1},
+                   {340, 3},
+                   {320, zeros(vxDOUBLE, {256, 3})},
+                   {262, 32845}});
   try {
     call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
   } catch (const foundation::core::except::IMsgIDException&) {

@@ -118,7 +118,8 @@ TEST(FailedMoveOfAFileOpenForReading, KeepsTheSettingsOfTheCodec) {
                                            .compression = COMPRESSION_JPEG}});
   ASSERT_EQ(numberFrom("getField", file, TIFFTAG_JPEGCOLORMODE), 0);
   call("setField", file, TIFFTAG_JPEGCOLORMODE, 1);
-  expectError<Tiff::unableToChangeDir>({8}, [&, &handle = file] { call("setDirectory", handle, 7); });
+  expectError<Tiff::unableToChangeDir>({8},
+                                       [&, &handle = file] { call("setDirectory", handle, 7); });
   EXPECT_EQ(numberFrom("getField", file, TIFFTAG_JPEGCOLORMODE), 1);
 }
 

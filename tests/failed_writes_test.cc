@@ -270,5 +270,54 @@ TEST(EmptySubIfd, DoesNotCostAnEditedDirectory) {
   EXPECT_EQ(numberFrom("getField", again, TIFFTAG_IMAGEWIDTH), 16);
 }
 
+// --- Images of so many blocks that libtiff's tables of them would take gigabytes
+
+std::size_t peakBytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<std::size_t>(usage.ru_maxrss) * 1024;
+}
+
+struct ManyBlocks {
+  const char* name;
+  bool tiled;
+  const char* mode;
+  double side;  // rows in strips of one row, or rows and columns in tiles
+};
+
+class TooManyBlocks : public testing::TestWithParam<ManyBlocks> {
+ protected:
+  Tags tags() const {
+    const ManyBlocks& kind = GetParam();
+    if (!kind.tiled)
+      return also(stripTags(PHOTOMETRIC_MINISBLACK, 8, 1),
+                  {{TIFFTAG_IMAGELENGTH, kind.side}, {TIFFTAG_ROWSPERSTRIP, 1}});
+    return also(tileTags(PHOTOMETRIC_MINISBLACK, 8, 1),
+                {{TIFFTAG_IMAGEWIDTH, kind.side}, {TIFFTAG_IMAGELENGTH, kind.side}});
+  }
+  Scene scene_;
+};
+
+TEST_P(TooManyBlocks, AreRefusedWithoutTouchingMemory) {
+  const ManyBlocks& kind = GetParam();
+  const OpenedFile& file = scene_.fresh(tags(), kind.mode);
+  const std::size_t before = peakBytes();
+  if (kind.tiled)
+    expectError<Tiff::tileWritefailure>({1}, [&] {
+      callFor(0, "writeEncodedTile", file, 0, zeros(vxUINT8, {16, 16}));
+    });
+  else
+    expectError<Tiff::stripWriteFailure>({1}, [&] {
+      callFor(0, "writeEncodedStrip", file, 0, zeros(vxUINT8, {1, 16}));
+    });
+  EXPECT_LT(peakBytes() - before, std::size_t{64} << 20);
+}
+INSTANTIATE_TEST_SUITE_P(Kinds, TooManyBlocks,
+                         testing::Values(ManyBlocks{"Strips", false, "w", 500e6},
+                                         ManyBlocks{"BigStrips", false, "w8", 250e6},
+                                         ManyBlocks{"Tiles", true, "w", 262144},
+                                         ManyBlocks{"BigTiles", true, "w8", 250000}),
+                         [](const auto& test) { return test.param.name; });
+
 }  // namespace
 }  // namespace tb::test
