@@ -4,11 +4,13 @@
 //
 //   sequence_seeded [SEED [COUNT [KEEP]]]     run COUNT sequences; inputs that fail go into KEEP
 //   sequence_seeded --minimize FILE           drop the steps that its failure does not need
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -66,20 +68,30 @@ struct Ending {
   }
 };
 
+std::string readAll(int descriptor) {
+  std::string said;
+  char buffer[4096];
+  for (ssize_t size = 0; (size = read(descriptor, buffer, sizeof buffer)) > 0;)
+    said.append(buffer, static_cast<std::size_t>(size));
+  return said;
+}
+
+// Standard error goes through a pipe, which has no limit of the kind that sequences set to files.
 Ending inChild(const std::function<void()>& work) {
-  const int output = memfd_create("output", MFD_CLOEXEC);
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
   const pid_t child = fork();
-  if (child < 0 || output < 0) std::abort();
+  if (child < 0) std::abort();
   if (child == 0) {
-    dup2(output, STDERR_FILENO);
+    dup2(ends[1], STDERR_FILENO);
     work();
     _exit(0);
   }
+  close(ends[1]);
+  std::string said = readAll(ends[0]);
+  close(ends[0]);
   int status = 0;
   waitpid(child, &status, 0);
-  std::string said(static_cast<std::size_t>(lseek(output, 0, SEEK_END)), '\0');
-  if (pread(output, said.data(), said.size(), 0) < 0) said.clear();
-  ::close(output);
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) said += "finding: no end in time\n";
   return {WIFEXITED(status) && WEXITSTATUS(status) == 0, said};
 }
