@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <optional>
-#include <unordered_set>
 
 namespace tb {
 namespace {
@@ -54,14 +53,20 @@ class Links {
 };
 
 // Follows the chain until `found(offset)`, where it returns true, or its end, 0. Returns nothing
-// for a chain that loops or breaks before.
+// for a chain that breaks or loops before. A loop is found by coming back to a directory that is
+// remembered for twice as many steps as the one before it.
 template <class Found>
-std::optional<std::uint64_t> follow(TIFF* tif, const Found& found) {
+std::optional<std::uint64_t> follow(TIFF* tif, Found found) {
   const Links links(tif);
-  std::unordered_set<std::uint64_t> visited;
+  std::uint64_t remembered = 0;
+  std::uint64_t steps = 0, stepsToRemember = 1;
   std::optional<std::uint64_t> offset = links.first();
   while (offset && *offset != 0 && !found(*offset)) {
-    if (!visited.insert(*offset).second) return {};
+    if (*offset == remembered) return {};
+    if (++steps == stepsToRemember) {
+      remembered = *offset;
+      stepsToRemember *= 2;
+    }
     offset = links.after(*offset);
   }
   return offset;
@@ -75,6 +80,14 @@ bool chainEnds(TIFF* tif) {
 
 bool chainHolds(TIFF* tif, std::uint64_t offset) {
   return follow(tif, [=](std::uint64_t here) { return here == offset; }).value_or(0) != 0;
+}
+
+std::uint64_t offsetOfDirectory(TIFF* tif, std::uint32_t number) {
+  return follow(tif, [=](std::uint64_t) mutable { return number-- == 0; }).value_or(0);
+}
+
+std::uint64_t offsetAfter(TIFF* tif, std::uint64_t offset) {
+  return Links(tif).after(offset).value_or(0);
 }
 
 }  // namespace tb

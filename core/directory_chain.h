@@ -14,4 +14,9 @@ bool chainEnds(TIFF* tif);
 // Whether the chain comes to the directory at `offset`. A sub-directory is not in it.
 bool chainHolds(TIFF* tif, std::uint64_t offset);
 
+// The offset of the directory that comes after so many in the chain, and of the one that follows
+// the directory at `offset`; 0 when there is none.
+std::uint64_t offsetOfDirectory(TIFF* tif, std::uint32_t number);
+std::uint64_t offsetAfter(TIFF* tif, std::uint64_t offset);
+
 }  // namespace tb

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <boost/locale/encoding_utf.hpp>
 #include <cstdarg>
 #include <cstdint>
@@ -122,12 +123,38 @@ bool finish(TIFF* tif, bool isWritten) {
   return false;
 }
 
+// How many sub-directories the current directory has in the file.
+std::uint16_t storedSubDirectories(TIFF* tif) {
+  std::uint16_t count = 0;
+  const std::uint64_t* offsets = nullptr;
+  if (!TIFFGetField(tif, TIFFTAG_SUBIFD, &count, &offsets) || offsets == nullptr) return 0;
+  const bool isAnyThere =
+      std::any_of(offsets, offsets + count, [](std::uint64_t offset) { return offset != 0; });
+  return isAnyThere ? count : std::uint16_t{0};
+}
+
+// Having written a SubIFD tag, libtiff makes the next directories the sub-directories, also when
+// the tag holds the offsets of those that are in the file already: these would be lost. So as many
+// directories are written and forgotten again.
+void keepSubDirectories(TIFF* tif, std::uint16_t count) {
+  if (count == 0 || !ZQTIFFbeginUpdate(tif)) return;
+  const Unheard unheard;
+  bool isWritten = true;
+  while (isWritten && count-- > 0) isWritten = TIFFWriteDirectory(tif) != 0;
+  ZQTIFFcancelUpdate(tif);
+  if (!isWritten) spoil(tif);
+}
+
 // `write` is a function of libtiff's that writes the current directory and returns its status.
 bool writeAsAWhole(TIFF* tif, int (*write)(TIFF*)) {
   const bool isAppended = TIFFCurrentDirOffset(tif) == 0;
-  const CodecTagGuard guard(tif);
+  const std::uint16_t subDirectories = storedSubDirectories(tif);
   const bool isUpdate = ZQTIFFbeginUpdate(tif);
-  bool isWritten = write(tif) != 0;
+  bool isWritten = false;
+  {
+    const CodecTagGuard guard(tif);
+    isWritten = write(tif) != 0;
+  }
   if (isUpdate) isWritten = finish(tif, isWritten);
   if (!isWritten) {
     spoil(tif);
@@ -137,6 +164,7 @@ bool writeAsAWhole(TIFF* tif, int (*write)(TIFF*)) {
     file->forgetDirectory();
     file->hasAppended = file->hasAppended || isAppended;
   }
+  if (TIFFCurrentDirOffset(tif) == 0) keepSubDirectories(tif, subDirectories);
   return true;
 }
 

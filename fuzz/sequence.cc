@@ -21,6 +21,7 @@
 #include "fuzz/sequence_model.h"
 #include "fuzz/sequence_values.h"
 #include "fuzz/switches.h"
+#include "gateway/cleanup.h"
 #include "runtime/memory.h"
 
 namespace tb::fuzz {

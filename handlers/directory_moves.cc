@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "core/directory_chain.h"
 #include "core/open_files.h"
 #include "core/unheard.h"
 
@@ -81,16 +82,23 @@ void giveUp(TIFF* tif, OpenFile* file) {
 
 // Whether a directory could not be loaded again as it is.
 bool isWorthATrial(const OpenFile* file, const Place& place) {
-  if (file != nullptr && (file->suspendedMode || file->isSpoilt)) return false;
   // libtiff counts the directories of a chain of sub-directories from where it was entered.
   return place.offset == 0 || (place.isSubDirectory && place.number > 0) ||
          (file != nullptr && file->edited);
 }
 
-// `move` takes a handle and returns libtiff's status.
+// `move` takes a handle and returns libtiff's status; `target` is where the directory lies, 0 when
+// libtiff will find none.
 template <class Move>
-bool moveOrStay(TIFF* tif, const Move& move) {
+bool moveOrStay(TIFF* tif, std::uint64_t target, const Move& move) {
   OpenFile* file = findOpenFile(tif);
+  if (file != nullptr && file->isSpoilt) {
+    TIFFErrorExtR(tif, "TIFFReadDirectory",
+                  "%s: A directory could not be written; the file must be opened again",
+                  TIFFFileName(tif));
+    return false;
+  }
+  if (target != 0 && !ZQTIFFdirectoryFits(tif, target)) return false;
   const Place before = placeOf(tif);
   if (isWorthATrial(file, before) && !succeedsElsewhere(tif, before, move)) return false;
   if (!move(tif)) {
@@ -109,17 +117,19 @@ bool moveOrStay(TIFF* tif, const Move& move) {
 bool moveToNextDirectory(TIFF* tif) {
   const OpenFile* file = findOpenFile(tif);
   const bool isSubDirectory = file != nullptr && file->isSubDirectory;
-  if (!moveOrStay(tif, TIFFReadDirectory)) return false;
+  if (!moveOrStay(tif, offsetAfter(tif, TIFFCurrentDirOffset(tif)), TIFFReadDirectory))
+    return false;
   if (OpenFile* moved = findOpenFile(tif)) moved->isSubDirectory = isSubDirectory;
   return true;
 }
 
 bool moveToDirectory(TIFF* tif, std::uint32_t number) {
-  return moveOrStay(tif, [=](TIFF* handle) { return TIFFSetDirectory(handle, number); });
+  return moveOrStay(tif, offsetOfDirectory(tif, number),
+                    [=](TIFF* handle) { return TIFFSetDirectory(handle, number); });
 }
 
 bool moveToSubDirectory(TIFF* tif, std::uint64_t offset) {
-  if (!moveOrStay(tif, [=](TIFF* handle) { return TIFFSetSubDirectory(handle, offset); }))
+  if (!moveOrStay(tif, offset, [=](TIFF* handle) { return TIFFSetSubDirectory(handle, offset); }))
     return false;
   if (OpenFile* file = findOpenFile(tif)) file->isSubDirectory = true;
   return true;

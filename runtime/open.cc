@@ -78,6 +78,17 @@ std::size_t largestAllocation(FileSource& file, const OpenMode& mode) {
   return std::min(limit, std::max(floor, size * kMostFromAByte));
 }
 
+// The size of offsets and the byte order are the file's own once there is a file; libtiff would mix
+// the letters with what the header says when it appends.
+std::string libtiffMode(FileSource& file, const OpenMode& mode) {
+  std::string letters = mode.forLibtiff;
+  const bool isNew = mode.truncates || file.size() == 0;
+  if (!isNew)
+    std::erase_if(letters,
+                  [](char c) { return kOnlyForNewFiles.find(c) != kOnlyForNewFiles.npos; });
+  return letters;
+}
+
 TIFF* open(const std::u16string& fileName, const char* modeText) {
   const std::optional<std::string> name = utf8Name(fileName);
   if (!name) return nullptr;
@@ -86,7 +97,8 @@ TIFF* open(const std::u16string& fileName, const char* modeText) {
   std::unique_ptr<FileSource> file = openRegularFile(*name, *mode);
   if (file == nullptr || !mayBeLoaded(*file, *name, *mode)) return nullptr;
   const std::size_t limit = largestAllocation(*file, *mode);
-  return openSource(std::move(file), *name, mode->forLibtiff, limit);
+  const std::string letters = libtiffMode(*file, *mode);
+  return openSource(std::move(file), *name, letters, limit);
 }
 
 }  // namespace

@@ -15,6 +15,9 @@ struct OpenMode {
   std::string dropped;  // flags that are not passed on
 };
 
+// Those of the flags that say how a new file is made.
+inline constexpr std::string_view kOnlyForNewFiles = "48bl";
+
 // Nothing for a text that is no mode.
 std::optional<OpenMode> parseOpenMode(std::string_view text);
 

@@ -114,6 +114,7 @@ TEST_F(DirectoryWrites, ThatFailedAreNotTriedAgainAtTheEnd) {
   expectError<Tiff::cannotWriteInReadMode>({}, [&] { call("setField", file, 270, "again"); });
   expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
   expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
+  expectError<Tiff::unableToChangeDir>({1}, [&] { call("setDirectory", file, 0); });
   file.close();
   EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
   expectUnchanged(before);
@@ -232,6 +233,35 @@ TEST_F(SubDirectoryWrites, OfBlocksThatGotLongerAreMadeInPlace) {
   const OpenedFile file(path_, "r");
   moveToSubDirectory(file);
   EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(320));
+}
+
+TEST_F(SubDirectoryWrites, OfTheirParentKeepThemWhateverIsWrittenNext) {
+  {
+    const OpenedFile file(path_, "r+");
+    call("setField", file, TIFFTAG_ARTIST, "somebody");
+    call("rewriteDirectory", file);
+    setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
+  }
+  EXPECT_THAT(widthsOf(path_), ElementsAre(40, 16));
+  const OpenedFile file(path_, "r");
+  moveToSubDirectory(file);
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_IMAGEWIDTH), 20);
+}
+
+// --- Modes
+
+TEST_F(DirectoryWrites, AppendedToAFileFollowItsFormatWhateverTheModeSays) {
+  for (const char* mode : {"a8", "ab", "al", "a4b8"}) {
+    SCOPED_TRACE(mode);
+    writeTiff(path_, kPages);
+    {
+      const OpenedFile file(path_, mode);
+      setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+      call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
+    }
+    EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32, 16));
+  }
 }
 
 // --- Handles that only look
