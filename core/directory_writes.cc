@@ -54,7 +54,14 @@ void dropArraysThatSgiLogOutgrows(TIFF* tif) {
   }
 }
 
-void dropWhatCannotBeWritten(TIFF* tif) {
+// Reading LogL and LogLuv as RGBA has libtiff set the depth of what was read.
+void restoreStoredDepth(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  if (file != nullptr && file->storedDepth) restoreSampleDepth(tif, *file->storedDepth);
+}
+
+void makeWritable(TIFF* tif) {
+  restoreStoredDepth(tif);
   dropEmptySubIfd(tif);
   dropArraysThatSgiLogOutgrows(tif);
 }
@@ -197,7 +204,7 @@ bool writeDirectory(TIFF* tif) {
   if (!hasDirectory(tif, kOperation)) return false;
   if (isReadOnly(tif)) return true;
   if (TIFFCurrentDirOffset(tif) == 0 && !canAppend(tif, kOperation)) return false;
-  dropWhatCannotBeWritten(tif);
+  makeWritable(tif);
   return writeAsAWhole(tif, TIFFWriteDirectory);
 }
 
@@ -207,7 +214,7 @@ bool rewriteDirectory(TIFF* tif) {
   if (!hasDirectory(tif, kOperation) || isReadOnly(tif)) return false;
   const std::uint64_t offset = TIFFCurrentDirOffset(tif);
   if (!(offset == 0 ? canAppend(tif, kOperation) : canMove(tif, offset, kOperation))) return false;
-  dropWhatCannotBeWritten(tif);
+  makeWritable(tif);
   return writeAsAWhole(tif, TIFFRewriteDirectory);
 }
 
@@ -227,13 +234,13 @@ bool writeEdits(TIFF* tif, const OpenFile& file) {
   constexpr const char* kOperation = "TIFFClose";
   if (isReadOnly(tif)) return !file.isSpoilt;
   // Of a handle that other code has used libtiff knows whether there is something to write. A block
-  // that could not be written is nothing.
-  if (!file.edited) return file.hasFailed || writeAsAWhole(tif, TIFFFlush);
+  // that could not be written is nothing, nor is what reading has changed.
+  if (!file.edited) return file.hasFailed || file.storedDepth || writeAsAWhole(tif, TIFFFlush);
   const std::uint64_t offset = TIFFCurrentDirOffset(tif);
   const bool isInChain = offset != 0 && chainHolds(tif, offset);
   if (offset == 0 && !canAppend(tif, kOperation)) return false;
   if (offset != 0 && !isInChain && file.tagsEdited) return canMove(tif, offset, kOperation);
-  dropWhatCannotBeWritten(tif);
+  makeWritable(tif);
   return writeAsAWhole(tif, offset == 0 || isInChain ? TIFFFlush : writePlaces);
 }
 

@@ -99,8 +99,9 @@ void noteBlockNotWritten(TIFF* tif) noexcept {
   if (OpenFile* file = findOpenFile(tif)) file->hasFailed = true;
 }
 
-void noteReadEdit(TIFF* tif) noexcept {
-  if (OpenFile* file = findOpenFile(tif)) file->edited = true;
+void noteReadEdit(TIFF* tif, SampleDepth stored) noexcept {
+  OpenFile* file = findOpenFile(tif);
+  if (file != nullptr && !file->storedDepth) file->storedDepth = stored;
 }
 
 }  // namespace tb

@@ -46,7 +46,8 @@ void noteBlockWritten(TIFF* tif) noexcept;
 // Says that a block could not be stored, which leaves the directory as it was.
 void noteBlockNotWritten(TIFF* tif) noexcept;
 
-// Says that reading an image has changed what the current directory says of its samples.
-void noteReadEdit(TIFF* tif) noexcept;
+// Says that reading an image has changed what the directory says of its samples, which were
+// `stored` in the file as they are. Nothing of that is written.
+void noteReadEdit(TIFF* tif, SampleDepth stored) noexcept;
 
 }  // namespace tb

@@ -65,6 +65,7 @@ void OpenFile::forgetDirectory() noexcept {
   edited = tagsEdited = hasFailed = isSubDirectory = coderUsed = false;
   loaded.reset();
   coder.reset();
+  storedDepth.reset();
 }
 
 OpenFile* findOpenFile(TIFF* tif) noexcept {

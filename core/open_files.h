@@ -14,6 +14,7 @@
 #include "core/export.h"
 #include "core/layout.h"
 #include "core/operation.h"
+#include "core/sample_depth.h"
 
 namespace tb {
 
@@ -63,6 +64,8 @@ struct OpenFile {
   // and that by which the codec was set up if there was such an edit.
   std::optional<Layout> loaded;
   std::optional<Layout> coder;
+  // The sample layout of the file, when reading an image has changed what the directory says of it.
+  std::optional<SampleDepth> storedDepth;
   // The access mode, as TIFFGetMode returns it, of a handle without a directory: a move failed and
   // the way back too. Until a move succeeds nothing can be stored.
   std::optional<int> suspendedMode;

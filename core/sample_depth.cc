@@ -64,6 +64,19 @@ std::uint16_t effectiveBitsPerSample(TIFF* tif) {
   return bits;
 }
 
+SampleDepth sampleDepth(TIFF* tif) {
+  SampleDepth depth{.bits = effectiveBitsPerSample(tif)};
+  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &depth.format);
+  return depth;
+}
+
+void restoreSampleDepth(TIFF* tif, SampleDepth depth) {
+  const std::uint16_t bitsBefore = effectiveBitsPerSample(tif);
+  (void)storeField(tif, TIFFTAG_BITSPERSAMPLE, depth.bits);
+  (void)storeField(tif, TIFFTAG_SAMPLEFORMAT, depth.format);
+  fitMapsToDepth(tif, bitsBefore);
+}
+
 int storeBitsPerSample(TIFF* tif, std::uint16_t bits) {
   // Storing BitsPerSample makes libtiff choose its byte swapping by the new depth alone. Once more
   // for the same depth, that would swap the samples of a predictor or of a codec that has turned it

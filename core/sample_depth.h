@@ -10,6 +10,16 @@ namespace tb {
 // BitsPerSample as libtiff uses it: 1 while it is not set.
 std::uint16_t effectiveBitsPerSample(TIFF* tif);
 
+// BitsPerSample and SampleFormat of the current directory, and back to them. The maps follow.
+struct SampleDepth {
+  std::uint16_t bits = 1;
+  std::uint16_t format = SAMPLEFORMAT_UINT;
+
+  bool operator==(const SampleDepth&) const = default;
+};
+SampleDepth sampleDepth(TIFF* tif);
+void restoreSampleDepth(TIFF* tif, SampleDepth depth);
+
 // Stores BitsPerSample, whose Photometric must be set, and fits the maps to it. Returns libtiff's
 // status; the value that is already there is not stored again.
 int storeBitsPerSample(TIFF* tif, std::uint16_t bits);

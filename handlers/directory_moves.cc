@@ -84,7 +84,7 @@ void giveUp(TIFF* tif, OpenFile* file) {
 bool isWorthATrial(const OpenFile* file, const Place& place) {
   // libtiff counts the directories of a chain of sub-directories from where it was entered.
   return place.offset == 0 || (place.isSubDirectory && place.number > 0) ||
-         (file != nullptr && file->edited);
+         (file != nullptr && (file->edited || file->storedDepth));
 }
 
 // `move` takes a handle and returns libtiff's status; `target` is where the directory lies, 0 when

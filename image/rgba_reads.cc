@@ -62,7 +62,7 @@ class JpegAsRgb {
 class SgiLogAs8Bits {
  public:
   explicit SgiLogAs8Bits(const TiffImageMetaData_& record)
-      : record_(record), bitsBefore_(effectiveBitsPerSample(record.tif)) {
+      : record_(record), before_(sampleDepth(record.tif)) {
     if (!isSgiLog()) return;
     const bool isSet = TIFFSetField(record.tif, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_8BIT) != 0;
     isReady_ = isSet && effectiveBitsPerSample(record.tif) == kBits;
@@ -73,9 +73,9 @@ class SgiLogAs8Bits {
   SgiLogAs8Bits(const SgiLogAs8Bits&) = delete;
   SgiLogAs8Bits& operator=(const SgiLogAs8Bits&) = delete;
   ~SgiLogAs8Bits() {
-    if (effectiveBitsPerSample(record_.tif) == bitsBefore_) return;
-    fitMapsToDepth(record_.tif, bitsBefore_);
-    noteReadEdit(record_.tif);
+    if (sampleDepth(record_.tif) == before_) return;
+    fitMapsToDepth(record_.tif, before_.bits);
+    noteReadEdit(record_.tif, before_);
   }
   bool isReady() const { return isReady_; }
 
@@ -88,7 +88,7 @@ class SgiLogAs8Bits {
   }
 
   const TiffImageMetaData_& record_;
-  std::uint16_t bitsBefore_;
+  SampleDepth before_;
   bool isReady_ = true;
 };
 

@@ -331,6 +331,26 @@ TEST_F(EditedLayout, OfLogLByRgbaReadsFitsItsColorMap) {
   EXPECT_EQ(std::ranges::count(colours, 0.0), 762) << "what was not in the file is 0";
 }
 
+TEST_F(EditedLayout, OfLogLByRgbaReadsIsNotWritten) {
+  std::vector<RawEntry> entries = rawGray(4, 4);
+  replaceEntry(entries, {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, {16}});
+  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_SGILOG}});
+  replaceEntry(entries, {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, {PHOTOMETRIC_LOGL}});
+  replaceEntry(entries, {TIFFTAG_SAMPLEFORMAT, TIFF_SHORT, {2}});
+  const auto path = scene_.folder() / "log.tif";
+  for (const bool isEdited : {false, true}) {
+    writeRawTiff(path, entries, std::vector<std::byte>(16));
+    {
+      const OpenedFile file(path, "r+");
+      EXPECT_THROW(call("readRGBAImage", file), std::exception);
+      if (isEdited) call("setField", file, TIFFTAG_ARTIST, "somebody");
+    }
+    const OpenedFile file(path, "r");
+    EXPECT_EQ(numberFrom("getField", file, TIFFTAG_BITSPERSAMPLE), 16);
+    EXPECT_EQ(numberFrom("getField", file, TIFFTAG_SAMPLEFORMAT), 2);
+  }
+}
+
 TEST_F(EditedLayout, ToSgiLogDropsArraysThatWouldBeTooShort) {
   const OpenedFile& file =
       scene_.fresh({{262, 32845}, {256, 16}, {257, 16}, {278, 16}, {259, 34676}, {65560, 0}});
