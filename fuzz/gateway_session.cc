@@ -1,10 +1,12 @@
 #include "fuzz/gateway_session.h"
 
 #include <sys/mman.h>
+#include <tiffio.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -14,22 +16,26 @@
 #include "runtime/loader.h"
 #include "runtime/memory.h"
 #include "runtime/reporting.h"
+#include "tags/tag_rows.h"
 
 // Stands in for the C library's: the pauses between attempts to open a file that is none would take
 // nearly all of a fuzzer's time.
 extern "C" int nanosleep(const timespec*, timespec*) { return 0; }
 
-// What AddressSanitizer does unless the environment says otherwise: a file can claim any size, and
+// What the sanitizers do unless the environment says otherwise. A file can claim any size, and
 // libtiff handles an allocation that fails.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+extern "C" const char* __ubsan_default_options();
+extern "C" const char* __ubsan_default_options() { return "print_stacktrace=1"; }
 
 namespace tb::fuzz {
 namespace {
 
 constexpr std::size_t kMemoryLimit = std::size_t{64} << 20;
 constexpr int kMostDirectories = 8;
-constexpr double kMostBlocks = 4;
+constexpr std::size_t kMostSubDirectories = 4;
+constexpr double kMostBlocks = 16;
 constexpr double kMostPixels = 1 << 20;
 
 bool hostWasWarned = false;
@@ -43,6 +49,10 @@ void prepareOnce() {
   (void)prepared;
 }
 
+double tagNumber(const vxArray* file, int tag) {
+  return scalarOr(call("getField", {file, number(tag).get()}), 0);
+}
+
 void readBlocks(const vxArray* file) {
   const bool tiled = scalarOr(call("isTiled", {file}), 0) != 0;
   const double count = scalarOr(call(tiled ? "numberOfTiles" : "numberOfStrips", {file}), 0);
@@ -53,20 +63,45 @@ void readBlocks(const vxArray* file) {
 }
 
 void readTags(const vxArray* file) {
-  for (int tag = 254; tag <= 532; ++tag) call("getField", {file, number(tag).get()});
-  for (const int tag : {700, 32997, 33432, 33550, 33723, 33922, 34264, 34377, 34675, 34735, 34736,
-                        34737, 37439, 50844, 65537, 65557, 65560}) {
-    call("getField", {file, number(tag).get()});
-  }
+  for (const ReadRow& row : readRows()) call("getField", {file, number(row.tag).get()});
 }
 
 void readRgba(const vxArray* file) {
-  const double width = scalarOr(call("getField", {file, number(256).get()}), 0);
-  const double length = scalarOr(call("getField", {file, number(257).get()}), 0);
+  const double width = tagNumber(file, TIFFTAG_IMAGEWIDTH);
+  const double length = tagNumber(file, TIFFTAG_IMAGELENGTH);
   if (width * length > kMostPixels) return;
   call("readRGBAImage", {file});
+  const double rows = std::max({1.0, tagNumber(file, TIFFTAG_ROWSPERSTRIP),
+                                tagNumber(file, TIFFTAG_TILELENGTH), length / kMostBlocks});
+  const double columns = std::max({1.0, tagNumber(file, TIFFTAG_TILEWIDTH), width / kMostBlocks});
+  for (double row = 0; row < length; row += rows) {
+    call("readRGBAStrip", {file, number(row).get()});
+    for (double column = 0; column < width; column += columns)
+      call("readRGBATile", {file, number(row).get(), number(column).get()});
+  }
   call("readRGBAStrip", {file, number(length - 1).get()});
   call("readRGBATile", {file, number(width - 1).get(), number(length - 1).get()});
+}
+
+void readContents(const vxArray* file) {
+  call("retrieveMetadata", {file});
+  readBlocks(file);
+  readTags(file);
+  readRgba(file);
+}
+
+// The sub-directories of the current directory, which is current again afterwards.
+void readSubDirectories(const vxArray* file) {
+  const auto current = call("currentDirectory", {file});
+  const auto offsets = call("getField", {file, number(TIFFTAG_SUBIFD).get()});
+  if (!offsets[0] || vxGetClassID(offsets[0].get()) != vxUINT64) return;
+  const auto* first = static_cast<const std::uint64_t*>(vxGetData(offsets[0].get()));
+  const std::size_t count = std::min(vxGetNumberOfElements(offsets[0].get()), kMostSubDirectories);
+  for (const std::uint64_t offset : std::span(first, count)) {
+    if (attempt("setSubDirectory", {file, number(static_cast<double>(offset)).get()}).error.empty())
+      readContents(file);
+    call("setDirectory", {file, number(scalarOr(current, 1) - 1).get()});
+  }
 }
 
 }  // namespace
@@ -118,10 +153,8 @@ std::string MemoryFile::name() const { return "/proc/self/fd/" + std::to_string(
 
 void readEverything(const vxArray* file) {
   for (int directory = 0; directory < kMostDirectories; ++directory) {
-    call("retrieveMetadata", {file});
-    readBlocks(file);
-    readTags(file);
-    readRgba(file);
+    readContents(file);
+    readSubDirectories(file);
     if (scalarOr(call("lastDirectory", {file}), 1) != 0) return;
     call("readDirectory", {file});
   }

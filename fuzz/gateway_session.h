@@ -45,7 +45,8 @@ class MemoryFile {
   int descriptor_;
 };
 
-// Visits every directory of the open file: reads tags, metadata, some blocks and an RGBA image.
+// Visits the directories of the open file and their sub-directories, up to a number: reads
+// metadata, every tag, blocks, and the image as RGBA in one piece, by strips and by tiles.
 void readEverything(const vxArray* file);
 
 }  // namespace tb::fuzz

@@ -12,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using tb::fuzz::call;
   const tb::fuzz::MemoryFile contents({data, size});
   const vxArrayPtr name = matrix::create(contents.name());
-  const vxArrayPtr mode = matrix::create("rm");
+  // The last byte says whether the file is mapped into memory.
+  const vxArrayPtr mode = matrix::create(size > 0 && data[size - 1] % 2 == 1 ? "r" : "rm");
   const auto opened = call("open", {name.get(), mode.get()});
   if (!opened[0]) return -1;
   tb::fuzz::readEverything(opened[0].get());

@@ -77,6 +77,12 @@ std::string described(const vxArray* array) {
   return text;
 }
 
+vxArrayPtr integer(std::int64_t value) {
+  vxArrayPtr array = filledArray(vxINT64, {1, 1}, 0);
+  std::memcpy(vxGetWritableData(array.get()), &value, sizeof value);
+  return array;
+}
+
 // Where the handle stands.
 enum class Place { kPage, kSubPage, kNew };
 
@@ -456,10 +462,8 @@ void Session::writeBlock(FuzzedDataProvider& input) {
   const auto block = input.ConsumeIntegralInRange<std::uint32_t>(0, 7);
   const auto seed = input.ConsumeIntegral<std::uint8_t>();
   std::vector<vxArrayPtr> arrays = arraysForBlock(layout, block, seed);
-  const vxArrayPtr place =
-      input.ConsumeIntegralInRange(0, 7) == 0 ? filledArray(vxINT64, {1, 1}, 0) : number(block);
-  if (vxGetClassID(place.get()) == vxINT64)
-    *static_cast<std::int64_t*>(vxGetWritableData(place.get())) = block;
+  const bool asInteger = input.ConsumeIntegralInRange(0, 7) == 0 && !fuzz::isOff("integers");
+  const vxArrayPtr place = asInteger ? integer(block) : number(block);
   const char* operation = layout.tiled ? "writeEncodedTile" : "writeEncodedStrip";
   const Outcome outcome = arrays.size() == 1
                               ? run(operation, {file_.get(), place.get(), arrays[0].get()})
