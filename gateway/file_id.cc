@@ -100,5 +100,6 @@ void closeAllRegisteredFiles() {
 void TagBridgeCleanup() {
   tb::closeAllRegisteredFiles();
   tb::unregisterGeoTags();
+  unregisterJPEG2000Codecs();
   ZQTIFFrestorePreviousHandlers();
 }
