@@ -71,16 +71,17 @@ void storeAsCoded(const opj_image_t& image, std::size_t pixels, Samples<T> sampl
 
 // --- RGB from YCbCr, by JFIF's formula in fixed-point numbers
 
-// Wide enough for a sample times a factor.
+// Numbers with a fraction, and room for the sum of three products of samples.
 template <class T>
-using Wide = std::conditional_t<sizeof(T) == 1, std::int32_t, std::int64_t>;
+struct Fixed {
+  using Number = std::conditional_t<sizeof(T) == 1, std::int32_t, std::int64_t>;
+  static constexpr int kFractionBits = sizeof(T) == 1 ? 16 : 32;
+  static constexpr Number kHalf = Number{1} << (kFractionBits - 1);
 
-constexpr int kFractionBits = 16;
-constexpr double kOne = 1 << kFractionBits;
-constexpr std::int32_t kRedFromCr = static_cast<std::int32_t>(1.402 * kOne + 0.5);
-constexpr std::int32_t kGreenFromCb = static_cast<std::int32_t>(0.344136286 * kOne + 0.5);
-constexpr std::int32_t kGreenFromCr = static_cast<std::int32_t>(0.714136286 * kOne + 0.5);
-constexpr std::int32_t kBlueFromCb = static_cast<std::int32_t>(1.772 * kOne + 0.5);
+  static constexpr Number of(double value) {
+    return static_cast<Number>(value * 2 * static_cast<double>(kHalf) + 0.5);
+  }
+};
 
 template <class T>
 class RgbPixels {
@@ -88,12 +89,15 @@ class RgbPixels {
   RgbPixels(const opj_image_t& image, Samples<T> samples)
       : samples_(samples),
         components_(image.numcomps),
-        most_((Wide<T>{1} << image.comps[0].prec) - 1),
-        middle_(Wide<T>{1} << (image.comps[0].prec - 1)) {}
+        most_((Number{1} << image.comps[0].prec) - 1),
+        middle_(Number{1} << (image.comps[0].prec - 1)) {}
 
   void put(std::size_t pixel, OPJ_INT32 y, OPJ_INT32 cb, OPJ_INT32 cr) const noexcept {
-    const Wide<T> luma = (Wide<T>{y} << kFractionBits) + (Wide<T>{1} << (kFractionBits - 1));
-    const Wide<T> blue = cb - middle_, red = cr - middle_;
+    constexpr Number kRedFromCr = Fixed<T>::of(1.402), kBlueFromCb = Fixed<T>::of(1.772);
+    constexpr Number kGreenFromCb = Fixed<T>::of(0.344136286);
+    constexpr Number kGreenFromCr = Fixed<T>::of(0.714136286);
+    const Number luma = (Number{y} << Fixed<T>::kFractionBits) + Fixed<T>::kHalf;
+    const Number blue = cb - middle_, red = cr - middle_;
     std::byte* to = samples_.at(pixel * components_);
     putComponent(to, luma + kRedFromCr * red);
     putComponent(to + sizeof(T), luma - kGreenFromCb * blue - kGreenFromCr * red);
@@ -101,14 +105,16 @@ class RgbPixels {
   }
 
  private:
-  void putComponent(std::byte* to, Wide<T> value) const noexcept {
-    const Wide<T> sample = std::clamp<Wide<T>>(value >> kFractionBits, 0, most_);
+  using Number = typename Fixed<T>::Number;
+
+  void putComponent(std::byte* to, Number value) const noexcept {
+    const Number sample = std::clamp<Number>(value >> Fixed<T>::kFractionBits, 0, most_);
     samples_.put(to, static_cast<OPJ_INT32>(sample));
   }
 
   Samples<T> samples_;
   std::size_t components_;
-  Wide<T> most_, middle_;
+  Number most_, middle_;
 };
 
 // A chroma sample counts for all pixels of its unit.
