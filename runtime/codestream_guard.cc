@@ -112,10 +112,12 @@ class TileParts {
   static CodestreamBytes takeLastPart(CodestreamReader& reader) {
     CodestreamReader header(reader.rest());
     readHeader(header, marker::kData, [](std::uint16_t, CodestreamBytes) {});
+    const CodestreamBytes data = header.rest();
     constexpr std::uint8_t kEnd[] = {0xFF, 0xD9};
-    const auto found = std::ranges::search(header.rest(), kEnd);
-    if (found.empty()) throw CodestreamError("its data ends too early");
-    return reader.take(static_cast<std::size_t>(&found.front() - reader.rest().data()));
+    const auto end = std::search(data.begin(), data.end(), std::begin(kEnd), std::end(kEnd));
+    if (end == data.end()) throw CodestreamError("its data ends too early");
+    const std::size_t headerSize = reader.rest().size() - data.size();
+    return reader.take(headerSize + static_cast<std::size_t>(end - data.begin()));
   }
 
   void readPart(const TilePart& part) {
