@@ -1,10 +1,13 @@
 #include "runtime/codestream_blocks.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "runtime/rgb_bytes.h"
 
 namespace tb::runtime {
 namespace {
@@ -55,8 +58,15 @@ void storePlanes(const opj_image_t& image, std::size_t first, std::size_t pixels
   }
 }
 
+void storeRgbBytes(const opj_image_t& image, std::size_t pixels, std::byte* to) {
+  const opj_image_comp_t* comps = image.comps;
+  joinRgbBytes(comps[0].data, comps[1].data, comps[2].data, pixels,
+               reinterpret_cast<std::uint8_t*>(to));
+}
+
 template <class T>
 void storeAsCoded(const opj_image_t& image, std::size_t pixels, Samples<T> samples) {
+  if (sizeof(T) == 1 && image.numcomps == 3) return storeRgbBytes(image, pixels, samples.at(0));
   switch (image.numcomps) {
     case 1:
       return interleave<T, 1>(image, pixels, samples);
@@ -69,69 +79,86 @@ void storeAsCoded(const opj_image_t& image, std::size_t pixels, Samples<T> sampl
   }
 }
 
-// --- RGB from YCbCr, by JFIF's formula in fixed-point numbers
+// --- RGB from YCbCr, by JFIF's formula
 
-// Numbers with a fraction, and room for the sum of three products of samples.
-template <class T>
-struct Fixed {
-  using Number = std::conditional_t<sizeof(T) == 1, std::int32_t, std::int64_t>;
-  static constexpr int kFractionBits = sizeof(T) == 1 ? 16 : 32;
-  static constexpr Number kHalf = Number{1} << (kFractionBits - 1);
+// A row of chroma at full width: a sample counts for all pixels of its unit.
+class ChromaRow {
+ public:
+  ChromaRow(const opj_image_comp_t& component, std::size_t width)
+      : component_(component), samples_(component.dx > 1 ? width : 0) {}
 
-  static constexpr Number of(double value) {
-    return static_cast<Number>(value * 2 * static_cast<double>(kHalf) + 0.5);
+  // What it returns holds up to the next call.
+  Plane at(std::size_t row) {
+    const Plane coded = component_.data + row / component_.dy * component_.w;
+    if (component_.dx == 1) return coded;
+    if (component_.dx == 2)
+      spread<2>(coded);
+    else
+      spread<4>(coded);
+    return samples_.data();
   }
+
+ private:
+  template <std::size_t kPixels>
+  void spread(Plane coded) {
+    const std::size_t units = samples_.size() / kPixels;
+    for (std::size_t unit = 0; unit < units; ++unit)
+      std::fill_n(samples_.data() + unit * kPixels, kPixels, coded[unit]);
+    std::fill(samples_.begin() + static_cast<std::ptrdiff_t>(units * kPixels), samples_.end(),
+              samples_.size() % kPixels != 0 ? coded[units] : 0);
+  }
+
+  const opj_image_comp_t& component_;
+  std::vector<OPJ_INT32> samples_;
 };
 
+// Puts RGB pixels in their places when something is beside them or samples have 16 bits.
 template <class T>
 class RgbPixels {
  public:
   RgbPixels(const opj_image_t& image, Samples<T> samples)
       : samples_(samples),
         components_(image.numcomps),
-        most_((Number{1} << image.comps[0].prec) - 1),
-        middle_(Number{1} << (image.comps[0].prec - 1)) {}
+        most_((1 << image.comps[0].prec) - 1),
+        middle_(1 << (image.comps[0].prec - 1)) {}
 
   void put(std::size_t pixel, OPJ_INT32 y, OPJ_INT32 cb, OPJ_INT32 cr) const noexcept {
-    constexpr Number kRedFromCr = Fixed<T>::of(1.402), kBlueFromCb = Fixed<T>::of(1.772);
-    constexpr Number kGreenFromCb = Fixed<T>::of(0.344136286);
-    constexpr Number kGreenFromCr = Fixed<T>::of(0.714136286);
-    const Number luma = (Number{y} << Fixed<T>::kFractionBits) + Fixed<T>::kHalf;
-    const Number blue = cb - middle_, red = cr - middle_;
+    const double blue = cb - middle_, red = cr - middle_;
     std::byte* to = samples_.at(pixel * components_);
-    putComponent(to, luma + kRedFromCr * red);
-    putComponent(to + sizeof(T), luma - kGreenFromCb * blue - kGreenFromCr * red);
-    putComponent(to + 2 * sizeof(T), luma + kBlueFromCb * blue);
+    putComponent(to, y + 1.402 * red);
+    putComponent(to + sizeof(T), y - 0.344136286 * blue - 0.714136286 * red);
+    putComponent(to + 2 * sizeof(T), y + 1.772 * blue);
   }
 
  private:
-  using Number = typename Fixed<T>::Number;
-
-  void putComponent(std::byte* to, Number value) const noexcept {
-    const Number sample = std::clamp<Number>(value >> Fixed<T>::kFractionBits, 0, most_);
-    samples_.put(to, static_cast<OPJ_INT32>(sample));
+  void putComponent(std::byte* to, double value) const noexcept {
+    samples_.put(to, static_cast<OPJ_INT32>(std::clamp(value + 0.5, 0.0, most_)));
   }
 
   Samples<T> samples_;
   std::size_t components_;
-  Number most_, middle_;
+  double most_;
+  OPJ_INT32 middle_;
 };
 
-// A chroma sample counts for all pixels of its unit.
 template <class T>
 void storeRgb(const opj_image_t& image, const BlockFormat& format, Samples<T> samples) {
-  const opj_image_comp_t* comps = image.comps;
+  const bool isRgbBytes = sizeof(T) == 1 && image.numcomps == 3;
   const RgbPixels<T> pixels(image, samples);
-  const auto shift = static_cast<unsigned>(std::countr_zero(comps[1].dx));
+  const std::size_t width = format.width;
+  ChromaRow blue(image.comps[1], width), red(image.comps[2], width);
   for (std::size_t row = 0; row < format.rows; ++row) {
-    const Plane y = comps[0].data + row * comps[0].w;
-    const Plane cb = comps[1].data + row / comps[1].dy * comps[1].w;
-    const Plane cr = comps[2].data + row / comps[2].dy * comps[2].w;
-    for (std::size_t column = 0; column < format.width; ++column) {
-      pixels.put(row * format.width + column, y[column], cb[column >> shift], cr[column >> shift]);
+    const Plane y = image.comps[0].data + row * image.comps[0].w;
+    const Plane cb = blue.at(row), cr = red.at(row);
+    if (isRgbBytes) {
+      auto* rgb = reinterpret_cast<std::uint8_t*>(samples.at(row * width * 3));
+      joinRgbBytesFromYCbCr(y, cb, cr, width, rgb);
+      continue;
     }
+    for (std::size_t column = 0; column < width; ++column)
+      pixels.put(row * width + column, y[column], cb[column], cr[column]);
   }
-  storePlanes(image, 3, std::size_t{format.rows} * format.width, samples);
+  storePlanes(image, 3, format.rows * width, samples);
 }
 
 // --- Units

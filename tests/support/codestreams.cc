@@ -1,7 +1,5 @@
 #include "tests/support/codestreams.h"
 
-#include <openjpeg.h>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -52,10 +50,6 @@ OPJ_OFF_T skipMemory(OPJ_OFF_T count, void* data) {
   return count;
 }
 
-struct Deleter {
-  void operator()(opj_image_t* image) const noexcept { opj_image_destroy(image); }
-};
-using Image = std::unique_ptr<opj_image_t, Deleter>;
 using Codec = std::unique_ptr<opj_codec_t, void (*)(opj_codec_t*)>;
 using Stream = std::unique_ptr<opj_stream_t, void (*)(opj_stream_t*)>;
 
@@ -86,11 +80,11 @@ opj_image_cmptparm_t componentOf(const Coding& coding, std::uint32_t component) 
   return parameters;
 }
 
-Image imageOf(const Coding& coding, const SampleAt& sampleAt) {
+OpjImage imageOf(const Coding& coding, const SampleAt& sampleAt) {
   std::vector<opj_image_cmptparm_t> parameters;
   for (std::uint32_t c = 0; c < coding.components; ++c)
     parameters.push_back(componentOf(coding, c));
-  Image image(opj_image_create(coding.components, parameters.data(), OPJ_CLRSPC_UNSPECIFIED));
+  OpjImage image(opj_image_create(coding.components, parameters.data(), OPJ_CLRSPC_UNSPECIFIED));
   require(image != nullptr, "an image could not be made");
   image->x0 = coding.x0;
   image->y0 = coding.y0;
@@ -153,7 +147,7 @@ int numberOf(std::uint64_t pattern, const Coding& coding) {
 }  // namespace
 
 Bytes encodeCodestream(const Coding& coding, const SampleAt& sampleAt) {
-  const Image image = imageOf(coding, sampleAt);
+  const OpjImage image = imageOf(coding, sampleAt);
   opj_cparameters_t parameters = parametersOf(coding);
   const Codec codec(opj_create_compress(coding.isInBoxes ? OPJ_CODEC_JP2 : OPJ_CODEC_J2K),
                     opj_destroy_codec);
@@ -169,7 +163,7 @@ Bytes encodeCodestream(const Coding& coding, const SampleAt& sampleAt) {
   return memory.bytes;
 }
 
-std::vector<std::vector<int>> decodePlanes(const Bytes& codestream) {
+OpjImage decodeBarely(const Bytes& codestream) {
   Memory memory{codestream};
   const Stream stream = streamOver(memory, OPJ_STREAM_READ);
   const Codec codec(opj_create_decompress(OPJ_CODEC_J2K), opj_destroy_codec);
@@ -179,8 +173,15 @@ std::vector<std::vector<int>> decodePlanes(const Bytes& codestream) {
   require(opj_setup_decoder(codec.get(), &parameters) &&
               opj_read_header(stream.get(), codec.get(), &header),
           "a header could not be read");
-  const Image image(header);
-  require(opj_decode(codec.get(), stream.get(), image.get()), "a codestream cannot be decoded");
+  OpjImage image(header);
+  require(opj_decode(codec.get(), stream.get(), image.get()) &&
+              opj_end_decompress(codec.get(), stream.get()),
+          "a codestream cannot be decoded");
+  return image;
+}
+
+std::vector<std::vector<int>> decodePlanes(const Bytes& codestream) {
+  const OpjImage image = decodeBarely(codestream);
   std::vector<std::vector<int>> planes;
   for (const opj_image_comp_t* c = image->comps; c != image->comps + image->numcomps; ++c)
     planes.emplace_back(c->data, c->data + std::size_t{c->w} * c->h);

@@ -1,10 +1,13 @@
 // JPEG 2000 codestreams, encoded by OpenJPEG, and TIFF files whose strips or tiles are such.
 #pragma once
 
+#include <openjpeg.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "tests/support/tiff_files.h"
@@ -42,7 +45,12 @@ using SampleAt =
 
 Bytes encodeCodestream(const Coding& coding, const SampleAt& sampleAt);
 
-// What OpenJPEG itself decodes: the planes of the components, one after the other.
+// What OpenJPEG itself decodes, with its own defaults; and the planes of its components.
+struct OpjImageDeleter {
+  void operator()(opj_image_t* image) const noexcept { opj_image_destroy(image); }
+};
+using OpjImage = std::unique_ptr<opj_image_t, OpjImageDeleter>;
+OpjImage decodeBarely(const Bytes& codestream);
 std::vector<std::vector<int>> decodePlanes(const Bytes& codestream);
 
 // The coding of a block of the layout, and the block's codestream, whose samples are those of
