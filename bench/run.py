@@ -22,7 +22,7 @@ from typing import Any
 from goals import TABLES, Goal, Result, Table
 
 HERE = Path(__file__).resolve().parent
-PARTS = ("kernels", "read", "write", "memory", "calls", "peers")
+PARTS = ("kernels", "read", "jpeg2000", "write", "memory", "calls", "peers")
 
 
 def command_of(part: str, options: argparse.Namespace) -> list[str]:
@@ -31,7 +31,7 @@ def command_of(part: str, options: argparse.Namespace) -> list[str]:
         seconds = {"smoke": "0.001", "quick": "0.05"}.get(options.effort, "0.3")
         return [str(programs / "kernels_bench"), "--benchmark_format=json",
                 f"--benchmark_min_time={seconds}", "--benchmark_filter=256x256"]
-    if part in ("read", "write", "memory"):
+    if part in ("read", "jpeg2000", "write", "memory"):
         return [str(programs / f"{part}_bench"), options.effort, options.folder]
     return [sys.executable, str(HERE / f"{part}.py"), "--make-image", str(programs / "make_image"),
             options.effort, options.folder]

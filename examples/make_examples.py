@@ -96,6 +96,24 @@ def sunset(rows: int, columns: int, hour: float) -> np.ndarray:
     return np.round(255 * np.clip(np.stack([red, green, blue], -1), 0, 1)).astype(np.uint8)
 
 
+def section(rows: int, columns: int) -> np.ndarray:
+    """Returns stained tissue under a microscope: violet nuclei in pink."""
+    y, x = coordinates(rows, columns, 1.0)
+    pink = relief(rows, columns, 5)
+    nuclei = np.zeros((rows, columns))
+    random = np.random.default_rng(23)
+    for _ in range(220):
+        row, column = random.uniform(-0.75, 0.75), random.uniform(-1, 1)
+        stretch, turn = random.uniform(0.7, 1.4), random.uniform(0, np.pi)
+        dy, dx = y - row, x - column
+        along, across = dx * np.cos(turn) + dy * np.sin(turn), dy * np.cos(turn) - dx * np.sin(turn)
+        distance = np.hypot(along / stretch, across * stretch) / random.uniform(0.025, 0.045)
+        nuclei = np.maximum(nuclei, np.clip(3 * (1.15 - distance), 0, 1))
+    light = [0.97 - 0.12 * pink - 0.55 * nuclei, 0.86 - 0.45 * pink - 0.5 * nuclei,
+             0.93 - 0.22 * pink - 0.3 * nuclei]
+    return np.round(255 * np.clip(np.stack(light, -1), 0, 1)).astype(np.uint8)
+
+
 def gdal_copy(picture: np.ndarray, path: pathlib.Path, options: list[str], geo: bool = False):
     """Stores rows-by-columns or rows-by-columns-by-bands samples with GDAL."""
     bands = picture.reshape(*picture.shape[:2], -1)
@@ -194,6 +212,33 @@ def make_double_bigtiff(path: pathlib.Path) -> None:
                      compression="zlib", rowsperstrip=25, software=False, metadata=None)
 
 
+def ycbcr_codestream(tile: np.ndarray) -> bytes:
+    """Encodes RGB as JPEG 2000 with halved colours and without a colour transform."""
+    memory = gdal.GetDriverByName("MEM").Create("", tile.shape[1], tile.shape[0], 3)
+    for number, colour in enumerate((gdal.GCI_RedBand, gdal.GCI_GreenBand, gdal.GCI_BlueBand)):
+        memory.GetRasterBand(number + 1).SetColorInterpretation(colour)
+        memory.GetRasterBand(number + 1).WriteArray(tile[:, :, number])
+    path = "/vsimem/tile.j2k"
+    gdal.GetDriverByName("JP2OpenJPEG").CreateCopy(
+        path, memory, options=["CODEC=J2K", "YCBCR420=YES", "QUALITY=20"])
+    file = gdal.VSIFOpenL(path, "rb")
+    encoded = bytes(gdal.VSIFReadL(1, gdal.VSIStatL(path).size, file))
+    gdal.VSIFCloseL(file)
+    gdal.Unlink(path)
+    return encoded
+
+
+def make_slide_jpeg2000(path: pathlib.Path) -> None:
+    """Stores tiles as scanners of slides do; tifffile takes them for deflated ones at first."""
+    picture = section(192, 256)
+    tiles = (ycbcr_codestream(picture[row:row + 64, column:column + 64])
+             for row in range(0, 192, 64) for column in range(0, 256, 64))
+    tifffile.imwrite(path, tiles, shape=picture.shape, dtype=picture.dtype, tile=(64, 64),
+                     photometric="rgb", compression="zlib", software=False, metadata=None)
+    with tifffile.TiffFile(path, mode="r+b") as file:
+        file.pages[0].tags["Compression"].overwrite(33003)
+
+
 MAKERS = {
     "bilevel-group4.tif": make_bilevel_group4,
     "cmyk.tif": make_cmyk,
@@ -205,6 +250,7 @@ MAKERS = {
     "pyramid.tif": make_tiled_pyramid,
     "rgb-planes.tif": make_rgb_planes,
     "rgb-strips.tif": make_rgb_strips,
+    "slide-jpeg2000.tif": make_slide_jpeg2000,
     "ycbcr-jpeg-tiles.tif": make_ycbcr_jpeg_tiles,
 }
 

@@ -37,5 +37,6 @@ void closeAllRegisteredFiles() {
 void TagBridgeCleanup() {
   tb::closeAllRegisteredFiles();
   tb::unregisterGeoTags();
+  unregisterJPEG2000Codecs();
   ZQTIFFrestorePreviousHandlers();
 }

@@ -89,9 +89,13 @@ DecodedBlock decodeBlock(const TiffImageMetaData_& record, std::size_t size, con
   BlockBuffer buffer = zeroedLater ? BlockBuffer::uninitialised(size) : BlockBuffer::zeroed(size);
   const tmsize_t count = decode(buffer.bytes().data());
   if (count >= 0) {
-    // The last strip may be shorter than the others, and then ends where libtiff ended.
+    // The last strip may be shorter than the others, and then ends where libtiff ended; the last of
+    // its units, where there are units, may have begun before that.
     const std::size_t stored = std::min(static_cast<std::size_t>(count), size);
-    return {std::move(buffer), zeroedLater ? stored : size};
+    if (!zeroedLater) return {std::move(buffer), size};
+    if (record.photometric != PHOTOMETRIC_YCBCR) return {std::move(buffer), stored};
+    std::ranges::fill(buffer.bytes().subspan(stored), std::byte{0});
+    return {std::move(buffer), size};
   }
   if (zeroedLater) {
     // New memory and not the old one filled: a tiny file can announce gigabytes, which then are

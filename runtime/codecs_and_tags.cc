@@ -68,9 +68,6 @@ void unregisterCustomGeoTags() {
 }
 // NOLINTEND(google-build-using-namespace)
 
-// There is no codec to register yet: JPEG 2000 files are refused as an unsupported scheme.
-void registerJPEG2000Codecs() {}
-
 std::string getCompressionScheme(std::uint16_t compression) {
   if (TIFFIsCODECConfigured(compression) == 0) return {};
   const TIFFCodec* codec = TIFFFindCODEC(compression);

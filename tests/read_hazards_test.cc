@@ -295,6 +295,24 @@ TEST_F(ReadHazards, WideYCbCrClassesGetBytesAtTheStartAndZerosBehind) {
   }
 }
 
+// Units of four bytes; the one row of the last strip has twelve bits, two bytes.
+TEST_F(ReadHazards, OneBitYCbCrUnitThatEndsBeforeItsStripIsCompletedWithZeros) {
+  std::vector<RawEntry> entries = rawGray(6, 3);
+  replaceEntry(entries, {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, {1, 1, 1}});
+  replaceEntry(entries, {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, {PHOTOMETRIC_YCBCR}});
+  replaceEntry(entries, {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, {3}});
+  replaceEntry(entries, {TIFFTAG_ROWSPERSTRIP, TIFF_SHORT, {2}});
+  replaceEntry(entries, {TIFFTAG_YCBCRSUBSAMPLING, TIFF_SHORT, {2, 1}});
+  replaceEntry(entries, {TIFFTAG_STRIPOFFSETS, TIFF_LONG, {kDataOffset, kDataOffset + 4}});
+  replaceEntry(entries, {TIFFTAG_STRIPBYTECOUNTS, TIFF_LONG, {4, 2}});
+  writeRaw(entries, 6);
+  const OpenedFile file(path_, "r");
+  const std::vector<vxArrayPtr> planes = callFor(3, "readEncodedStrip", file, 1);
+  EXPECT_EQ(elementsOf<bool>(planes[0]),
+            (std::vector<bool>{true, true, false, false, false, false}));
+  EXPECT_EQ(elementsOf<bool>(planes[1]), (std::vector<bool>{false, false, false}));
+}
+
 TEST_F(ReadHazards, OneBitYCbCrStoresTrueForAnyByteButZero) {
   writeRaw(rawYCbCr(1));
   const OpenedFile file(path_, "r");

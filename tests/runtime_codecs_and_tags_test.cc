@@ -154,10 +154,5 @@ TEST(CompressionScheme, HasNoNameOtherwise) {
     EXPECT_EQ(getCompressionScheme(static_cast<std::uint16_t>(scheme)), "") << scheme;
 }
 
-TEST(Jpeg2000Codecs, CanBeRegisteredAnyNumberOfTimes) {
-  for (int i = 0; i < 1000; ++i) registerJPEG2000Codecs();
-  EXPECT_EQ(getCompressionScheme(COMPRESSION_JP2000), "");
-}
-
 }  // namespace
 }  // namespace tb::test

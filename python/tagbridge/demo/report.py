@@ -10,7 +10,7 @@ COMPRESSIONS = {
     6: "old-style JPEG", 7: "JPEG", 8: "Deflate", 32766: "NeXT", 32771: "CCITT RLE words",
     32773: "PackBits", 32809: "ThunderScan", 32909: "Pixar film", 32946: "Deflate (old code)",
     34661: "JBIG", 34676: "SGILog", 34677: "SGILog 24", 34887: "LERC", 34925: "LZMA",
-    50000: "ZSTD", 50001: "WebP",
+    33003: "JPEG 2000 YCbCr", 33005: "JPEG 2000 RGB", 34712: "JPEG 2000", 50000: "ZSTD", 50001: "WebP",
 }
 PHOTOMETRICS = {
     0: "min-is-white", 1: "min-is-black", 2: "RGB", 3: "palette", 4: "mask", 5: "separated",
