@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "core/open_files.h"
+#include "gateway/cleanup.h"
 #include "host/tiff_utilities.h"
 #include "runtime/codec_hooks.h"
 #include "runtime/jpeg2000_codec.h"
