@@ -117,11 +117,8 @@ thread_local std::uint16_t CodecTagGuard::compression_ = 0;
 
 // Leaves the file as it is now, whatever is still asked of the handle.
 void spoil(TIFF* tif) {
-  if (OpenFile* file = findOpenFile(tif)) {
-    file->forgetDirectory();
-    file->isSpoilt = true;
-  }
-  (void)TIFFSetMode(tif, O_RDONLY);
+  (void)dropDirectory(tif);
+  if (OpenFile* file = findOpenFile(tif)) file->isSpoilt = true;
 }
 
 bool finish(TIFF* tif, bool isWritten) {

@@ -86,4 +86,12 @@ bool isWithoutDirectory(TIFF* tif) noexcept {
   return file != nullptr && (file->suspendedMode.has_value() || file->isSpoilt);
 }
 
+int dropDirectory(TIFF* tif) {
+  (void)TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);  // ends the codec
+  TIFFFreeDirectory(tif);
+  (void)TIFFCreateDirectory(tif);
+  if (OpenFile* file = findOpenFile(tif)) file->forgetDirectory();
+  return TIFFSetMode(tif, O_RDONLY);
+}
+
 }  // namespace tb

@@ -93,4 +93,8 @@ bool isReadOnly(TIFF* tif);
 // OpenFile::isSpoilt.
 bool isWithoutDirectory(TIFF* tif) noexcept;
 
+// Leaves the handle with an empty directory, of which nothing is ever written, after libtiff has
+// failed half-way. Returns the access mode that it had.
+int dropDirectory(TIFF* tif);
+
 }  // namespace tb

@@ -30,18 +30,23 @@ Place placeOf(TIFF* tif) {
 // --- Trying a move on another handle
 
 int closeNothing(thandle_t) { return 0; }
+tmsize_t writeNothing(thandle_t, void*, tmsize_t) { return 0; }
 
 struct Closer {
-  void operator()(TIFF* tif) const noexcept { TIFFClose(tif); }
+  void operator()(TIFF* tif) const noexcept {
+    (void)TIFFSetMode(tif, O_RDONLY);  // or libtiff would write what it failed to load
+    TIFFClose(tif);
+  }
 };
 
 // Another handle of the same file, without a directory. It shares the bytes with `tif`, and closing
-// it leaves them open.
+// it leaves them open. Its mode is the same, since libtiff loads directories in another way when
+// they can be edited.
 std::unique_ptr<TIFF, Closer> anotherHandle(TIFF* tif) {
   (void)TIFFGetSeekProc(tif)(TIFFClientdata(tif), 0, SEEK_SET);  // libtiff reads from where it is
   return std::unique_ptr<TIFF, Closer>(
-      TIFFClientOpen(TIFFFileName(tif), "rhm", TIFFClientdata(tif), TIFFGetReadProc(tif),
-                     TIFFGetWriteProc(tif), TIFFGetSeekProc(tif), closeNothing,
+      TIFFClientOpen(TIFFFileName(tif), isReadOnly(tif) ? "rhm" : "r+hm", TIFFClientdata(tif),
+                     TIFFGetReadProc(tif), writeNothing, TIFFGetSeekProc(tif), closeNothing,
                      TIFFGetSizeProc(tif), TIFFGetMapFileProc(tif), TIFFGetUnmapFileProc(tif)));
 }
 
@@ -69,15 +74,9 @@ bool loadAgain(TIFF* tif, const Place& place) {
          (TIFFSetDirectory(tif, place.number) && TIFFCurrentDirOffset(tif) == place.offset);
 }
 
-// Leaves an empty directory of which nothing is ever written.
 void giveUp(TIFF* tif, OpenFile* file) {
-  (void)TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);  // ends the codec
-  TIFFFreeDirectory(tif);
-  (void)TIFFCreateDirectory(tif);
-  const int mode = TIFFSetMode(tif, O_RDONLY);
-  if (file == nullptr) return;
-  file->forgetDirectory();
-  if (!file->suspendedMode) file->suspendedMode = mode;
+  const int mode = dropDirectory(tif);
+  if (file != nullptr && !file->suspendedMode) file->suspendedMode = mode;
 }
 
 // Whether a directory could not be loaded again as it is.

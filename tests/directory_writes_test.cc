@@ -115,6 +115,7 @@ TEST_F(DirectoryWrites, ThatFailedAreNotTriedAgainAtTheEnd) {
   expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
   expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
   expectError<Tiff::unableToChangeDir>({1}, [&] { call("setDirectory", file, 0); });
+  expectError<Tiff::tagRetrievalFailed>({"ImageLength"}, [&] { call("readRGBAImage", file); });
   file.close();
   EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
   expectUnchanged(before);
