@@ -217,6 +217,8 @@ void Session::close(bool byCleanup) {
     forgetCurrentValues();
   }
   if (modelled_) checkPages(contents_.name(), pages_);
+  // Blocks of a layout that is not theirs may be said to lie where others will be written.
+  for (const Expected& page : pages_) modelled_ = modelled_ && !(page.before && page.layoutEdited);
 }
 
 void Session::reopen(FuzzedDataProvider& input) {

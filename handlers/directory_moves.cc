@@ -50,16 +50,25 @@ std::unique_ptr<TIFF, Closer> anotherHandle(TIFF* tif) {
                      TIFFGetSizeProc(tif), TIFFGetMapFileProc(tif), TIFFGetUnmapFileProc(tif)));
 }
 
+// Goes where the other handle stands. libtiff knows the directories of the chain that it came by,
+// and takes one that comes again for a loop.
+bool goTo(TIFF* tif, const Place& place) {
+  const Unheard unheard;
+  if (place.offset == 0) return true;
+  if (!place.isSubDirectory && TIFFSetDirectory(tif, place.number) &&
+      TIFFCurrentDirOffset(tif) == place.offset) {
+    return true;
+  }
+  return TIFFSetSubDirectory(tif, place.offset) != 0;
+}
+
 // Whether `move` succeeds on another handle; `from` is where it starts.
 template <class Move>
 bool succeedsElsewhere(TIFF* tif, const Place& from, const Move& move) {
   const std::size_t before = ZQTIFFmessageCount();
   const auto other = anotherHandle(tif);
   if (other == nullptr) return false;
-  if (from.offset != 0) {
-    const Unheard unheard;
-    if (!TIFFSetSubDirectory(other.get(), from.offset)) return false;
-  }
+  if (!goTo(other.get(), from)) return false;
   if (!move(other.get())) return false;
   ZQTIFFforgetMessages(before);  // the handle itself says them again
   return true;
