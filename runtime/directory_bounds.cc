@@ -70,19 +70,24 @@ struct Entry {
   std::uint16_t type;
   std::uint64_t count;
   std::uint64_t valueOrOffset;  // the first value where they are in the entry, else their offset
-  std::size_t width;            // of a value; 0 for an unknown type
+  std::size_t width;            // of a value
   bool isInline;
 
   std::uint64_t size() const noexcept { return times(count, width); }
 };
+
+// 0 for an unknown type.
+std::size_t widthOf(std::uint16_t type) noexcept {
+  if (type > TIFF_IFD8) return 0;
+  return static_cast<std::size_t>(TIFFDataWidth(static_cast<TIFFDataType>(type)));
+}
 
 Entry entryOf(std::span<const std::byte> bytes, Format format) noexcept {
   Entry entry{};
   entry.tag = static_cast<std::uint16_t>(format.number(bytes, 2));
   entry.type = static_cast<std::uint16_t>(format.number(bytes.subspan(2), 2));
   entry.count = format.number(bytes.subspan(4), format.offsetSize());
-  entry.width =
-      static_cast<std::size_t>(std::max(TIFFDataWidth(static_cast<TIFFDataType>(entry.type)), 0));
+  entry.width = widthOf(entry.type);
   entry.isInline = entry.size() <= format.offsetSize();
   entry.valueOrOffset =
       format.number(bytes.subspan(format.valueOffset()),
