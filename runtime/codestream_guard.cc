@@ -15,8 +15,8 @@ constexpr std::size_t kTilePartHeader = 14;
 // Bytes that OpenJPEG keeps for a sample while it decodes, for a tile of the codestream, and for a
 // component of each tile; upper bounds.
 constexpr std::uint64_t kBytesPerSample = 8;
-constexpr std::uint64_t kBytesPerTile = 6144;
-constexpr std::uint64_t kBytesPerTileComponent = 1280;
+constexpr std::uint64_t kBytesPerTile = 8192;
+constexpr std::uint64_t kBytesPerTileComponent = 1536;
 
 // The marker segments that OpenJPEG knows, besides those that are read here. It does not skip an
 // unknown one by its length, as it should, but looks for the next known marker inside it: there

@@ -77,6 +77,20 @@ TEST_F(Jpeg2000Edit, TagsOfSuchAFileCanBeChanged) {
   EXPECT_TRUE(bytesOf(call("readEncodedTile", file, 1)) == hostBytes(kTiles, 1));
 }
 
+// Although its subsampling is set when it is opened.
+TEST_F(Jpeg2000Edit, OpeningAFileForEditingDoesNotChangeIt) {
+  Layout layout = kTiles;
+  layout.samples = 3;
+  layout.photometric = PHOTOMETRIC_YCBCR;
+  writeJpeg2000(path_, layout, [](Coding& coding) { coding.dx = 2; });
+  const std::string before = contentsOf(path_);
+  {
+    const OpenedFile file(path_, "r+");
+    EXPECT_EQ(dimensionsOf(callFor(3, "readEncodedTile", file, 0)[1]), (Dimensions{16, 8}));
+  }
+  EXPECT_EQ(contentsOf(path_), before);
+}
+
 TEST_F(Jpeg2000Edit, NoTagChoosesItForWriting) {
   const OpenedFile file(path_, "w");
   setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));

@@ -254,7 +254,6 @@ TEST_F(Jpeg2000Hazards, AnUnknownMarkerIsRefused) {
 // --- Much memory from few bytes. SIZ and COD begin the codestream; where their numbers are:
 
 constexpr std::size_t kImageWidth = 8, kImageHeight = 12, kTileWidth = 24, kTileHeight = 28;
-constexpr std::size_t kComponentCount = 40;
 
 TEST_F(Jpeg2000Hazards, MoreTilesThanBytesAreRefused) {
   const Layout layout{.width = 255, .length = 257, .compression = kJpeg2000};
@@ -314,7 +313,8 @@ TEST_F(LimitedMemory, SmallCodeBlocksBeyondItAreRefused) {
   const Layout layout{.width = 512, .length = 512, .compression = kJpeg2000};
   const std::size_t limit = 512 * 512 * 16;
   for (const auto& [codeBlock, isRead] : {std::pair{64, true}, std::pair{4, false}}) {
-    const Bytes block = codestreamOf(layout, 0, [&](Coding& c) { c.codeBlock = codeBlock; });
+    const Bytes block =
+        codestreamOf(layout, 0, [size = codeBlock](Coding& c) { c.codeBlock = size; });
     writeCodestreams(path_, layout, {block});
     runtime::setMemoryLimit(limit);
     const OpenedFile file(path_, "r");
