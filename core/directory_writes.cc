@@ -127,14 +127,18 @@ bool finish(TIFF* tif, bool isWritten) {
   return false;
 }
 
-// How many sub-directories the current directory has in the file.
-std::uint16_t storedSubDirectories(TIFF* tif) {
+struct SubDirectories {
+  std::uint16_t stored = 0;   // are in the file
+  std::uint16_t awaited = 0;  // will be appended next
+};
+
+SubDirectories subDirectoriesOf(TIFF* tif) {
   std::uint16_t count = 0;
   const std::uint64_t* offsets = nullptr;
-  if (!TIFFGetField(tif, TIFFTAG_SUBIFD, &count, &offsets) || offsets == nullptr) return 0;
+  if (!TIFFGetField(tif, TIFFTAG_SUBIFD, &count, &offsets) || offsets == nullptr) return {};
   const bool isAnyThere =
       std::any_of(offsets, offsets + count, [](std::uint64_t offset) { return offset != 0; });
-  return isAnyThere ? count : std::uint16_t{0};
+  return isAnyThere ? SubDirectories{.stored = count} : SubDirectories{.awaited = count};
 }
 
 // Having written a SubIFD tag, libtiff makes the next directories the sub-directories, also when
@@ -152,7 +156,7 @@ void keepSubDirectories(TIFF* tif, std::uint16_t count) {
 // `write` is a function of libtiff's that writes the current directory and returns its status.
 bool writeAsAWhole(TIFF* tif, int (*write)(TIFF*)) {
   const bool isAppended = TIFFCurrentDirOffset(tif) == 0;
-  const std::uint16_t subDirectories = storedSubDirectories(tif);
+  const SubDirectories subDirectories = subDirectoriesOf(tif);
   const bool isUpdate = ZQTIFFbeginUpdate(tif);
   bool isWritten = false;
   {
@@ -167,8 +171,13 @@ bool writeAsAWhole(TIFF* tif, int (*write)(TIFF*)) {
   if (OpenFile* file = findOpenFile(tif)) {
     file->forgetDirectory();
     file->hasAppended = file->hasAppended || isAppended;
+    if (file->awaitedSubDirectories > 0) {
+      --file->awaitedSubDirectories;
+    } else {
+      file->awaitedSubDirectories = subDirectories.awaited;
+    }
   }
-  if (TIFFCurrentDirOffset(tif) == 0) keepSubDirectories(tif, subDirectories);
+  if (TIFFCurrentDirOffset(tif) == 0) keepSubDirectories(tif, subDirectories.stored);
   return true;
 }
 
@@ -185,6 +194,10 @@ bool canAppend(TIFF* tif, const char* operation) {
 }
 
 bool canMove(TIFF* tif, std::uint64_t offset, const char* operation) {
+  const OpenFile* file = findOpenFile(tif);
+  if (file != nullptr && file->awaitedSubDirectories > 0) {
+    return refuse(tif, operation, "The sub-directories of another directory must be written first");
+  }
   if (chainHolds(tif, offset)) return true;
   return refuse(tif, operation, "A sub-directory cannot be moved; its place is in another one");
 }
@@ -236,7 +249,7 @@ bool writeEdits(TIFF* tif, const OpenFile& file) {
   const std::uint64_t offset = TIFFCurrentDirOffset(tif);
   const bool isInChain = offset != 0 && chainHolds(tif, offset);
   if (offset == 0 && !canAppend(tif, kOperation)) return false;
-  if (offset != 0 && !isInChain && file.tagsEdited) return canMove(tif, offset, kOperation);
+  if (offset != 0 && file.tagsEdited && !canMove(tif, offset, kOperation)) return false;
   makeWritable(tif);
   return writeAsAWhole(tif, offset == 0 || isInChain ? TIFFFlush : writePlaces);
 }

@@ -8,6 +8,7 @@
 
 #include <tiffio.h>
 
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -42,7 +43,7 @@ TAGBRIDGE_EXPORT void TiffAtExitUnregister(TIFF* tif);
 // True when the handle is not in the registry.
 TAGBRIDGE_EXPORT bool TiffFilePointerIsInvalid(TIFF* tif);
 
-// What is known of an open file. All but the first three speak of the current directory, and are
+// What is known of an open file. All but the first four speak of the current directory, and are
 // forgotten when another one is successfully made current.
 struct OpenFile {
   // Whether "open" opened it. Of other code's handles it is not known what was stored in them.
@@ -50,6 +51,8 @@ struct OpenFile {
   bool closedByCleanup = false;
   // Whether a directory was begun here and linked: the chain before it has an end.
   bool hasAppended = false;
+  // How many of the directories that are appended next will be sub-directories.
+  std::uint16_t awaitedSubDirectories = 0;
 
   // Whether a tag or a block was stored since the directory was loaded or begun, and whether a tag.
   bool edited = false;

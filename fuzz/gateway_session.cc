@@ -117,6 +117,7 @@ Outcome attempt(const std::string& operation, std::initializer_list<const vxArra
   try {
     tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
               static_cast<int>(arguments.size()), arguments.data());
+    outcome.warned = hostWasWarned;
     return outcome;
   } catch (const foundation::core::except::IMsgIDException& error) {
     return {std::vector<vxArrayPtr>(3), error.message().identifier()};

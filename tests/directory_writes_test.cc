@@ -250,6 +250,18 @@ TEST_F(SubDirectoryWrites, OfTheirParentKeepThemWhateverIsWrittenNext) {
   EXPECT_EQ(numberFrom("getField", file, TIFFTAG_IMAGEWIDTH), 20);
 }
 
+TEST_F(DirectoryWrites, OfAnotherDirectoryWaitForSubDirectoriesThatAreAwaited) {
+  const OpenedFile file(path_, "a");
+  setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+  call("setField", file, TIFFTAG_SUBIFD, 1);
+  call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
+  call("writeDirectory", file);
+  call("setDirectory", file, 1);
+  call("setField", file, TIFFTAG_ARTIST, "somebody");
+  expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+  EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32, 16));
+}
+
 // --- Modes
 
 TEST_F(DirectoryWrites, AppendedToAFileFollowItsFormatWhateverTheModeSays) {
