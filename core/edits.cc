@@ -87,6 +87,14 @@ bool mayEncode(TIFF* tif) {
   return file == nullptr || !file->loaded || !isCodecUnfit(*file, layoutOf(tif));
 }
 
+bool hasNewCoding(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  if (file == nullptr || !file->loaded) return false;
+  const Layout now = layoutOf(tif);
+  return file->loaded->compression != now.compression ||
+         file->loaded->planarConfig != now.planarConfig || file->loaded->isTiled != now.isTiled;
+}
+
 void noteBlockWritten(TIFF* tif) noexcept {
   OpenFile* file = findOpenFile(tif);
   if (file == nullptr) return;

@@ -40,6 +40,10 @@ bool mayDecode(TIFF* tif, const char* operation);
 // Whether a codec that was used already still fits the layout, so that a block may be encoded.
 bool mayEncode(TIFF* tif);
 
+// Whether the directory was loaded with another compression or arrangement of planes than it has
+// now. libtiff numbers the planes of its blocks as they were until the directory is loaded again.
+bool hasNewCoding(TIFF* tif);
+
 // Says that a block was stored, for which libtiff has computed its sizes anew.
 void noteBlockWritten(TIFF* tif) noexcept;
 

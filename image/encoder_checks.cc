@@ -65,6 +65,14 @@ const char* whatIsWrongForPixarLog(const Record& record) {
   return record.isTiled ? "PixarLog tiles cannot be written" : nullptr;
 }
 
+// The encoder ends the process when it is asked for a plane other than the first.
+const char* whatIsWrongForSgiLog(const Record& record) {
+  return hasNewCoding(record.tif)
+             ? "LogL and LogLuv blocks can be written when the directory has been written and read "
+               "again"
+             : nullptr;
+}
+
 const char* whatIsWrong(const Record& record) {
   if (!mayEncode(record.tif)) {
     return "The layout of the directory was changed after one of its blocks was read";
@@ -76,6 +84,9 @@ const char* whatIsWrong(const Record& record) {
       return whatIsWrongForWebp(record);
     case COMPRESSION_PIXARLOG:
       return whatIsWrongForPixarLog(record);
+    case COMPRESSION_SGILOG:
+    case COMPRESSION_SGILOG24:
+      return whatIsWrongForSgiLog(record);
     default:
       return nullptr;
   }

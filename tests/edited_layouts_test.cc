@@ -187,6 +187,20 @@ TEST_F(EditedLayout, OfYCbCrJpegWithFactorsOfFourIsRefused) {
       {1}, [&, &handle = file] { call("writeEncodedStrip", handle, 0, y, chroma, chroma); });
 }
 
+TEST_F(EditedLayout, FromPlanesToLogLuvIsNotEncodedBeforeItIsLoadedAgain) {
+  const Layout layout{.width = 32,
+                      .length = 32,
+                      .samples = 3,
+                      .planar = PLANARCONFIG_SEPARATE,
+                      .photometric = PHOTOMETRIC_RGB,
+                      .rowsPerStrip = 16};
+  const OpenedFile& file = scene_.written({layout}, "r+");
+  setFields(file, {{262, 32845}, {284, 1}, {259, 34676}, {65560, 0}});
+  expectError<Tiff::stripWriteFailure>({2}, [&, &handle = file] {
+    call("writeEncodedStrip", handle, 1, zeros(vxSINGLE, {16, 32, 3}));
+  });
+}
+
 TEST_F(EditedLayout, OfPixarLogTilesIsRefusedToTheWriter) {
   const Layout layout{.width = 4000,
                       .length = 16,
