@@ -21,6 +21,7 @@
 #include "fuzz/sequence_values.h"
 #include "fuzz/switches.h"
 #include "gateway/file_id.h"
+#include "runtime/loader.h"
 #include "runtime/memory.h"
 
 namespace tb::fuzz {
@@ -134,6 +135,7 @@ class Session {
   std::vector<std::string> observed();
   Expected& current();
   void noteLayoutEdit();
+  void noteWritten(const Outcome& outcome);
   void leave();
   void forgetCurrentValues();
   bool isTiled() { return scalarOr(call("isTiled", {file_.get()}), 0) != 0; }
@@ -142,7 +144,8 @@ class Session {
   }
 
   MemoryFile contents_;
-  bool modelled_;  // the file is one of which something can be said
+  bool modelled_;          // the file is one of which something can be said
+  bool confused_ = false;  // nothing can be said until it is opened again
   std::string mode_;
   vxArrayPtr file_;
   bool limited_ = false;  // the step runs with little room in the file
@@ -182,6 +185,7 @@ void Session::open(const char* mode) {
   pages_.clear();
   new_ = {};
   awaitsSubPages_ = false;
+  confused_ = false;
   const bool truncates = mode_.starts_with("w");
   if (modelled_ && !truncates)
     for (Page& page : pagesOf(contents_.name()).value_or(std::vector<Page>{}))
@@ -200,6 +204,7 @@ void Session::close(bool byCleanup) {
   bool certain = !limited_;
   if (byCleanup) {
     if (isTraced()) std::fprintf(stderr, "cleanup\n");
+    const runtime::GatewayScope scope;
     TagBridgeCleanup();
     certain = false;
   } else {
@@ -211,7 +216,7 @@ void Session::close(bool byCleanup) {
   } else if (!certain) {
     forgetCurrentValues();
   }
-  if (modelled_) checkPages(contents_.name(), pages_);
+  if (modelled_ && !confused_) checkPages(contents_.name(), pages_);
 }
 
 void Session::reopen(FuzzedDataProvider& input) {
@@ -282,14 +287,12 @@ void Session::store(int tag, const vxArray* value) {
   const vxArrayPtr tagNumber = number(tag);
   const Outcome outcome = run("setField", {file_.get(), tagNumber.get(), value});
   if (mode_.starts_with("r") && !mode_.starts_with("r+")) return;
-  if (!isDescription(tag)) {
-    if (tag == TIFFTAG_SUBIFD) awaitsSubPages_ = true;
-    return noteLayoutEdit();
-  }
+  if (tag == TIFFTAG_SUBIFD) awaitsSubPages_ = true;
+  if (isLayoutTag(tag)) return noteLayoutEdit();
   Expected& now = current();
   now.described = true;
   now.texts.erase(tag);
-  if (outcome.error.empty() && vxGetClassID(value) == vxCHAR)
+  if (outcome.error.empty() && isTextTag(tag) && vxGetClassID(value) == vxCHAR)
     now.texts[tag] = matrix::get_string(value);
 }
 
@@ -362,7 +365,10 @@ bool Session::move(const char* operation, std::initializer_list<const vxArray*> 
   const std::vector<std::string> before = observed();
   const Outcome outcome = run(operation, inputs);
   if (outcome.error.empty()) return true;
-  if (fuzz::isOff("check:move")) return false;
+  if (fuzz::isOff("check:move")) {
+    confused_ = true;
+    return false;
+  }
   const std::vector<std::string> after = observed();
   for (std::size_t i = 0; i < before.size(); ++i)
     if (before[i] != after[i])
@@ -407,18 +413,24 @@ void Session::setSubDirectory(FuzzedDataProvider& input) {
 void Session::rewriteDirectory(FuzzedDataProvider&) {
   const Outcome outcome = run("rewriteDirectory", {file_.get()});
   if (mode_.starts_with("r") && !mode_.starts_with("r+")) return;
-  if (!outcome.error.empty()) return noteLayoutEdit();
-  if (place_ == Place::kNew && !awaitsSubPages_) pages_.push_back(std::move(new_));
-  new_ = {};
-  place_ = Place::kNew;
+  noteWritten(outcome);
 }
 
 void Session::writeDirectory(FuzzedDataProvider&) {
   const Outcome outcome = run("writeDirectory", {file_.get()});
   if (mode_.starts_with("r") && !mode_.starts_with("r+")) return;
-  if (!outcome.error.empty()) return noteLayoutEdit();
-  if (place_ != Place::kNew) noteLayoutEdit();
+  // libtiff does not link the copy of a directory that has its place in the file.
+  if (outcome.error.empty() && place_ != Place::kNew) forgetCurrentValues();
+  noteWritten(outcome);
+}
+
+// A directory was to be written. One that was not may stand in the file as it was; the next one is
+// new. After a directory with sub-directories those are next.
+void Session::noteWritten(const Outcome& outcome) {
+  if (!outcome.error.empty()) return forgetCurrentValues();
   if (place_ == Place::kNew && !awaitsSubPages_) pages_.push_back(std::move(new_));
+  if (place_ == Place::kPage && page_ < pages_.size() && pages_[page_].before)
+    awaitsSubPages_ = awaitsSubPages_ || !pages_[page_].before->subPages.empty();
   new_ = {};
   place_ = Place::kNew;
 }
@@ -432,7 +444,7 @@ void Session::readBlock(FuzzedDataProvider& input) {
       run(tiled ? "readEncodedTile" : "readEncodedStrip", {file_.get(), number(block).get()});
   const Expected& now = current();
   const auto written = now.blocks.find(block);
-  if (!modelled_ || fuzz::isOff("check:read") || tiled != isTiled()) return;
+  if (!modelled_ || confused_ || fuzz::isOff("check:read") || tiled != isTiled()) return;
   if (written == now.blocks.end()) return;
   if (!outcome.error.empty()) fail("a block that was written cannot be read: " + outcome.error);
   if (!sameArray(outcome.outputs[0].get(), written->second.get()))
