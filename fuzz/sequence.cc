@@ -22,6 +22,7 @@
 #include "fuzz/sequence_values.h"
 #include "fuzz/switches.h"
 #include "gateway/cleanup.h"
+#include "runtime/loader.h"
 #include "runtime/memory.h"
 
 namespace tb::fuzz {
@@ -204,6 +205,7 @@ void Session::close(bool byCleanup) {
   bool certain = !limited_;
   if (byCleanup) {
     if (isTraced()) std::fprintf(stderr, "cleanup\n");
+    const runtime::GatewayScope scope;
     TagBridgeCleanup();
     certain = false;
   } else {
@@ -289,14 +291,12 @@ void Session::store(int tag, const vxArray* value) {
   const vxArrayPtr tagNumber = number(tag);
   const Outcome outcome = run("setField", {file_.get(), tagNumber.get(), value});
   if (isReadOnly()) return;
-  if (!isDescription(tag)) {
-    if (tag == TIFFTAG_SUBIFD) awaitsSubPages_ = true;
-    return noteLayoutEdit();
-  }
+  if (tag == TIFFTAG_SUBIFD) awaitsSubPages_ = true;
+  if (isLayoutTag(tag)) return noteLayoutEdit();
   Expected& now = current();
   now.described = true;
   now.texts.erase(tag);
-  if (outcome.error.empty() && vxGetClassID(value) == vxCHAR)
+  if (outcome.error.empty() && isTextTag(tag) && vxGetClassID(value) == vxCHAR)
     now.texts[tag] = matrix::get_string(value);
 }
 
@@ -430,6 +430,8 @@ void Session::noteWritten(const Outcome& outcome) {
     return noteLayoutEdit();
   }
   if (place_ == Place::kNew && !awaitsSubPages_) pages_.push_back(std::move(new_));
+  if (place_ == Place::kPage && page_ < pages_.size() && pages_[page_].before)
+    awaitsSubPages_ = awaitsSubPages_ || !pages_[page_].before->subPages.empty();
   new_ = {};
   place_ = Place::kNew;
 }

@@ -18,10 +18,15 @@ inline constexpr std::size_t kMostSteps = 60;
 // alone no longer reads a directory that was not edited. A file that was damaged first has no such
 // claims.
 //
-// TAGBRIDGE_FUZZ_OFF leaves out, parted by commas: an operation (setField, close, cleanup, ...), an
-// operation on files opened in a mode (setField@r+), a tag (tag:259), a starting file (file:jpeg),
-// a mode (mode:a), damage, limit (the size of files is never limited), check:move, check:read,
-// check:file, check:values.
+// TAGBRIDGE_FUZZ_OFF leaves out, parted by commas:
+// - a row of the table of steps (setField, reopen, ...) or cleanup, or one in files that are open
+// in
+//   a mode (setField@r+);
+// - a tag (tag:259, tag:259@r+), a starting file (file:jpeg), a mode (mode:a);
+// - damage: every starting file is whole; limit: files may grow; integers: the numbers of blocks
+//   are doubles;
+// - check:move, check:read, check:file, check:values.
+// TAGBRIDGE_FUZZ_TRACE=1 prints every call and what came of it.
 void runSequence(std::span<const std::uint8_t> bytes);
 
 }  // namespace tb::fuzz

@@ -16,6 +16,7 @@ constexpr std::uint32_t kMostBlocks = 64;
 constexpr tmsize_t kLargestBlock = 1 << 20;
 constexpr std::uint16_t kMostSubPages = 8;
 constexpr std::uint32_t kMostPages = 64;
+constexpr std::uint64_t kHeaderEnd = 8;
 
 // libtiff's messages about files are of no interest.
 class Silence {
@@ -45,14 +46,23 @@ std::vector<std::uint32_t> layoutOf(TIFF* tif) {
   return numbers;
 }
 
+std::vector<std::byte> blockOf(TIFF* tif, std::uint32_t block, tmsize_t size) {
+  std::vector<std::byte> bytes(static_cast<std::size_t>(size));
+  const tmsize_t read = TIFFIsTiled(tif) != 0
+                            ? TIFFReadEncodedTile(tif, block, bytes.data(), size)
+                            : TIFFReadEncodedStrip(tif, block, bytes.data(), size);
+  // A block without a place is read from the start of the file, whatever stands there.
+  if (read < 0 || TIFFGetStrileOffset(tif, block) < kHeaderEnd) bytes.clear();
+  return bytes;
+}
+
 std::vector<std::vector<std::byte>> blocksOf(TIFF* tif) {
   const bool tiled = TIFFIsTiled(tif) != 0;
   const std::uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
   const tmsize_t size = tiled ? TIFFTileSize(tif) : TIFFStripSize(tif);
   std::vector<std::vector<std::byte>> blocks;
   if (size <= 0 || size > kLargestBlock || count > kMostBlocks) return blocks;
-  for (std::uint32_t block = 0; block < count; ++block)
-    blocks.push_back(test::readBlock(tif, block));
+  for (std::uint32_t block = 0; block < count; ++block) blocks.push_back(blockOf(tif, block, size));
   return blocks;
 }
 
@@ -85,9 +95,11 @@ void checkUnedited(const Page& before, const Page& now, const Expected& expected
   if (before.layout != now.layout) fail("the layout changed of " + where);
   if (!expected.described && before.description != now.description)
     fail("the description changed of " + where);
+  if (before.blocks.size() != now.blocks.size()) fail("the blocks changed of " + where);
   for (std::size_t block = 0; block < before.blocks.size(); ++block) {
     if (expected.touchedBlocks.contains(static_cast<std::uint32_t>(block))) continue;
-    if (before.blocks[block] != now.blocks.at(block))
+    if (before.blocks[block].empty()) continue;
+    if (before.blocks[block] != now.blocks[block])
       fail("block " + std::to_string(block) + " changed of " + where);
   }
   if (untouched && before.subPages != now.subPages) fail("the sub-directories changed of " + where);
@@ -111,7 +123,11 @@ void checkValues(const vxArray* file, const Expected& expected, const std::strin
 
 void checkWritten(const std::string& name, const std::vector<Expected>& pages) {
   const auto opened = call("open", {matrix::create(name).get(), matrix::create("r").get()});
-  if (!opened[0]) fail("the module cannot open the file that it wrote");
+  const Expected& first = pages[0];
+  const bool sure =
+      first.before ? first.before->readable && !first.layoutEdited : !first.blocks.empty();
+  if (!opened[0] && sure) fail("the module cannot open the file that it wrote");
+  if (!opened[0]) return;
   for (std::size_t page = 0; page < pages.size(); ++page) {
     if (!pages[page].before && !pages[page].written) continue;  // no image, not readable
     if (pages[page].before && pages[page].layoutEdited) continue;
@@ -129,8 +145,8 @@ void checkWritten(const std::string& name, const std::vector<Expected>& pages) {
 
 std::optional<std::vector<Page>> pagesOf(const std::string& name) {
   const Silence silence;
-  // Whole strips, as they are stored.
-  const test::TiffHandle tif = test::openTiff(name, "rc");
+  // Whole strips, as they are stored; the first directory is loaded like the others.
+  const test::TiffHandle tif = test::openTiff(name, "rch");
   if (tif == nullptr) return std::nullopt;
   std::vector<Page> pages;
   const std::uint32_t count =
@@ -155,8 +171,7 @@ bool sameArray(const vxArray* a, const vxArray* b) {
 }
 
 void checkPages(const std::string& name, const std::vector<Expected>& pages) {
-  // What has no image is not opened; libtiff writes such directories all the same.
-  if (pages.empty() || isOff("check:file") || !(pages[0].before || pages[0].written)) return;
+  if (pages.empty() || isOff("check:file")) return;
   const auto now = pagesOf(name);
   if (!now && pages[0].layoutEdited) return;  // libtiff opens no file whose first directory is odd
   if (!now) fail("libtiff can no longer open the file");

@@ -14,7 +14,8 @@
 
 namespace tb::fuzz {
 
-// A directory as libtiff alone reads it. Blocks of a large image are not decoded.
+// A directory as libtiff alone reads it. Blocks that it cannot decode, and those of a large image,
+// are empty.
 struct Page {
   bool readable = false;
   std::vector<std::uint32_t> layout;
@@ -32,7 +33,7 @@ std::optional<std::vector<Page>> pagesOf(const std::string& name);
 struct Expected {
   std::optional<Page> before;  // when the file was opened; nothing for a new one
   bool written = false;        // a new one holds an image: a block was written
-  bool layoutEdited = false;   // then nothing but its existence is known
+  bool layoutEdited = false;   // then no more is known than that it is there
   bool described = false;
   std::set<std::uint32_t> touchedBlocks;
   std::map<std::uint32_t, vxArrayPtr> blocks;  // what reading these blocks must return

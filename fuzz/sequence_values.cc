@@ -262,7 +262,13 @@ vxArrayPtr valueForTag(const vxArray* file, int tag, FuzzedDataProvider& input) 
   return nullptr;
 }
 
-bool isDescription(int tag) {
+bool isLayoutTag(int tag) {
+  constexpr int kLayoutTags[] = {256, 257, 258, 259, 262, 266, 277, 278,   284,   292,   293,
+                                 317, 322, 323, 330, 338, 339, 530, 65537, 65538, 65557, 65560};
+  return std::ranges::find(kLayoutTags, tag) != std::end(kLayoutTags);
+}
+
+bool isTextTag(int tag) {
   return tag == TIFFTAG_IMAGEDESCRIPTION || tag == TIFFTAG_SOFTWARE || tag == TIFFTAG_ARTIST;
 }
 

@@ -36,8 +36,12 @@ int anyTag(FuzzedDataProvider& input);
 // A value that a tag may well accept in the file's current directory.
 vxArrayPtr valueForTag(const vxArray* file, int tag, FuzzedDataProvider& input);
 
-// Whether the tag is text and nothing else depends on it.
-bool isDescription(int tag);
+// Whether the tag says how the data are laid out and encoded, or where sub-directories are: a
+// directory in which it was changed may be one that cannot be read.
+bool isLayoutTag(int tag);
+
+// Whether the tag is text that comes back as it was set.
+bool isTextTag(int tag);
 
 // The array, or Y, Cb and Cr, that a strip or tile takes whole; small arrays that do not fit when
 // the block is large.
