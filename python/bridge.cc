@@ -31,13 +31,14 @@ void collectWarnings() {
 // Everything that a call throws ends up in the outcome: the interpreter's lock has to be taken
 // again before anything can be reported.
 void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
-                Outcome& outcome) noexcept {
+                const std::function<void()>& then, Outcome& outcome) noexcept {
   const std::lock_guard lock(s_bridge->mutex);
   s_bridge->warnings.clear();
   try {
     try {
       s_bridge->module.call(static_cast<int>(outputs.size()), outputs.data(),
                             static_cast<int>(inputs.size()), inputs.data());
+      if (then) then();
     } catch (const foundation::core::except::IMsgIDException& error) {
       outcome.diagnostics = s_bridge->module.diagnostics();
       outcome.failure = std::current_exception();
@@ -70,9 +71,14 @@ void loadModule(const std::filesystem::path& plugin) {
 }
 
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
+  return callModule(outputs, inputs, {});
+}
+
+Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
+                   const std::function<void()>& then) {
   Outcome outcome;
   PyThreadState* const thread = PyEval_SaveThread();
-  callLocked(outputs, inputs, outcome);
+  callLocked(outputs, inputs, then, outcome);
   restoreThread(thread);
   return outcome;
 }

@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -32,6 +33,11 @@ void loadModule(const std::filesystem::path& plugin);
 // Calls the gateway; inputs[0] is the operation's name. The caller holds the interpreter's lock,
 // which is released meanwhile.
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
+
+// The same; when the call has returned and before another can begin, runs `then`, which does not
+// touch Python.
+Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
+                   const std::function<void()>& then);
 
 // Closes the files that are still open, with the closing warnings on standard error whatever
 // Python's warning filters say. Does nothing the second time.

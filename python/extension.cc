@@ -12,6 +12,7 @@
 #include "python/call.h"
 #include "python/messages.h"
 #include "python/numpy_api.h"
+#include "python/tag_presence.h"
 #include "runtime/catalog.h"
 #include "runtime/memory.h"
 
@@ -76,6 +77,7 @@ PYBIND11_MODULE(_core, extension) {
   makeOwnerType();
   importModule();
   addCall(extension);
+  addTagPresence(extension);
   addMemory(extension);
   extension.def("catalog_rows", &catalogRows);
   extension.attr("__version__") = TAGBRIDGE_VERSION;
