@@ -3,8 +3,11 @@
 #include <pybind11/pybind11.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "runtime/reporting.h"
@@ -15,12 +18,15 @@ namespace {
 struct Bridge {
   explicit Bridge(runtime::Module loaded) : module(std::move(loaded)) {}
 
-  std::mutex mutex;
+  std::recursive_mutex mutex;
   runtime::Module module;                          // guarded by mutex
   std::vector<resource_core::BaseMsgID> warnings;  // of the call that holds mutex
 };
 
 Bridge* s_bridge = nullptr;
+
+// Says that a thread stopped for good inside a call, with the lock.
+std::atomic<bool> s_callAbandoned = false;
 
 void collectWarnings() {
   runtime::setWarningSink([](const resource_core::BaseMsgID& warning) {  //
@@ -33,7 +39,9 @@ void collectWarnings() {
 void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
                 const std::function<void()>& then, Outcome& outcome) noexcept {
   const std::lock_guard lock(s_bridge->mutex);
-  s_bridge->warnings.clear();
+  // Empty unless a file object, called by another call on this thread, has led here.
+  std::vector<resource_core::BaseMsgID> outer;
+  outer.swap(s_bridge->warnings);
   try {
     try {
       s_bridge->module.call(static_cast<int>(outputs.size()), outputs.data(),
@@ -48,6 +56,7 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
     outcome.failure = std::current_exception();
   }
   outcome.warnings.swap(s_bridge->warnings);
+  s_bridge->warnings.swap(outer);
 }
 
 // Takes the interpreter's lock again. A daemon thread that comes back when the interpreter has gone
@@ -94,6 +103,25 @@ void cleanUpModule() {
   restoreThread(thread);
 }
 
-void stopCalls() noexcept { s_bridge->mutex.lock(); }
+bool withInterpreter(const std::function<void()>& action) noexcept {
+  if (_Py_IsFinalizing() != 0) return false;
+  PyGILState_STATE state;
+  try {
+    state = PyGILState_Ensure();
+  } catch (...) {
+    // The interpreter went meanwhile and ends the thread: see restoreThread. The lock stays taken.
+    s_callAbandoned = true;
+    for (;;) pause();
+  }
+  action();
+  PyGILState_Release(state);
+  return true;
+}
+
+void stopCalls() noexcept {
+  while (!s_bridge->mutex.try_lock() && !s_callAbandoned) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
 
 }  // namespace tb::python

@@ -10,6 +10,7 @@
 #include "python/array_owner.h"
 #include "python/bridge.h"
 #include "python/call.h"
+#include "python/file_objects.h"
 #include "python/messages.h"
 #include "python/numpy_api.h"
 #include "python/tag_presence.h"
@@ -78,6 +79,7 @@ PYBIND11_MODULE(_core, extension) {
   importModule();
   addCall(extension);
   addTagPresence(extension);
+  addFileObjects(extension);
   addMemory(extension);
   extension.def("catalog_rows", &catalogRows);
   extension.attr("__version__") = TAGBRIDGE_VERSION;

@@ -18,9 +18,11 @@
 #include <utility>
 
 #include "host/tiff_utilities.h"
+#include "runtime/file_objects.h"
 #include "runtime/memory.h"
 #include "runtime/messages.h"
 #include "runtime/open_mode.h"
+#include "runtime/open_object.h"
 
 namespace tb::runtime {
 namespace {
@@ -125,12 +127,19 @@ struct OptionsDeleter {
   void operator()(TIFFOpenOptions* options) const noexcept { TIFFOpenOptionsFree(options); }
 };
 
-TIFF* openHandle(const FileDescriptor& file, const std::string& name, const OpenMode& mode) {
-  const std::unique_ptr<TIFFOpenOptions, OptionsDeleter> options(TIFFOpenOptionsAlloc());
+using Options = std::unique_ptr<TIFFOpenOptions, OptionsDeleter>;
+
+Options openOptions() {
+  Options options(TIFFOpenOptionsAlloc());
   if (options == nullptr) throw std::bad_alloc();
   constexpr auto kLargest = static_cast<std::size_t>(std::numeric_limits<tmsize_t>::max());
   TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(),
                                       static_cast<tmsize_t>(std::min(memoryLimit(), kLargest)));
+  return options;
+}
+
+TIFF* openHandle(const FileDescriptor& file, const std::string& name, const OpenMode& mode) {
+  const Options options = openOptions();
   return TIFFFdOpenExt(file.get(), name.c_str(), mode.forLibtiff.c_str(), options.get());
 }
 
@@ -140,7 +149,13 @@ std::optional<OpenMode> knownMode(const std::string& name, const char* text) {
   return mode;
 }
 
+TIFF* openNamedObject(const NamedFileObject& named, const char* modeText) {
+  const std::optional<OpenMode> mode = knownMode(named.label, modeText);
+  return mode ? openObject(named, *mode, openOptions().get()) : nullptr;
+}
+
 TIFF* open(const std::u16string& fileName, const char* modeText) {
+  if (const auto named = findFileObject(fileName)) return openNamedObject(*named, modeText);
   const std::optional<std::string> name = utf8Name(fileName);
   if (!name) return nullptr;
   const std::optional<OpenMode> mode = knownMode(*name, modeText);

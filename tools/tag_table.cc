@@ -11,7 +11,8 @@
 namespace tb {
 namespace {
 
-constexpr const char* kHead = R"("""The module's table of tags. Made by the build from the table itself.
+constexpr const char* kHead =
+    R"("""The module's table of tags. Made by the build from the table itself.
 
 A row has the tag's number and name, what its value is, and whether it can be stored. The value is
 ``"whole"`` or ``"real"`` (a number), one of these with ``" row"`` or ``" table"``, ``"text"``,
@@ -41,7 +42,8 @@ constexpr std::array<std::pair<ValueKind, std::string_view>, 11> kWords = {{
 std::string_view valueWords(std::uint32_t tag) {
   const ReadRow* row = findRow(readRows(), tag);
   const ValueKind kind = row == nullptr ? ValueKind::refused : row->kind.kind;
-  const auto found = std::ranges::find(kWords, kind, &std::pair<ValueKind, std::string_view>::first);
+  const auto found =
+      std::ranges::find(kWords, kind, &std::pair<ValueKind, std::string_view>::first);
   return found == kWords.end() ? std::string_view() : found->second;
 }
 

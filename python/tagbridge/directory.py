@@ -13,6 +13,7 @@ from ._messages import Error
 from .blocks import Blocks
 from .enumerations import Compression, Photometric, PlanarConfiguration, SampleFormat, named
 from .handle import Handle, Place
+from .html import directory_html, directory_png
 from .indexing import Selection, parse_key
 from .layout import Layout, plain_metadata
 from .reading import read_image
@@ -86,7 +87,7 @@ class Directory:
     @property
     def index(self) -> int | None:
         """The place in the file's chain, counted from 0; None for a sub-directory."""
-        return None if self._place.offsets else self._place.index
+        return None if self._place.offsets else self._place.number
 
     @property
     def shape(self) -> tuple[int, ...]:
@@ -179,7 +180,7 @@ class Directory:
             return ()
         offsets = [offset for offset in self.tags[SUB_IFD].tolist() if offset]
         return tuple(
-            Directory(self._file, Place(self._place.index, (*self._place.offsets, offset)))
+            Directory(self._file, Place(self._place.number, (*self._place.offsets, offset)))
             for offset in offsets
         )
 
@@ -243,7 +244,7 @@ class Directory:
     # --- Being shown, kept, sent
 
     def __repr__(self) -> str:
-        where = f"sub-directory of {self._place.index}" if self._place.offsets else str(self.index)
+        where = f"sub-directory of {self._place.number}" if self._place.offsets else str(self.index)
         return f"<tagbridge.Directory {where} of {self._file.name!r}{self._summary()}>"
 
     def _summary(self) -> str:
@@ -254,9 +255,10 @@ class Directory:
             return ""
 
     def _repr_html_(self) -> str:
-        from .html import directory_html
-
         return directory_html(self)
+
+    def _repr_png_(self) -> bytes | None:
+        return directory_png(self)
 
     def __eq__(self, other: object) -> bool:
         if not isinstance(other, Directory):

@@ -147,8 +147,10 @@ class SubfileType(enum.IntFlag):
     MASK = 4
 
 
+Coded = enum.IntEnum | enum.IntFlag
+
 #: The enumeration of a tag's values, by the tag's name.
-OF_TAG: Mapping[str, type[enum.IntEnum] | type[enum.IntFlag]] = {
+OF_TAG: Mapping[str, type[Coded]] = {
     "Compression": Compression,
     "PhotometricInterpretation": Photometric,
     "PlanarConfiguration": PlanarConfiguration,
@@ -166,7 +168,7 @@ OF_TAG: Mapping[str, type[enum.IntEnum] | type[enum.IntFlag]] = {
 # What people call things apart from the members' names.
 _ALSO: Mapping[tuple[type, str], int] = {(Compression, "deflate"): Compression.ADOBE_DEFLATE}
 
-_Member = TypeVar("_Member", enum.IntEnum, enum.IntFlag)
+_Member = TypeVar("_Member", bound=int)
 
 
 def _plain(name: str) -> str:
@@ -181,7 +183,7 @@ def named(kind: type[_Member], value: int) -> _Member | int:
         return value
 
 
-def coded(kind: type[enum.IntEnum] | type[enum.IntFlag], value: Any) -> int:
+def coded(kind: type[Coded], value: Any) -> int:
     """Return the number that a member, a value or a name stands for.
 
     Names are compared without regard to case, blanks, hyphens and underscores. ``"deflate"`` is
@@ -198,11 +200,3 @@ def coded(kind: type[enum.IntEnum] | type[enum.IntFlag], value: Any) -> int:
             return int(member)
     names = ", ".join(name.lower() for name in kind.__members__)
     raise ValueError(f"{value!r} is none of {names}")
-
-
-def member(kind: type[_Member], value: Any) -> _Member:
-    """Return the member of ``kind`` that a member, a value or a name stands for.
-
-    Raises ValueError when there is none, TypeError for what is neither a number nor text.
-    """
-    return kind(coded(kind, value))

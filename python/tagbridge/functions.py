@@ -66,4 +66,4 @@ def _size(array: Any, options: dict[str, Any]) -> int:
         return int(array.nbytes)
     if options.get("shape") is None or options.get("dtype") is None:
         return 0
-    return math.prod(options["shape"]) * np.dtype(options["dtype"]).itemsize
+    return int(math.prod(options["shape"]) * np.dtype(options["dtype"]).itemsize)

@@ -20,7 +20,7 @@ SUB_IFD = 330
 class Place(NamedTuple):
     """Where a directory is: its number in the chain, then offsets of sub-directories below it."""
 
-    index: int
+    number: int
     offsets: tuple[int, ...] = ()
 
 
@@ -63,9 +63,12 @@ class Handle:
 
     def reopen(self, mode: str) -> None:
         """Open the file, which is closed, in a mode of the module's."""
-        said: list[Warning] = []
-        with self._session.calling():
-            self._file, said = _core.collect("open", self._session.name, mode)
+        said: list[Warning]
+        try:
+            self._file, said = self._session.run(_core.collect, "open", self._session.name, mode)
+        except BaseException:
+            self._session.end()
+            raise
         self._mode = mode
         self._moved(FIRST if mode.startswith("r") else None)
         try:
@@ -86,8 +89,7 @@ class Handle:
                 return []
             self._moved(None)
             try:
-                with self._session.calling():
-                    _, said = _core.collect("close", file, outputs=0)
+                _, said = self._session.run(_core.collect, "close", file, outputs=0)
             finally:
                 self._session.end()
             return said
@@ -100,8 +102,7 @@ class Handle:
         """Run an operation on the file; return its result and the warnings."""
         if self._file is None:
             raise ValueError(CLOSED)
-        with self._session.calling():
-            return _core.collect(operation, self._file, *inputs, outputs=outputs)
+        return self._session.run(_core.collect, operation, self._file, *inputs, outputs=outputs)
 
     def call(self, operation: str, *inputs: Any, outputs: int = 1) -> Any:
         """Run an operation on the file, issue the warnings and return the result."""
@@ -113,8 +114,7 @@ class Handle:
         """Return those of the tags that are set in the current directory."""
         if self._file is None:
             raise ValueError(CLOSED)
-        with self._session.calling():
-            return _core.set_tags(self._file, numbers)
+        return self._session.run(_core.set_tags, self._file, numbers)
 
     # --- The current directory
 
@@ -154,12 +154,12 @@ class Handle:
         self._moved(None)
         said: list[Warning] = []
         steps: tuple[int, ...] = place.offsets
-        if here is not None and steps and here == Place(place.index, steps[:-1]):
+        if here is not None and steps and here == Place(place.number, steps[:-1]):
             steps = steps[-1:]
-        elif not steps and here == Place(place.index - 1):
+        elif not steps and here == Place(place.number - 1):
             said += self.collect("readDirectory", outputs=0)[1]
         else:
-            said += self._load("setDirectory", place.index)
+            said += self._load("setDirectory", place.number)
         for offset in steps:
             said += self._load("setSubDirectory", np.uint64(offset))
         self._moved(place)
@@ -181,7 +181,7 @@ class Handle:
         """
         self.flush()
         self._moved(None)
-        *above, last = [("setDirectory", place.index),
+        *above, last = [("setDirectory", place.number),
                         *(("setSubDirectory", np.uint64(offset)) for offset in place.offsets)]
         for operation, argument in above:
             self._load(operation, argument)

@@ -23,26 +23,26 @@ class Axis(NamedTuple):
     """What is selected of one dimension: ascending positions, a step apart."""
 
     start: int
-    count: int
+    length: int
     step: int
     #: Whether the result has them in descending order.
     reversed: bool = False
     #: Whether an integer selected it, so that the result lacks the dimension.
     dropped: bool = False
 
-    def blocks(self, length: int) -> Sequence[int]:
-        """Return which of the blocks of that length are touched, ascending."""
-        if self.count == 0 or length == 0:
+    def blocks(self, size: int) -> Sequence[int]:
+        """Return which of the blocks of that size are touched, ascending."""
+        if self.length == 0 or size == 0:
             return ()
-        last = self.start + (self.count - 1) * self.step
-        if self.step <= length:
-            return range(self.start // length, last // length + 1)
-        return [position // length for position in range(self.start, last + 1, self.step)]
+        last = self.start + (self.length - 1) * self.step
+        if self.step <= size:
+            return range(self.start // size, last // size + 1)
+        return [position // size for position in range(self.start, last + 1, self.step)]
 
     def within(self, first: int, stop: int) -> Part:
         """Return what is selected of the positions from `first` up to `stop`."""
         begin = max(0, -(-(first - self.start) // self.step))
-        end = max(begin, min(self.count, -(-(stop - self.start) // self.step)))
+        end = max(begin, min(self.length, -(-(stop - self.start) // self.step)))
         offset = self.start + begin * self.step - first
         source = slice(offset, offset + max(0, (end - begin - 1) * self.step) + 1, self.step)
         return Part(begin, end, source if end > begin else slice(0, 0))
@@ -61,11 +61,11 @@ class Selection(NamedTuple):
     @property
     def shape(self) -> tuple[int, ...]:
         """The shape of what is selected, dimensions that an integer drops included."""
-        return tuple(axis.count for axis in self.axes)
+        return tuple(axis.length for axis in self.axes)
 
     def finish(self, array: np.ndarray[Any, Any]) -> Any:
         """Bring elements that were read in ascending order into the order of the index."""
-        order = tuple(
+        order: tuple[Any, ...] = tuple(
             0 if axis.dropped else slice(None, None, -1) if axis.reversed else slice(None)
             for axis in self.axes
         )

@@ -29,10 +29,11 @@ def read_rgba_block(handle: Handle, layout: Layout, extent: Extent,
     rows, columns = extent.shape
     if layout.tiled:
         raster, said = handle.collect("readRGBATile", extent.left, extent.top)
-        first = raster.shape[2] - rows  # what lies outside the image comes first
+        first = layout.block_rows - rows  # what lies outside the image comes first
     else:
         raster, said = handle.collect("readRGBAStrip", extent.top)
         first = 0
+    raster = np.atleast_3d(raster)  # the module drops the dimension of a single row
     picture = raster[:, :columns, first:first + rows].transpose(2, 1, 0)
     # An Orientation that does not exist is taken for the usual one.
     known = orientation if 1 <= orientation <= 8 else Orientation.TOP_LEFT

@@ -62,11 +62,12 @@ def find_tag(key: str | int) -> Tag:
 
 # --- From the module
 
-def _number(tag: Tag, value: Any) -> int | float:
+def _number(tag: Tag, value: Any) -> Any:
     if tag.kind == "real":
         return float(value.item())
     number = int(value.item())
-    return named(OF_TAG[tag.name], number) if tag.name in OF_TAG else number
+    kind: Any = OF_TAG.get(tag.name)
+    return number if kind is None else named(kind, number)
 
 
 def _numbers(tag: Tag, value: Any) -> Any:

@@ -7,9 +7,12 @@ import contextlib
 import errno
 import os
 import stat
-from typing import Any
+from collections.abc import Callable
+from typing import Any, TypeVar
 
 from .modes import Mode
+
+_Result = TypeVar("_Result")
 
 _PROBES = {
     "r": os.O_RDONLY,
@@ -27,8 +30,8 @@ class Session(abc.ABC):
     name: str
 
     @abc.abstractmethod
-    def calling(self) -> contextlib.AbstractContextManager[Any]:
-        """Return a context manager to stand round each call that may touch the file."""
+    def run(self, function: Callable[..., _Result], *arguments: Any, **keywords: Any) -> _Result:
+        """Call a function that may touch the file."""
 
     @abc.abstractmethod
     def end(self) -> None:
@@ -78,14 +81,12 @@ class Target(abc.ABC):
 class PathSession(Session):
     """A file that the runtime opens by its name."""
 
-    _NOTHING = contextlib.nullcontext()
-
     def __init__(self, name: str) -> None:
         self.name = name
 
-    def calling(self) -> contextlib.AbstractContextManager[Any]:
-        """Nothing stands round the calls."""
-        return self._NOTHING
+    def run(self, function: Callable[..., _Result], *arguments: Any, **keywords: Any) -> _Result:
+        """Call the function."""
+        return function(*arguments, **keywords)
 
     def end(self) -> None:
         """Nothing is left."""
