@@ -45,8 +45,9 @@ class Writer:
 
     def _opened(self) -> Handle:
         if self._handle is None:
-            access = "a" if self._has_directories else "w"
-            self._handle = Handle(self._target, access + self._flags)
+            # A file that is there has its byte order and its size of offsets.
+            mode = "a" if self._has_directories else "w" + self._flags
+            self._handle = Handle(self._target, mode)
         return self._handle
 
     def write(self, data: Any, options: Options) -> None:
