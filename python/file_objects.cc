@@ -99,6 +99,9 @@ class PythonFile final : public runtime::FileObject {
       } catch (py::error_already_set& raised) {
         raised.restore();
         keepFailure();
+      } catch (const py::builtin_exception& raised) {
+        raised.set_error();
+        keepFailure();
       } catch (const std::exception& error) {
         PyErr_SetString(PyExc_RuntimeError, error.what());
         keepFailure();

@@ -56,7 +56,7 @@ TIFF* openObject(const NamedFileObject& named, const OpenMode& mode, TIFFOpenOpt
                                 readProcedure, writeProcedure, seekProcedure, closeProcedure,
                                 sizeProcedure, nullptr, nullptr, options);
   if (tif != nullptr) {
-    (void)client.release();      // closeProcedure deletes it
+    (void)client.release();        // closeProcedure deletes it
     (void)TIFFSetFileno(tif, -1);  // there is no descriptor, and 0 would be standard input
   }
   if (named.object->hasFailed()) {

@@ -166,7 +166,11 @@ OF_TAG: Mapping[str, type[Coded]] = {
 }
 
 # What people call things apart from the members' names.
-_ALSO: Mapping[tuple[type, str], int] = {(Compression, "deflate"): Compression.ADOBE_DEFLATE}
+_ALSO: Mapping[tuple[type, str], int] = {
+    (Compression, "deflate"): Compression.ADOBE_DEFLATE,
+    (Compression, "group3"): Compression.CCITT_GROUP3,
+    (Compression, "group4"): Compression.CCITT_GROUP4,
+}
 
 _Member = TypeVar("_Member", bound=int)
 

@@ -30,6 +30,11 @@ from .writing import Writer
 
 
 
+# libtiff makes many strips of a large single one, and tags that tell so, unless it is asked not to;
+# of a file that is to be edited it cannot be asked.
+_AS_STORED = "c"
+
+
 def _target_of(file: Any) -> Target:
     if isinstance(file, (str, bytes, os.PathLike)):
         return PathTarget(file)
@@ -61,9 +66,13 @@ class File(FirstDirectory):
         if self._mode.writes:
             self._writer = Writer(self._target, self._mode, empty)
         else:
-            self._handle = Handle(self._target, self._mode.access)
-        self._start = self._target.start()
+            self._handle = Handle(self._target, self._mode.access + ("" if self._mode.edits else _AS_STORED))
         self._closed = False
+        try:
+            self._start = self._target.start()
+        except BaseException:
+            self.close()
+            raise
 
     # --- What others in the package need
 
@@ -76,7 +85,7 @@ class File(FirstDirectory):
         return self._mode.access == "r" and self._target.shareable
 
     def _another_handle(self) -> Handle:
-        return Handle(self._target, "r", quiet=True)
+        return Handle(self._target, "r" + _AS_STORED, quiet=True)
 
     def _require_open(self) -> None:
         if self._closed:

@@ -94,11 +94,12 @@ def make_plan(options: Options, shape: tuple[int, ...], dtype: Any) -> Plan:
     photometric = _photometric(options, samples)
     compression = Compression.NONE if options.compression is None else coded(
         Compression, options.compression)
+    planar = coded(PlanarConfiguration, options.planar)
     layout = Layout(
         rows=shape[0], columns=shape[1], samples=samples,
         bits=1 if native.kind == "b" else native.itemsize * 8,
         sample_format=_FORMATS[native.kind], photometric=photometric, compression=compression,
-        planar=coded(PlanarConfiguration, options.planar) if samples > 1 else 1,
+        planar=planar if samples > 1 else PlanarConfiguration.CONTIG,
         tiled=False, block_rows=0, block_columns=shape[1], blocks=0,
         subsampling=_subsampling(options, photometric, compression))
     layout = _with_blocks(layout, options)

@@ -221,3 +221,14 @@ def test_a_directory_shows_itself_in_a_notebook(gray: Path):
         assert "<th>ImageWidth</th><td>30</td>" in page._repr_html_()
         assert "data:image/png;base64," in page._repr_html_()
         assert page._repr_png_().startswith(b"\x89PNG")
+
+
+def test_a_single_large_strip_is_told_as_it_is_stored(tmp_path: Path):
+    array = image((300, 200))
+    tifffile.imwrite(tmp_path / "a.tif", array, rowsperstrip=300, photometric="minisblack",
+                     metadata=None)
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        assert tif.block_shape == (300, 200) and len(tif.blocks) == 1
+        assert tif.tags["RowsPerStrip"] == 300
+        assert tif.tags["StripByteCounts"].tolist() == [60000]
+        np.testing.assert_array_equal(tif.read(), array)
