@@ -105,17 +105,16 @@ void cleanUpModule() {
 
 bool withInterpreter(const std::function<void()>& action) noexcept {
   if (_Py_IsFinalizing() != 0) return false;
-  PyGILState_STATE state;
   try {
-    state = PyGILState_Ensure();
+    const PyGILState_STATE state = PyGILState_Ensure();
+    action();
+    PyGILState_Release(state);
+    return true;
   } catch (...) {
     // The interpreter went meanwhile and ends the thread: see restoreThread. The lock stays taken.
     s_callAbandoned = true;
     for (;;) pause();
   }
-  action();
-  PyGILState_Release(state);
-  return true;
 }
 
 void stopCalls() noexcept {

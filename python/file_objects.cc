@@ -4,6 +4,9 @@
 #include "python/file_objects.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -22,40 +25,43 @@ constexpr std::size_t kPortion = std::size_t{64} << 20;
 
 class PythonFile final : public runtime::FileObject {
  public:
-  explicit PythonFile(py::object file) : file_(std::move(file)) {}
+  explicit PythonFile(py::object file) : file_(file.release().ptr()) {}
   PythonFile(const PythonFile&) = delete;
   PythonFile& operator=(const PythonFile&) = delete;
 
   // The last owner may be libtiff's handle, which is closed without the interpreter's lock. Without
   // an interpreter there is nobody to give the references to.
   ~PythonFile() override {
-    PyObject* const file = file_.release().ptr();
-    PyObject* const failure = failure_.release().ptr();
-    withInterpreter([&] {
-      Py_XDECREF(file);
-      Py_XDECREF(failure);
+    (void)withInterpreter([&] {
+      Py_DECREF(file_);
+      Py_XDECREF(failure_);
     });
   }
 
   std::size_t read(std::uint64_t offset, std::span<std::byte> bytes) noexcept override {
     std::size_t count = 0;
     const bool good = guarded([&] {
-      file_.attr("seek")(offset);
+      if (!seek(offset)) return false;
       while (count < bytes.size()) {
-        const std::size_t portion = readPortion(bytes.subspan(count));
+        const Py_ssize_t portion = readPortion(bytes.subspan(count));
+        if (portion < 0) return false;
         if (portion == 0) break;
-        count += portion;
+        count += static_cast<std::size_t>(portion);
       }
+      return true;
     });
     return good ? count : 0;
   }
 
   std::size_t write(std::uint64_t offset, std::span<const std::byte> bytes) noexcept override {
     const bool good = guarded([&] {
-      file_.attr("seek")(offset);
+      if (!seek(offset)) return false;
       for (std::size_t count = 0; count < bytes.size();) {
-        count += writePortion(bytes.subspan(count));
+        const Py_ssize_t portion = writePortion(bytes.subspan(count));
+        if (portion < 0) return false;
+        count += static_cast<std::size_t>(portion);
       }
+      return true;
     });
     return good ? bytes.size() : 0;
   }
@@ -63,18 +69,23 @@ class PythonFile final : public runtime::FileObject {
   std::uint64_t size() noexcept override {
     std::uint64_t end = 0;
     (void)guarded([&] {
-      const py::object told = file_.attr("seek")(0, 2);
-      end = (told.is_none() ? file_.attr("tell")() : told).cast<std::uint64_t>();
+      PyObject* told = PyObject_CallMethod(file_, "seek", "ii", 0, SEEK_END);
+      if (told == Py_None) {
+        Py_DECREF(told);
+        told = PyObject_CallMethod(file_, "tell", nullptr);
+      }
+      if (told == nullptr) return false;
+      end = PyLong_AsUnsignedLongLong(told);
+      Py_DECREF(told);
+      return PyErr_Occurred() == nullptr;
     });
     return end;
   }
 
   bool clear() noexcept override {
     return guarded([&] {
-      if (py::hasattr(file_, "truncate")) {
-        file_.attr("seek")(0);
-        file_.attr("truncate")(0);
-      }
+      if (PyObject_HasAttrString(file_, "truncate") == 0) return true;
+      return seek(0) && succeeded(PyObject_CallMethod(file_, "truncate", "i", 0));
     });
   }
 
@@ -84,28 +95,19 @@ class PythonFile final : public runtime::FileObject {
   // held.
   py::object takeFailure() {
     failed_ = false;
-    return failure_ ? std::exchange(failure_, py::object()) : py::none();
+    PyObject* const failure = std::exchange(failure_, nullptr);
+    return failure == nullptr ? py::none() : py::reinterpret_steal<py::object>(failure);
   }
 
  private:
-  // Runs Python code, unless some has failed before in this call. Returns whether all went well.
-  template <class Action>
-  bool guarded(const Action& action) noexcept {
+  // Runs Python code, unless some has failed before in this call. `action` returns false with an
+  // exception set. It holds references without owners: when the interpreter goes meanwhile, it ends
+  // the thread by unwinding, and owners would release them without its lock.
+  bool guarded(const std::function<bool()>& action) noexcept {
     if (failed_) return false;
     const bool ran = withInterpreter([&] {
-      try {
-        const runtime::OutsideScope outside;
-        action();
-      } catch (py::error_already_set& raised) {
-        raised.restore();
-        keepFailure();
-      } catch (const py::builtin_exception& raised) {
-        raised.set_error();
-        keepFailure();
-      } catch (const std::exception& error) {
-        PyErr_SetString(PyExc_RuntimeError, error.what());
-        keepFailure();
-      }
+      const runtime::OutsideScope outside;
+      if (!action()) keepFailure();
     });
     if (!ran) failed_ = true;
     return !failed_;
@@ -117,43 +119,64 @@ class PythonFile final : public runtime::FileObject {
     PyErr_Fetch(&type, &value, &trace);
     PyErr_NormalizeException(&type, &value, &trace);
     if (trace != nullptr) (void)PyException_SetTraceback(value, trace);
-    failure_ = py::reinterpret_steal<py::object>(value);
+    Py_XDECREF(std::exchange(failure_, value));
     Py_XDECREF(type);
     Py_XDECREF(trace);
   }
 
-  std::size_t readPortion(std::span<std::byte> bytes) {
-    const std::size_t wanted = std::min(bytes.size(), kPortion);
-    const py::object data = file_.attr("read")(wanted);
-    if (data.is_none()) throw blocking();
-    Py_buffer view;
-    if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_SIMPLE) != 0) throw py::error_already_set();
-    const auto count = static_cast<std::size_t>(view.len);
-    if (count <= wanted) {
-      std::copy_n(static_cast<const std::byte*>(view.buf), count, bytes.data());
-    }
-    PyBuffer_Release(&view);
-    if (count > wanted) throw py::value_error("read() returned more bytes than were asked for");
+  static bool succeeded(PyObject* result) {
+    Py_XDECREF(result);
+    return result != nullptr;
+  }
+
+  bool seek(std::uint64_t offset) {
+    return succeeded(
+        PyObject_CallMethod(file_, "seek", "K", static_cast<unsigned long long>(offset)));
+  }
+
+  // How many bytes were read, -1 with an exception set.
+  Py_ssize_t readPortion(std::span<std::byte> bytes) {
+    const auto wanted = static_cast<Py_ssize_t>(std::min(bytes.size(), kPortion));
+    PyObject* const data = PyObject_CallMethod(file_, "read", "n", wanted);
+    if (data == nullptr) return -1;
+    const Py_ssize_t count = data == Py_None ? blocked() : copyBytes(data, bytes.data(), wanted);
+    Py_DECREF(data);
     return count;
   }
 
-  std::size_t writePortion(std::span<const std::byte> bytes) {
-    const std::size_t wanted = std::min(bytes.size(), kPortion);
-    const py::bytes data(reinterpret_cast<const char*>(bytes.data()), wanted);
-    const py::object told = file_.attr("write")(data);
-    if (told.is_none()) return wanted;
-    const auto count = told.cast<std::size_t>();
-    if (count == 0) throw blocking();
-    return std::min(count, wanted);
+  static Py_ssize_t copyBytes(PyObject* data, std::byte* to, Py_ssize_t most) {
+    Py_buffer view;
+    if (PyObject_GetBuffer(data, &view, PyBUF_SIMPLE) != 0) return -1;
+    const Py_ssize_t count = view.len;
+    if (count <= most) std::memcpy(to, view.buf, static_cast<std::size_t>(count));
+    PyBuffer_Release(&view);
+    if (count <= most) return count;
+    PyErr_SetString(PyExc_ValueError, "read() returned more bytes than were asked for");
+    return -1;
   }
 
-  static py::error_already_set blocking() {
+  Py_ssize_t writePortion(std::span<const std::byte> bytes) {
+    const auto wanted = static_cast<Py_ssize_t>(std::min(bytes.size(), kPortion));
+    PyObject* const data =
+        PyBytes_FromStringAndSize(reinterpret_cast<const char*>(bytes.data()), wanted);
+    if (data == nullptr) return -1;
+    PyObject* const told = PyObject_CallMethod(file_, "write", "O", data);
+    Py_DECREF(data);
+    if (told == nullptr) return -1;
+    const Py_ssize_t count =
+        told == Py_None ? wanted : PyNumber_AsSsize_t(told, PyExc_OverflowError);
+    Py_DECREF(told);
+    if (count == -1 && PyErr_Occurred() != nullptr) return -1;
+    return count > 0 ? std::min(count, wanted) : blocked();
+  }
+
+  static Py_ssize_t blocked() {
     PyErr_SetString(PyExc_BlockingIOError, "the file object would block");
-    return {};
+    return -1;
   }
 
-  py::object file_;
-  py::object failure_;
+  PyObject* file_;
+  PyObject* failure_ = nullptr;
   bool failed_ = false;
 };
 
