@@ -54,10 +54,10 @@ class Block:
         :raises Error: the module refuses the image
         """
         directory = self._directory
+        directory._start_reading()
         decode = decoder_for(directory, raw=False)
         with directory._current() as handle:
-            if directory._layout.is_log:
-                directory._prepare(handle)
+            directory._prepare(handle)
             array, said = decode(handle, self.index, self._extent)
             failure = failure_of(said)
             if failure is not None:
@@ -84,8 +84,7 @@ class Block:
             raise UnsupportedOperation("blocks of YCbCr can be changed with JPEG compression only")
         given = self._checked(np.asarray(array), layout)
         with directory._current() as handle:
-            if layout.is_log:
-                directory._prepare(handle)
+            directory._prepare(handle)
             if layout.is_ycbcr:
                 handle.call("setField", JPEG_COLOR_MODE, JPEG_COLOR_MODE_RGB, outputs=0)
             handle.call(f"writeEncoded{layout.unit}", self.index, given, outputs=0)

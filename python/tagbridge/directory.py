@@ -55,18 +55,31 @@ class Directory:
     def _forget_layout(self) -> None:
         self._known_layout = None
 
+    def _start_reading(self) -> None:
+        """Load the directory anew where libtiff decodes rightly only the first time."""
+        if self._layout.compression == Compression.OLD_JPEG:
+            with self._current() as handle:
+                handle.flush()
+                handle.reload()
+
     def _prepare(self, handle: Handle) -> None:
         """Have the codec of a LogL or LogLuv image give floats, once after each load."""
-        if "log" not in handle.notes:
-            handle.call("setField", _SGI_LOG_DATA_FORMAT, _LOG_AS_FLOAT, outputs=0)
-            handle.notes.add("log")
+        if self._layout.is_log and "log" not in handle.notes:
+            self._choose_floats(handle)
+
+    def _choose_floats(self, handle: Handle) -> None:
+        handle.call("setField", _SGI_LOG_DATA_FORMAT, _LOG_AS_FLOAT, outputs=0)
+        handle.notes.add("log")
 
     def _layout_and_metadata(self) -> tuple[Layout, dict[str, Any]]:
+        self._file._require_reading()
+        if self._known_layout is not None:
+            return self._known_layout
         with self._current() as handle:
             if self._known_layout is None:
                 metadata = plain_metadata(handle.call("retrieveMetadata"))
                 if metadata["PhotometricInterpretation"] in (Photometric.LOGL, Photometric.LOGLUV):
-                    self._prepare(handle)
+                    self._choose_floats(handle)
                     metadata = plain_metadata(handle.call("retrieveMetadata"))
                 unit = "Tiles" if metadata["isTiled"] else "Strips"
                 blocks = int(handle.call(f"numberOf{unit}").item())

@@ -30,8 +30,7 @@ from .writing import Writer
 
 
 
-# libtiff makes many strips of a large single one, and tags that tell so, unless it is asked not to;
-# of a file that is to be edited it cannot be asked.
+# libtiff makes many strips of a large single one, and tags that tell so, unless asked not to.
 _AS_STORED = "c"
 
 
@@ -53,6 +52,8 @@ class File(FirstDirectory):
     Use it in a with statement, or close it.
     """
 
+    _as_stored = True  # whether a strip is always one of the file's
+
     def __init__(self, file: Any, mode: str = "r") -> None:
         self._mode = parse_mode(mode)
         self._closed = True
@@ -66,7 +67,7 @@ class File(FirstDirectory):
         if self._mode.writes:
             self._writer = Writer(self._target, self._mode, empty)
         else:
-            self._handle = Handle(self._target, self._mode.access + ("" if self._mode.edits else _AS_STORED))
+            self._handle = Handle(self._target, self._mode.access + self._reading_flags)
         self._closed = False
         try:
             self._start = self._target.start()
@@ -85,7 +86,12 @@ class File(FirstDirectory):
         return self._mode.access == "r" and self._target.shareable
 
     def _another_handle(self) -> Handle:
-        return Handle(self._target, "r" + _AS_STORED, quiet=True)
+        return Handle(self._target, "r" + self._reading_flags, quiet=True)
+
+    @property
+    def _reading_flags(self) -> str:
+        # Of a file that is to be edited libtiff cannot be asked.
+        return _AS_STORED if self._as_stored and not self._mode.edits else ""
 
     def _require_open(self) -> None:
         if self._closed:
@@ -277,14 +283,17 @@ class File(FirstDirectory):
         :raises Error: the module refuses something
         :raises io.UnsupportedOperation: the file is not open in a writing mode
         """
+        self._write(data, Options(
+            photometric, compression, predictor, tile, rows_per_strip, planar, extra_samples,
+            colormap, resolution, resolution_unit, description, level, subdirectories, tags,
+            shape, dtype, progress))
+
+    def _write(self, data: Any, options: Options) -> None:
         self._require_open()
         if self._writer is None:
             raise UnsupportedOperation(
                 f"write() needs a writing mode; the mode of this file is {self.mode!r}")
-        self._writer.write(data, Options(
-            photometric, compression, predictor, tile, rows_per_strip, planar, extra_samples,
-            colormap, resolution, resolution_unit, description, level, subdirectories, tags,
-            shape, dtype, progress))
+        self._writer.write(data, options)
 
     def flush(self) -> None:
         """Write the current directory anew if its tags or blocks were changed."""

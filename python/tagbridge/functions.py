@@ -12,7 +12,7 @@ from .atomic import written_beside
 from .file import File
 
 # Offsets of classic TIFF end at 4 GiB; what is left is for tags and tables.
-_CLASSIC_BYTES = 3_900_000_000
+CLASSIC_BYTES = 3_900_000_000
 
 
 def imread(file: Any, directory: int = 0, **options: Any) -> np.ndarray[Any, Any]:
@@ -47,7 +47,7 @@ def imwrite(
     :raises ValueError: a shape or an option that cannot be
     :raises Error: the module refuses what the options come to
     """
-    large = _size(array, options) > _CLASSIC_BYTES if bigtiff is None else bigtiff
+    large = _size(array, options) > CLASSIC_BYTES if bigtiff is None else bigtiff
     mode = ("a" if append else "w") + ("8" if large else "")
     if append or not isinstance(file, (str, bytes, os.PathLike)):
         _write(file, mode, array, options)

@@ -58,6 +58,8 @@ class Options:
     shape: Sequence[int] | None = None
     dtype: Any = None
     progress: Any = None
+    #: Further tags, of which those that the module refuses are left out.
+    optional_tags: Mapping[Any, Any] | None = None
 
 
 @dataclasses.dataclass(frozen=True)

@@ -63,8 +63,7 @@ class _Read:
     def run(self, handle: Handle, block: int, extent: Extent) -> None:
         """Decode a block and copy what is selected of it into its place."""
         with handle.at(self.directory._place):
-            if self.layout.is_log:
-                self.directory._prepare(handle)
+            self.directory._prepare(handle)
             array, said = self.decode(handle, block, extent)
         self._place(array, extent)
         with self.lock:
@@ -100,6 +99,7 @@ def read_image(
     if threads is not None and threads < 1:
         raise ValueError(f"threads must be positive, not {threads}")
     layout = directory._layout
+    directory._start_reading()
     decode = decoder_for(directory, raw)
     if out is None:
         out = np.zeros(selection.shape, decode.dtype, order="F")

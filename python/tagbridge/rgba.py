@@ -43,6 +43,7 @@ def read_rgba_block(handle: Handle, layout: Layout, extent: Extent,
 
 def read_rgba(directory: Directory) -> np.ndarray[Any, Any]:
     """Return the whole image as rows x columns x 4 uint8; see Directory.rgba."""
+    directory._start_reading()
     layout = directory._layout
     image = np.zeros((layout.rows, layout.columns, 4), np.uint8, order="F")
     warnings: list[Warning] = []

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import threading
 from collections.abc import Iterable, Iterator, Mapping
 from io import UnsupportedOperation
@@ -75,6 +76,9 @@ class Writer:
         with handle.held():
             for number, value in _settings(plan, options):
                 handle.call("setField", number, value, outputs=0)
+            for number, value in _tags(options.optional_tags or {}):
+                with contextlib.suppress(Error):
+                    handle.call("setField", number, value, outputs=0)
             operation = f"writeEncoded{plan.layout.unit}"
             with reporting(options.progress) as report:
                 report.total = plan.layout.blocks
