@@ -13,6 +13,7 @@
 #include "python/file_objects.h"
 #include "python/messages.h"
 #include "python/numpy_api.h"
+#include "python/place_blocks.h"
 #include "python/tag_presence.h"
 #include "runtime/catalog.h"
 #include "runtime/memory.h"
@@ -80,6 +81,7 @@ PYBIND11_MODULE(_core, extension) {
   addCall(extension);
   addTagPresence(extension);
   addFileObjects(extension);
+  addPlaceBlocks(extension);
   addMemory(extension);
   extension.def("catalog_rows", &catalogRows);
   extension.attr("__version__") = TAGBRIDGE_VERSION;

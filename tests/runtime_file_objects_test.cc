@@ -26,7 +26,8 @@ class Memory final : public FileObject {
  public:
   std::size_t read(std::uint64_t offset, std::span<std::byte> bytes) noexcept override {
     if (fails() || offset >= data.size()) return 0;
-    const std::size_t count = std::min(bytes.size(), data.size() - static_cast<std::size_t>(offset));
+    const std::size_t count =
+        std::min(bytes.size(), data.size() - static_cast<std::size_t>(offset));
     std::memcpy(bytes.data(), data.data() + offset, count);
     return count;
   }

@@ -12,6 +12,8 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
+from . import _core
+from ._checks import up
 from ._messages import Warning
 from .decoding import Decoder, decoder_for
 from .enumerations import Compression
@@ -28,6 +30,14 @@ Array = np.ndarray[Any, Any]
 
 # From here on starting threads and opening the file for each takes less time than it saves.
 _WORTH_THREADS = 16 << 20
+# Calls of the module take turns in a process, so that threads wait for each other at present.
+_CALLS_TAKE_TURNS = True
+
+# Of each column so many bytes are copied at the same time, of blocks that together have no more.
+_COLUMN_BYTES = 1024
+_GROUP_BYTES = 32 << 20
+
+Job = list[tuple[int, Extent]]
 
 
 @dataclasses.dataclass
@@ -44,14 +54,28 @@ class _Read:
     lock: threading.Lock = dataclasses.field(default_factory=threading.Lock)
     stopped: bool = False
 
-    def jobs(self) -> Iterator[tuple[int, Extent]]:
-        """Yield the blocks that the selection touches."""
+    def jobs(self) -> Iterator[Job]:
+        """Yield the blocks that the selection touches, those below each other together."""
         layout, axes = self.layout, self.selection.axes
         planes = axes[2].blocks(1) if self.decode.apart and len(axes) > 2 else (0,)
+        rows = axes[0].blocks(layout.block_rows)
+        together = self._blocks_together()
         for plane in planes:
-            for row in axes[0].blocks(layout.block_rows):
+            for first in range(0, len(rows), together):
                 for column in axes[1].blocks(layout.block_columns):
-                    yield layout.number(row, column, plane), layout.extent_at(row, column, plane)
+                    yield [(layout.number(row, column, plane),
+                            layout.extent_at(row, column, plane))
+                           for row in rows[first:first + together]]
+
+    def _blocks_together(self) -> int:
+        """Return how many blocks to copy into the image at the same time."""
+        item, layout = self.target.itemsize, self.layout
+        if self.selection.axes[0].step > 1 or self.target.strides[0] != item:
+            return 1
+        wanted = up(_COLUMN_BYTES, max(1, layout.block_rows * item))
+        fitting = _GROUP_BYTES // max(
+            1, layout.block_rows * layout.block_columns * item * self.decode.samples)
+        return max(1, min(wanted, fitting))
 
     def count(self) -> int:
         """Return the number of these blocks."""
@@ -60,29 +84,38 @@ class _Read:
         return (planes * len(axes[0].blocks(layout.block_rows))
                 * len(axes[1].blocks(layout.block_columns)))
 
-    def run(self, handle: Handle, block: int, extent: Extent) -> None:
-        """Decode a block and copy what is selected of it into its place."""
-        with handle.at(self.directory._place):
-            self.directory._prepare(handle)
-            array, said = self.decode(handle, block, extent)
-        self._place(array, extent)
-        with self.lock:
-            if said:
-                self.said.append((block, said))
-            self.report()
+    def run(self, handle: Handle, job: Job) -> None:
+        """Decode blocks and copy what is selected of them into its place."""
+        arrays = []
+        for block, extent in job:
+            with handle.at(self.directory._place):
+                self.directory._prepare(handle)
+                array, said = self.decode(handle, block, extent)
+            arrays.append(array)
+            with self.lock:
+                if said:
+                    self.said.append((block, said))
+                self.report()
+        self._place([extent for _, extent in job], arrays)
 
-    def _place(self, array: Array, extent: Extent) -> None:
+    def _place(self, extents: list[Extent], arrays: list[Array]) -> None:
         axes = self.selection.axes
-        rows = axes[0].within(extent.top, extent.bottom)
-        columns = axes[1].within(extent.left, extent.right)
-        target = self.target[rows.first:rows.stop, columns.first:columns.stop]
-        source = array[rows.source, columns.source]
-        if len(axes) == 2:
-            target[...] = source
-        elif self.decode.apart:
-            target[:, :, axes[2].within(extent.plane or 0, (extent.plane or 0) + 1).first] = source
-        else:
-            target[...] = source[:, :, axes[2].within(0, self.decode.samples).source]
+        rows = [axes[0].within(extent.top, extent.bottom) for extent in extents]
+        columns = axes[1].within(extents[0].left, extents[0].right)
+        target = self.target[rows[0].first:rows[-1].stop, columns.first:columns.stop]
+        sources = [array[part.source, columns.source]
+                   for array, part in zip(arrays, rows, strict=True)]
+        if len(axes) > 2 and self.decode.apart:
+            plane = extents[0].plane or 0
+            target = target[:, :, axes[2].within(plane, plane + 1).first]
+        elif len(axes) > 2:
+            samples = axes[2].within(0, self.decode.samples).source
+            sources = [source[:, :, samples] for source in sources]
+        if all(array.strides[0] == array.itemsize for array in (target, *sources)):
+            _core.place_blocks(target, sources)
+            return
+        for part, source in zip(rows, sources, strict=True):
+            target[part.first - rows[0].first:part.stop - rows[0].first] = source
 
 
 def read_image(
@@ -102,7 +135,9 @@ def read_image(
     directory._start_reading()
     decode = decoder_for(directory, raw)
     if out is None:
-        out = np.zeros(selection.shape, decode.dtype, order="F")
+        # Blocks cover all of it, unless they have no size. np.empty takes large pages.
+        make = np.empty if layout.block_rows and layout.block_columns else np.zeros
+        out = make(selection.shape, decode.dtype, order="F")
     else:
         check_out(out, selection.shape, decode.dtype)
     with reporting(progress) as report:
@@ -136,8 +171,8 @@ def check_out(out: Array, shape: tuple[int, ...], dtype: np.dtype[Any]) -> None:
 
 def _run_here(read: _Read) -> None:
     handle = read.directory.file._handle
-    for block, extent in read.jobs():
-        read.run(handle, block, extent)
+    for job in read.jobs():
+        read.run(handle, job)
 
 
 def _thread_count(read: _Read, threads: int | None) -> int:
@@ -147,7 +182,7 @@ def _thread_count(read: _Read, threads: int | None) -> int:
     if threads is not None:
         return min(threads, blocks)
     size = math.prod(read.selection.shape) * read.target.itemsize
-    if read.layout.compression == Compression.NONE or size < _WORTH_THREADS:
+    if _CALLS_TAKE_TURNS or read.layout.compression == Compression.NONE or size < _WORTH_THREADS:
         return 1
     return min(len(os.sched_getaffinity(0)), blocks)
 
@@ -164,7 +199,7 @@ def _run_threads(read: _Read, count: int) -> None:
                     job = next(jobs, None)
                 if job is None:
                     return
-                read.run(handle, *job)
+                read.run(handle, job)
         except BaseException:
             read.stopped = True
             raise
