@@ -1,5 +1,6 @@
-// Blocks below each other are copied together, column after column: of a column of the image a strip
-// holds a few bytes only, and to write these alone costs as much as to write a whole cache line.
+// Blocks below each other are copied together, column after column: of a column of the image a
+// strip holds a few bytes only, and to write these alone costs as much as to write a whole cache
+// line.
 #include "python/place_blocks.h"
 
 #include <algorithm>
