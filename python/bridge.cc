@@ -21,17 +21,21 @@ namespace {
 struct Bridge {
   explicit Bridge(runtime::Module loaded) : module(std::move(loaded)) {}
 
-  std::mutex mutex;
+  std::recursive_mutex mutex;
   // Guarded by mutex, all of them.
   runtime::Module module;
   std::vector<resource_core::BaseMsgID>* warnings = nullptr;  // of the call that holds mutex
-  int pausing = 0;                                            // calls that others may overtake
-  std::condition_variable nonePauses;
+  int depth = 0;    // calls of the thread that holds mutex, one inside the other
+  int pausing = 0;  // calls that others may overtake
+  std::condition_variable_any nonePauses;
   bool lockedForFork = false;
 };
 
 Bridge* s_bridge = nullptr;
 constinit std::atomic<bool> callsAreStopped = false;
+
+// Says that a thread stopped for good inside a call, with the lock.
+std::atomic<bool> s_callAbandoned = false;
 
 void collectWarnings() {
   runtime::setWarningSink([](const resource_core::BaseMsgID& warning) {  //
@@ -41,11 +45,15 @@ void collectWarnings() {
 
 // Lets other calls in while the one that holds the lock waits.
 void pauseCall(std::chrono::milliseconds duration) noexcept {
+  // Inside another call of this thread the lock is that call's too.
+  if (s_bridge->depth > 1) return std::this_thread::sleep_for(duration);
+  const int depth = std::exchange(s_bridge->depth, 0);
   std::vector<resource_core::BaseMsgID>* const warnings = s_bridge->warnings;
   ++s_bridge->pausing;
   s_bridge->mutex.unlock();
   std::this_thread::sleep_for(duration);
   s_bridge->mutex.lock();
+  s_bridge->depth = depth;
   s_bridge->warnings = warnings;
   if (--s_bridge->pausing == 0) s_bridge->nonePauses.notify_all();
 }
@@ -74,13 +82,17 @@ void afterForkInChild() {
 // Everything that a call throws ends up in the outcome: the interpreter's lock has to be taken
 // again before anything can be reported.
 void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
-                Outcome& outcome) noexcept {
+                const std::function<void()>& then, Outcome& outcome) noexcept {
   const std::lock_guard lock(s_bridge->mutex);
-  s_bridge->warnings = &outcome.warnings;
+  // Not null when a file object, called by another call on this thread, has led here.
+  std::vector<resource_core::BaseMsgID>* const outer =
+      std::exchange(s_bridge->warnings, &outcome.warnings);
+  ++s_bridge->depth;
   try {
     try {
       s_bridge->module.call(static_cast<int>(outputs.size()), outputs.data(),
                             static_cast<int>(inputs.size()), inputs.data());
+      if (then) then();
     } catch (const foundation::core::except::IMsgIDException& error) {
       outcome.diagnostics = s_bridge->module.diagnostics();
       outcome.failure = std::current_exception();
@@ -89,6 +101,8 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
   } catch (...) {
     outcome.failure = std::current_exception();
   }
+  --s_bridge->depth;
+  s_bridge->warnings = outer;
 }
 
 // Takes the interpreter's lock again. A daemon thread that comes back when the interpreter has gone
@@ -115,9 +129,14 @@ void loadModule(const std::filesystem::path& plugin) {
 }
 
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
+  return callModule(outputs, inputs, {});
+}
+
+Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
+                   const std::function<void()>& then) {
   Outcome outcome;
   PyThreadState* const thread = PyEval_SaveThread();
-  callLocked(outputs, inputs, outcome);
+  callLocked(outputs, inputs, then, outcome);
   restoreThread(thread);
   return outcome;
 }
@@ -134,9 +153,25 @@ void cleanUpModule() {
   restoreThread(thread);
 }
 
+bool withInterpreter(const std::function<void()>& action) noexcept {
+  if (_Py_IsFinalizing() != 0) return false;
+  try {
+    const PyGILState_STATE state = PyGILState_Ensure();
+    action();
+    PyGILState_Release(state);
+    return true;
+  } catch (...) {
+    // The interpreter went meanwhile and ends the thread: see restoreThread. The lock stays taken.
+    s_callAbandoned = true;
+    for (;;) pause();
+  }
+}
+
 void stopCalls() noexcept {
   callsAreStopped = true;
-  s_bridge->mutex.lock();
+  while (!s_bridge->mutex.try_lock() && !s_callAbandoned) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 }  // namespace tb::python

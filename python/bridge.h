@@ -2,13 +2,17 @@
 //
 // The module takes no lock of its own, so a call holds this one; it gives the interpreter's lock
 // back first, because a thread that waited here with it would stop every other thread, the one
-// inside the module included. Nothing that runs inside a call touches Python. While a call waits
-// before it tries something again, others may run. A fork waits until no call runs, so that the
-// module can be used on both sides.
+// inside the module included. Of what runs inside a call only file objects touch Python: they take
+// the interpreter's lock for as long as they need it (withInterpreter). So the interpreter's lock
+// may be waited for with this one held, and never the other way round. Python code that runs so may
+// call the module again, on this thread: the collector of garbage may close a file. While a call
+// waits before it tries something again, others may run. A fork waits until no call runs, so that
+// the module can be used on both sides.
 #pragma once
 
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -34,6 +38,15 @@ void loadModule(const std::filesystem::path& plugin);
 // Calls the gateway; inputs[0] is the operation's name. The caller holds the interpreter's lock,
 // which is released meanwhile.
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
+
+// The same; when the call has returned and before another can begin, runs `then`, which does not
+// touch Python.
+Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
+                   const std::function<void()>& then);
+
+// Runs `action` with the interpreter's lock, from inside a call of the module. Returns false when
+// there is no interpreter any more. `action` throws nothing.
+bool withInterpreter(const std::function<void()>& action) noexcept;
 
 // Closes the files that are still open, with the closing warnings on standard error whatever
 // Python's warning filters say. Does nothing the second time. Waits for calls that pause.

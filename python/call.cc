@@ -99,22 +99,34 @@ py::object results(Outputs& outputs) {
   return values;
 }
 
+// Hands over what a call that succeeded has left: the result, or null with an exception set.
+using Deliver = py::object(const Arguments& arguments, Outputs& outputs, const Outcome& outcome);
+
+py::object deliver(const Arguments& arguments, Outputs& outputs, const Outcome& outcome) {
+  if (outcome.warnings.empty()) return results(outputs);
+  const py::object fromWarning = issueWarnings(outcome.warnings);
+  if (!fromWarning) return results(outputs);
+  closeUndelivered(arguments.operation, outputs);
+  return failWith(fromWarning);
+}
+
+py::object deliverWithWarnings(const Arguments&, Outputs& outputs, const Outcome& outcome) {
+  return py::make_tuple(results(outputs), warningObjects(outcome.warnings));
+}
+
 // The result, or null with a Python exception set.
-py::object call(const Arguments& arguments) {
+py::object call(const Arguments& arguments, Deliver* deliverResult) {
   Inputs inputs(arguments.operation);
   for (PyObject* const input : arguments.inputs) inputs.add(input);
   Outputs outputs(static_cast<std::size_t>(arguments.outputs));
   const Outcome outcome = callModule({outputs.data(), outputs.size()}, inputs.arrays());
-
-  py::object fromWarning;
-  if (!outcome.warnings.empty()) fromWarning = issueWarnings(outcome.warnings);
-  if (outcome.failure != nullptr) return fail(outcome, std::move(fromWarning));
-  inputs.keepOperationName();
-  if (fromWarning) {
-    closeUndelivered(arguments.operation, outputs);
-    return failWith(fromWarning);
+  if (outcome.failure != nullptr) {
+    py::object fromWarning;
+    if (!outcome.warnings.empty()) fromWarning = issueWarnings(outcome.warnings);
+    return fail(outcome, std::move(fromWarning));
   }
-  return results(outputs);
+  inputs.keepOperationName();
+  return deliverResult(arguments, outputs, outcome);
 }
 
 // Sets the Python exception that stands for the C++ exception being handled.
@@ -136,10 +148,11 @@ void setPythonException() {
   }
 }
 
+template <Deliver* deliverResult>
 PyObject* callFromPython(PyObject*, PyObject* const* values, Py_ssize_t count,
                          PyObject* names) noexcept {
   try {
-    return call(readArguments(values, count, names)).release().ptr();
+    return call(readArguments(values, count, names), deliverResult).release().ptr();
   } catch (...) {
     try {
       setPythonException();
@@ -162,19 +175,34 @@ constexpr const char* kDocumentation =
     "has no counterpart among the host's arrays; its message counts the arguments\n"
     "of this function from 1, so that argument 2 is the first input.";
 
+constexpr const char* kCollectDocumentation =
+    "collect(operation, *inputs, outputs=1)\n"
+    "--\n"
+    "\n"
+    "The same as call, but return the result and a list of the warnings, which are not issued.";
+
 // PyMethodDef holds functions of every signature as one type.
-PyMethodDef s_callMethod = {
-    "call", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(&callFromPython)),
-    METH_FASTCALL | METH_KEYWORDS, kDocumentation};
+template <Deliver* deliverResult>
+PyMethodDef method(const char* name, const char* documentation) {
+  return {
+      name,
+      reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(&callFromPython<deliverResult>)),
+      METH_FASTCALL | METH_KEYWORDS, documentation};
+}
+
+PyMethodDef s_methods[] = {method<deliver>("call", kDocumentation),
+                           method<deliverWithWarnings>("collect", kCollectDocumentation)};
 
 }  // namespace
 
 void addCall(py::module_& extension) {
   const py::str package("tagbridge");
-  const auto function = py::reinterpret_steal<py::object>(
-      PyCFunction_NewEx(&s_callMethod, extension.ptr(), package.ptr()));
-  if (!function) throw py::error_already_set();
-  extension.attr("call") = function;
+  for (PyMethodDef& definition : s_methods) {
+    const auto function = py::reinterpret_steal<py::object>(
+        PyCFunction_NewEx(&definition, extension.ptr(), package.ptr()));
+    if (!function) throw py::error_already_set();
+    extension.attr(definition.ml_name) = function;
+  }
 }
 
 }  // namespace tb::python

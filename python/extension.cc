@@ -10,8 +10,11 @@
 #include "python/array_owner.h"
 #include "python/bridge.h"
 #include "python/call.h"
+#include "python/file_objects.h"
 #include "python/messages.h"
 #include "python/numpy_api.h"
+#include "python/place_blocks.h"
+#include "python/tag_presence.h"
 #include "runtime/catalog.h"
 #include "runtime/memory.h"
 
@@ -76,6 +79,9 @@ PYBIND11_MODULE(_core, extension) {
   makeOwnerType();
   importModule();
   addCall(extension);
+  addTagPresence(extension);
+  addFileObjects(extension);
+  addPlaceBlocks(extension);
   addMemory(extension);
   extension.def("catalog_rows", &catalogRows);
   extension.attr("__version__") = TAGBRIDGE_VERSION;

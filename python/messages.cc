@@ -86,10 +86,13 @@ py::list diagnosticTexts(const std::vector<runtime::Diagnostic>& diagnostics) {
   return texts;
 }
 
+py::object warningObject(const BaseMsgID& message) {
+  return py::handle(s_classes.warning)(message.identifier(), argumentValues(message),
+                                       catalogText(runtime::warningText(message)));
+}
+
 void warn(const BaseMsgID& message) {
-  const py::object warning = py::handle(s_classes.warning)(
-      message.identifier(), argumentValues(message), catalogText(runtime::warningText(message)));
-  py::handle(s_classes.warnings).attr("warn")(warning);
+  py::handle(s_classes.warnings).attr("warn")(warningObject(message));
 }
 
 void addNote(const py::object& exception, const py::object& note) {
@@ -116,6 +119,12 @@ py::object errorObject(const BaseMsgID& error,
 
 void setError(const BaseMsgID& error, const std::vector<runtime::Diagnostic>& diagnostics) {
   PyErr_SetObject(s_classes.error, errorObject(error, diagnostics).ptr());
+}
+
+py::list warningObjects(const std::vector<BaseMsgID>& warnings) {
+  py::list objects;
+  for (const BaseMsgID& warning : warnings) objects.append(warningObject(warning));
+  return objects;
 }
 
 py::object issueWarnings(const std::vector<BaseMsgID>& warnings) {

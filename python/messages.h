@@ -20,6 +20,9 @@ pybind11::object errorObject(const resource_core::BaseMsgID& error,
 void setError(const resource_core::BaseMsgID& error,
               const std::vector<runtime::Diagnostic>& diagnostics);
 
+// A tagbridge.Warning for each of them.
+pybind11::list warningObjects(const std::vector<resource_core::BaseMsgID>& warnings);
+
 // Issues every warning through warnings.warn, for the line that made the call. Returns the
 // exception that the first of them became when a filter turns warnings into errors, with the texts
 // of further ones as its notes; else a null object. No Python exception is set afterwards.

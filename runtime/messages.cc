@@ -109,6 +109,20 @@ GatewayScope::GatewayScope() noexcept : outer_(std::exchange(insideModule, true)
 
 GatewayScope::~GatewayScope() { insideModule = outer_; }
 
+struct OutsideScope::Kept {
+  ErrorStack messages = std::exchange(stack, {});
+  bool used = std::exchange(stackIsUsed, false);
+  bool inside = std::exchange(insideModule, false);
+};
+
+OutsideScope::OutsideScope() : kept_(std::make_unique<Kept>()) {}
+
+OutsideScope::~OutsideScope() {
+  stack = std::move(kept_->messages);
+  stackIsUsed = kept_->used;
+  insideModule = kept_->inside;
+}
+
 std::vector<Diagnostic> collectedDiagnostics() {
   mentionDropped();
   return stack.messages;

@@ -14,11 +14,13 @@
 
 #include "host/tiff_utilities.h"
 #include "runtime/directory_bounds.h"
+#include "runtime/file_objects.h"
 #include "runtime/file_source.h"
 #include "runtime/memory.h"
 #include "runtime/messages.h"
 #include "runtime/open_file.h"
 #include "runtime/open_mode.h"
+#include "runtime/open_object.h"
 
 namespace tb::runtime {
 namespace {
@@ -89,16 +91,29 @@ std::string libtiffMode(FileSource& file, const OpenMode& mode) {
   return letters;
 }
 
+TIFF* openSourceOf(std::unique_ptr<FileSource> file, const std::string& name,
+                   const OpenMode& mode) {
+  if (file == nullptr || !mayBeLoaded(*file, name, mode)) return nullptr;
+  const std::size_t limit = largestAllocation(*file, mode);
+  const std::string letters = libtiffMode(*file, mode);
+  return openSource(std::move(file), name, letters, limit);
+}
+
+TIFF* openNamedObject(const NamedFileObject& named, const char* modeText) {
+  const std::optional<OpenMode> mode = knownMode(named.label, modeText);
+  if (!mode) return nullptr;
+  TIFF* tif = openSourceOf(openObject(named, *mode), named.label, *mode);
+  if (!named.object->hasFailed()) return tif;
+  if (tif != nullptr) TIFFClose(tif);
+  throw FileObjectFailure();
+}
+
 TIFF* open(const std::u16string& fileName, const char* modeText) {
+  if (const auto named = findFileObject(fileName)) return openNamedObject(*named, modeText);
   const std::optional<std::string> name = utf8Name(fileName);
   if (!name) return nullptr;
   const std::optional<OpenMode> mode = knownMode(*name, modeText);
-  if (!mode) return nullptr;
-  std::unique_ptr<FileSource> file = openRegularFile(*name, *mode);
-  if (file == nullptr || !mayBeLoaded(*file, *name, *mode)) return nullptr;
-  const std::size_t limit = largestAllocation(*file, *mode);
-  const std::string letters = libtiffMode(*file, *mode);
-  return openSource(std::move(file), *name, letters, limit);
+  return mode ? openSourceOf(openRegularFile(*name, *mode), *name, *mode) : nullptr;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The getField operation: one row for each tag that it serves or refuses by name.
 
 #include <algorithm>
+#include <type_traits>
 
 #include "core/errors.h"
 #include "core/field_guard.h"
@@ -60,34 +61,44 @@ vxArrayPtr impliedTag(TIFF* tif, std::uint32_t, const std::string&) {
 }
 
 template <class T>
-constexpr ReadKind kDefaulted{defaulted<T>, "double, 1-by-1; libtiff's default when absent"};
+constexpr ValueKind kScalarKind = std::is_floating_point_v<T> ? ValueKind::real : ValueKind::whole;
 template <class T>
-constexpr ReadKind kRequired{required<T>, "double, 1-by-1"};
-constexpr ReadKind kPair{requiredPair, "double, 1-by-2"};
-constexpr ReadKind kDefaultedPair{defaultedPair, "double, 1-by-2; libtiff's default when absent"};
-constexpr ReadKind kText{requiredText, "char, a row; 0-by-0 when empty"};
+constexpr ReadKind kDefaulted{defaulted<T>, "double, 1-by-1; libtiff's default when absent",
+                              kScalarKind<T>};
+template <class T>
+constexpr ReadKind kRequired{required<T>, "double, 1-by-1", kScalarKind<T>};
+constexpr ReadKind kPair{requiredPair, "double, 1-by-2", ValueKind::wholeRow};
+constexpr ReadKind kDefaultedPair{defaultedPair, "double, 1-by-2; libtiff's default when absent",
+                                  ValueKind::wholeRow};
+constexpr ReadKind kText{requiredText, "char, a row; 0-by-0 when empty", ValueKind::text};
 constexpr ReadKind kPerBlock{retrievePerTilePerStrip,
-                             "uint64, a row with one element for each strip or tile"};
-constexpr ReadKind kTwoFloats{retrieveFloatpp, "double, 1-by-2"};
-constexpr ReadKind kThreeFloats{retrieveFloatpp, "double, 1-by-3"};
-constexpr ReadKind kSixFloats{retrieveFloatpp, "double, 1-by-6"};
-constexpr ReadKind kBytes{retrieveCountpVoidpp, "uint8, a row of the bytes"};
-constexpr ReadKind kCharacters{retrieveCountpVoidpp, "char, a row of the bytes"};
-constexpr ReadKind kDoubles{retrieveCountpDoublepp, "double, a row"};
-constexpr ReadKind kTiepoints{retrieveCountpDoublepp, "double, N-by-6, one tie point a row"};
-constexpr ReadKind kGeoKeys{retrieveGeoKeyDirectory, "double, N-by-4, one key entry a row"};
-constexpr ReadKind kExtraSamples{retrieveExtraSamples, "double, a row"};
-constexpr ReadKind kSubIfd{retrieveSubIfd, "uint64, a row of offsets"};
+                             "uint64, a row with one element for each strip or tile",
+                             ValueKind::wholeRow};
+constexpr ReadKind kTwoFloats{retrieveFloatpp, "double, 1-by-2", ValueKind::realRow};
+constexpr ReadKind kThreeFloats{retrieveFloatpp, "double, 1-by-3", ValueKind::realRow};
+constexpr ReadKind kSixFloats{retrieveFloatpp, "double, 1-by-6", ValueKind::realRow};
+constexpr ReadKind kBytes{retrieveCountpVoidpp, "uint8, a row of the bytes", ValueKind::bytes};
+constexpr ReadKind kCharacters{retrieveCountpVoidpp, "char, a row of the bytes",
+                               ValueKind::characters};
+constexpr ReadKind kDoubles{retrieveCountpDoublepp, "double, a row", ValueKind::realRow};
+constexpr ReadKind kTiepoints{retrieveCountpDoublepp, "double, N-by-6, one tie point a row",
+                              ValueKind::realTable};
+constexpr ReadKind kGeoKeys{retrieveGeoKeyDirectory, "double, N-by-4, one key entry a row",
+                            ValueKind::wholeTable};
+constexpr ReadKind kExtraSamples{retrieveExtraSamples, "double, a row", ValueKind::wholeRow};
+constexpr ReadKind kSubIfd{retrieveSubIfd, "uint64, a row of offsets", ValueKind::wholeRow};
 constexpr ReadKind kPlanar{impliedTag<retrievePlanarConfiguration>,
-                           "double, 1-by-1; libtiff's default when absent"};
+                           "double, 1-by-1; libtiff's default when absent", ValueKind::whole};
 constexpr ReadKind kTransferFunction{
     impliedTag<retrieveTransferFunction>,
-    "double, 1-by-2^BitsPerSample for one sample per pixel, 2^BitsPerSample-by-3 for three"};
+    "double, 1-by-2^BitsPerSample for one sample per pixel, 2^BitsPerSample-by-3 for three",
+    ValueKind::wholeTable};
 constexpr ReadKind kColorMap{impliedTag<retrieveColorMap>,
-                             "double, 2^BitsPerSample-by-3, each element 0 to 1"};
+                             "double, 2^BitsPerSample-by-3, each element 0 to 1",
+                             ValueKind::realTable};
 constexpr ReadKind kInkNames{impliedTag<retrieveInkNames>,
-                             "cell, 1-by-NumberOfInks, each cell a char row"};
-constexpr ReadKind kRefused{refuseUnsupported, nullptr};
+                             "cell, 1-by-NumberOfInks, each cell a char row", ValueKind::texts};
+constexpr ReadKind kRefused{refuseUnsupported, nullptr, ValueKind::refused};
 
 constexpr ReadRow kReadRows[] = {
     {TIFFTAG_SUBFILETYPE, kDefaulted<std::uint32_t>},

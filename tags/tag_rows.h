@@ -19,10 +19,27 @@ using Reader = vxArrayPtr (*)(TIFF*, std::uint32_t tag, const std::string& tagNa
 // Checks and stores a value. Returns the status of the store, 0 when libtiff refused it, or raises.
 using Writer = int (*)(TIFF*, std::uint32_t tag, const std::string& tagName, const vxArray* value);
 
+// What the value of a tag is, in the words of a program that offers it further: numbers are whole
+// or real, a row has any number of elements, a table is two-dimensional also when it has one row.
+enum class ValueKind {
+  whole,
+  real,
+  wholeRow,
+  realRow,
+  wholeTable,
+  realTable,
+  text,
+  texts,
+  bytes,
+  characters,  // bytes that are text
+  refused,
+};
+
 // A way to read, with the class and shape that comes of it; null words for a tag that is refused.
 struct ReadKind {
   Reader read;
   const char* result;
+  ValueKind kind;
 };
 
 // A way to write, with the value that it accepts and, in order, what it checks beyond that.

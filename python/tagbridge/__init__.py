@@ -1,13 +1,18 @@
-"""Low-level access to TIFF files: tags, strips and tiles as NumPy arrays.
+"""TIFF files: images, tags, strips and tiles as NumPy arrays and Python values.
 
-:func:`call` runs one operation of the module::
+:func:`open` gives a :class:`File`, a sequence of :class:`Directory`::
 
-    file = tagbridge.call("open", "image.tif", "r")
-    block = tagbridge.call("readEncodedStrip", file, 0)
-    tagbridge.call("close", file)
+    with tagbridge.open("scan.tif") as tif:
+        page = tif[0]
+        print(page.shape, page.dtype, page.compression)
+        corner = page[:256, :256]
+        print(page.tags["DateTime"])
 
-Arrays are column-major, as the module has them: every array that it returns is a
-view of the module's own memory, and a Fortran-contiguous array goes in as it is.
+:func:`imread` and :func:`imwrite` read and write a whole image. :func:`call` runs one of the 25
+operations beneath.
+
+Directories, strips, tiles, rows and columns count from 0. Arrays are column-major (Fortran order):
+rows x columns, or rows x columns x samples.
 """
 
 from __future__ import annotations
@@ -26,17 +31,57 @@ from ._core import (
     set_memory_limit,
 )
 from ._messages import Error, Warning
+from .blocks import Block
+from .directory import Directory
+from .enumerations import (
+    Compression,
+    ExtraSample,
+    FillOrder,
+    InkSet,
+    Orientation,
+    Photometric,
+    PlanarConfiguration,
+    Predictor,
+    ResolutionUnit,
+    SampleFormat,
+    SubfileType,
+    YCbCrPositioning,
+)
+from .errors import DecodeError
+from .file import File, open
+from .functions import imread, imwrite
+from .tags import Tags
 
 __all__ = [
+    "Block",
     "CatalogEntry",
+    "Compression",
+    "DecodeError",
+    "Directory",
     "Error",
+    "ExtraSample",
+    "File",
+    "FillOrder",
+    "InkSet",
+    "Orientation",
+    "Photometric",
+    "PlanarConfiguration",
+    "Predictor",
+    "ResolutionUnit",
+    "SampleFormat",
+    "SubfileType",
+    "Tags",
     "Warning",
+    "YCbCrPositioning",
     "__version__",
     "cache_limit",
     "cached_bytes",
     "call",
     "catalog",
+    "imread",
+    "imwrite",
     "memory_limit",
+    "open",
     "release_cached_memory",
     "set_cache_limit",
     "set_memory_limit",

@@ -35,7 +35,7 @@ def test_the_stub_has_the_parameters_of_call():
 
 def test_the_stub_has_the_parameters_of_the_other_functions():
     for name, node in stub_functions().items():
-        if name != "call":
+        if name not in ("call", "collect"):
             signature = vars(_core)[name].__doc__.splitlines()[0]
             assert re.findall(r"(\w+): ", signature) == [argument.arg for argument in node.args.args]
 

@@ -6,19 +6,22 @@ import argparse
 import collections
 import contextlib
 import dataclasses
+import io
 import logging
 import os
 import sys
 import time
 import warnings
 from collections.abc import Iterator
+from typing import Any
 
 import numpy as np
 from tqdm import tqdm
 
-import tagbridge
-from tagbridge import call
-from tagbridge.demo import copying, images, report
+from .._messages import Error
+from ..directory import Directory
+from ..file import File
+from . import copying, images, report
 
 log = logging.getLogger("tagbridge.demo")
 LIBTIFF_ERROR = "KORVAL:pictoria:tiffutils:libtiffError"
@@ -40,6 +43,7 @@ class Notices:
 
 @contextlib.contextmanager
 def collected_warnings() -> Iterator[Notices]:
+    """Collects warnings instead of showing them."""
     notices = Notices()
     with warnings.catch_warnings():
         warnings.simplefilter("always")
@@ -57,6 +61,7 @@ class Totals:
     seconds: float = 0.0
 
     def add(self, other: Totals) -> None:
+        """Counts another total in."""
         for field in dataclasses.fields(self):
             setattr(self, field.name, getattr(self, field.name) + getattr(other, field.name))
 
@@ -71,24 +76,24 @@ class Image:
     dtype: str | None = None
     damaged: int = 0
 
-    def add(self, arrays: tuple[np.ndarray, ...]) -> None:
-        self.dtype = arrays[0].dtype.name
+    def add(self, array: np.ndarray[Any, Any]) -> None:
+        """Counts a block in."""
+        self.dtype = array.dtype.name
         self.totals.blocks += 1
-        self.totals.size += sum(array.nbytes for array in arrays)
+        self.totals.size += array.nbytes
 
 
-def read_image(file: np.ndarray, layout: images.Layout, image: Image, notices: Notices) -> None:
-    """Reads the blocks of the current directory into `image`, only one of them held at a time."""
-    blocks = images.block_count(file, layout)
+def read_image(page: Directory, image: Image, notices: Notices) -> None:
+    """Reads the blocks of a directory into `image`, only one of them held at a time."""
     in_a_row = 0
-    for block in tqdm(range(blocks), unit="block", leave=False, delay=1,
+    for block in tqdm(page.blocks, unit="block", leave=False, delay=1,
                       disable=not sys.stderr.isatty()):
         errors_before = notices.libtiff_errors
         start = time.perf_counter()
-        arrays = images.read_block(file, layout, block)
+        array = block.read()
         image.totals.seconds += time.perf_counter() - start
-        image.add(arrays)
-        for plane, samples in images.planes_of(layout, block, blocks, arrays):
+        image.add(array)
+        for plane, samples in images.planes_of(block.plane, array):
             image.planes[plane].add(samples)
         damaged = notices.libtiff_errors > errors_before
         image.damaged += damaged
@@ -97,17 +102,19 @@ def read_image(file: np.ndarray, layout: images.Layout, image: Image, notices: N
             return
 
 
-def show_image(name: str, layout: images.Layout, image: Image) -> None:
-    log.info("  %-6s %s", name, report.describe(layout, image.dtype))
+def show_image(name: str, page: Directory, image: Image) -> None:
+    """Shows what a directory is and holds."""
+    log.info("  %-6s %s", name, report.describe(page, image.dtype))
     for plane, statistics in sorted(image.planes.items()):
         log.info("         %s", report.describe_plane(plane, statistics))
     totals = image.totals
     log.info("         %s in %s, %s", report.size(totals.size),
-             report.counted(totals.blocks, layout.unit.lower()),
+             report.counted(totals.blocks, report.unit(page)),
              report.throughput(totals.size, totals.seconds))
 
 
 def show_error(name: str, error: Exception) -> None:
+    """Shows what kept a directory or a file from being read."""
     first, *others = report.describe_error(error)
     log.error("  %-6s error %s", name, first)
     for line in others:
@@ -115,33 +122,33 @@ def show_error(name: str, error: Exception) -> None:
 
 
 def show_notices(notices: Notices) -> None:
+    """Shows the warnings of a directory."""
     for line in report.describe_notices(notices.counts):
         log.warning("         warning %s", line)
 
 
-def demonstrate_directory(file: np.ndarray, visit: images.Visit, totals: Totals) -> bool:
+def demonstrate_directory(name: str, page: Directory, totals: Totals) -> bool:
     """Reads and shows one directory; returns whether all of it could be read."""
-    error = visit.error
+    error: Exception | None = None
     image = Image()
+    known = False
     with collected_warnings() as notices:
-        layout = None
         try:
-            if error is None:
-                layout = images.layout_of(file)
-                read_image(file, layout, image, notices)
-        except (tagbridge.Error, MemoryError) as caught:
+            known = bool(page.metadata)
+            read_image(page, image, notices)
+        except (Error, MemoryError) as caught:
             error = caught
     image.totals.directories = 1
     totals.add(image.totals)
-    if layout is not None:
-        show_image(visit.name, layout, image)
+    if known:
+        show_image(name, page, image)
     show_notices(notices)
     if image.damaged:
         log.error("         error %s", LIBTIFF_ERROR)
         log.error("           %d of %s could not be decoded", image.damaged,
-                  report.counted(image.totals.blocks, layout.unit.lower()))
+                  report.counted(image.totals.blocks, report.unit(page)))
     if error is not None:
-        show_error(visit.name, error)
+        show_error(name, error)
     return error is None and not image.damaged
 
 
@@ -165,12 +172,12 @@ def demonstrate_file(path: str, totals: Totals, copy: bool) -> bool:
     good = True
     with collected_warnings() as notices:
         try:
-            with images.opened(path, "r") as file:
-                for visit in images.walk(file):
-                    good &= demonstrate_directory(file, visit, totals)
+            with File(path) as tif:
+                for name, page in images.walk(tif):
+                    good &= demonstrate_directory(name, page, totals)
             if copy:
                 good &= demonstrate_copy(path)
-        except (tagbridge.Error, MemoryError) as error:
+        except (Error, MemoryError, OSError) as error:
             show_error("", error)
             good = False
     show_notices(notices)
@@ -178,6 +185,7 @@ def demonstrate_file(path: str, totals: Totals, copy: bool) -> bool:
 
 
 def parse_arguments() -> argparse.Namespace:
+    """Returns what the command line asks for."""
     parser = argparse.ArgumentParser(
         prog="demo", description="Read every image of TIFF files and show what is in them.")
     parser.add_argument("files", nargs="+", metavar="FILE")
@@ -188,8 +196,10 @@ def parse_arguments() -> argparse.Namespace:
 
 
 def main() -> int:
+    """Demonstrates the files and returns the exit status."""
     arguments = parse_arguments()
-    sys.stdout.reconfigure(errors="backslashreplace")  # a file name may hold any byte
+    if isinstance(sys.stdout, io.TextIOWrapper):  # a file name may hold any byte
+        sys.stdout.reconfigure(errors="backslashreplace")
     logging.basicConfig(stream=sys.stdout, format="%(message)s",
                         level=logging.WARNING if arguments.quiet else logging.INFO)
     totals = Totals()

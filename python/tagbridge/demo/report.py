@@ -2,8 +2,11 @@
 
 from __future__ import annotations
 
-import tagbridge
-from tagbridge.demo.images import Layout, PlaneStatistics
+from collections.abc import Mapping
+
+from .._messages import Error
+from ..directory import Directory
+from .images import PlaneStatistics
 
 COMPRESSIONS = {
     1: "uncompressed", 2: "CCITT RLE", 3: "CCITT Group 3", 4: "CCITT Group 4", 5: "LZW",
@@ -30,26 +33,31 @@ def size(count: float) -> str:
 
 
 def throughput(count: int, seconds: float) -> str:
+    """Returns a number of bytes in a second."""
     return f"{size(count / seconds)}/s" if seconds > 0 else "0 B/s"
 
 
-def describe(layout: Layout, dtype: str | None) -> str:
+def describe(page: Directory, dtype: str | None) -> str:
     """Returns one line on the shape, class, layout and compression of an image."""
-    shape = f"{layout.width} x {layout.length}"
-    if layout.samples > 1:
-        shape += f" x {layout.samples}"
-    blocks = (f"tiles {layout.block_width} x {layout.block_length}" if layout.tiled
-              else f"strips of {layout.block_length}")
-    photometric = PHOTOMETRICS.get(layout.photometric, f"photometric {layout.photometric}")
-    if layout.subsampling:
-        photometric += " {}:{}".format(*layout.subsampling)
-    parts = [f"{shape} {CLASSES.get(dtype, dtype) or '(no class)'}", photometric,
-             blocks + (", planes apart" if layout.separate else ""),
-             COMPRESSIONS.get(layout.compression, f"compression {layout.compression}")]
+    rows, columns, *samples = page.shape
+    shape = " x ".join(map(str, (columns, rows, *samples)))
+    blocks = ("tiles {1} x {0}" if page.tiled else "strips of {0}").format(*page.block_shape)
+    photometric = PHOTOMETRICS.get(page.photometric, f"photometric {page.photometric}")
+    if page.metadata["YCbCrSubsampling"]:
+        photometric += " {}:{}".format(*page.metadata["YCbCrSubsampling"])
+    parts = [f"{shape} {CLASSES.get(dtype or '', dtype) or '(no class)'}", photometric,
+             blocks + (", planes apart" if page.planar == 2 else ""),
+             COMPRESSIONS.get(page.compression, f"compression {page.compression}")]
     return ", ".join(parts)
 
 
+def unit(page: Directory) -> str:
+    """Returns what the blocks of a directory are."""
+    return "tile" if page.tiled else "strip"
+
+
 def describe_plane(plane: int, statistics: PlaneStatistics) -> str:
+    """Returns a line on the samples of a plane."""
     return (f"plane {plane + 1}: min {statistics.minimum:g}, mean {statistics.mean:g}, "
             f"max {statistics.maximum:g}")
 
@@ -63,12 +71,12 @@ def counted(count: int, noun: str) -> str:
 
 def describe_error(error: Exception) -> list[str]:
     """Returns the lines that tell an error: identifier, text, and what libtiff said."""
-    if not isinstance(error, tagbridge.Error):
+    if not isinstance(error, Error):
         return [f"{type(error).__name__}: {error}"]
     return [error.identifier, str(error), *(f"libtiff: {said}" for said in error.diagnostics)]
 
 
-def describe_notices(counts: dict[str, int]) -> list[str]:
+def describe_notices(counts: Mapping[str, int]) -> list[str]:
     """Returns a line for each of the first notices and one for how many there are besides."""
     lines = [text if count == 1 else f"{text} ({count} times)" for text, count in counts.items()]
     more = len(lines) - SHOWN_NOTICES

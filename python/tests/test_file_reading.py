@@ -1,0 +1,485 @@
+"""Images: whole, in parts, block by block, as RGBA, and when blocks are damaged."""
+
+from __future__ import annotations
+
+import threading
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+import pytest
+import tagbridge
+import tifffile
+from images import EXAMPLES, damage, image, recorded
+from PIL import Image
+
+LAYOUTS: list[dict[str, Any]] = [
+    {"rowsperstrip": 16}, {"tile": (32, 48)}, {"rowsperstrip": 7, "compression": "zlib"},
+    {"tile": (16, 16), "compression": "zlib"}]
+SHAPES = [(75, 101), (75, 101, 3), (75, 101, 2), (1, 40), (40, 1), (3, 5, 4)]
+
+
+def write(path: Path, array: np.ndarray, planar: str | None = None, **options: Any) -> None:
+    samples = array.shape[2] if array.ndim == 3 else 1
+    if planar == "separate":
+        array = np.moveaxis(array, 2, 0)
+    tifffile.imwrite(path, array, photometric="rgb" if samples in (3, 4) else "minisblack",
+                     planarconfig=planar, metadata=None, **options)
+
+
+@pytest.fixture(params=[(75, 101), (75, 101, 3)], ids=["grey", "rgb"])
+def tiles(request, tmp_path: Path):
+    array = image(request.param, np.uint16)
+    write(tmp_path / "tiles.tif", array, tile=(32, 16))
+    with tagbridge.open(tmp_path / "tiles.tif") as tif:
+        yield tif[0], array
+
+
+@pytest.mark.parametrize("layout", LAYOUTS, ids=str)
+@pytest.mark.parametrize("shape", SHAPES, ids=str)
+def test_read_gives_the_image_in_fortran_order(tmp_path: Path, shape, layout):
+    array = image(shape, np.uint16)
+    write(tmp_path / "a.tif", array, "contig" if len(shape) == 3 else None, **layout)
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        got = tif.read()
+        assert (tif.shape, tif.dtype) == (got.shape, got.dtype) == (shape, np.dtype(np.uint16))
+    assert got.flags.f_contiguous and got.flags.writeable
+    np.testing.assert_array_equal(got, array)
+
+
+@pytest.mark.parametrize("layout", LAYOUTS, ids=str)
+def test_planes_apart_read_like_samples_together(tmp_path: Path, layout):
+    array = image((75, 101, 3))
+    write(tmp_path / "a.tif", array, "separate", **layout)
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        np.testing.assert_array_equal(tif.read(), array)
+        np.testing.assert_array_equal(tif[0][10:60:3, -30:, 1], array[10:60:3, -30:, 1])
+        np.testing.assert_array_equal(tif[0][::-2, 4, ::2], array[::-2, 4, ::2])
+
+
+@pytest.mark.parametrize("dtype", ["uint8", "int8", "uint16", "int16", "uint32", "int32", "float32",
+                                   "float64", ">u2", ">f4"])
+def test_dtypes_are_those_of_the_samples(tmp_path: Path, dtype: str):
+    array = image((33, 20), dtype)
+    tifffile.imwrite(tmp_path / "a.tif", array, photometric="minisblack", metadata=None,
+                     byteorder=">" if dtype[0] == ">" else "<")
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        assert tif.read().dtype == tif.dtype == np.dtype(dtype).newbyteorder("=")
+        np.testing.assert_array_equal(tif.read(), array)
+
+
+def test_bits_come_as_bool():
+    with tagbridge.open(EXAMPLES / "bilevel-group4.tif") as tif, \
+            Image.open(EXAMPLES / "bilevel-group4.tif") as other:
+        assert tif.dtype == np.bool_
+        stored = np.asarray(other)
+        if tif.photometric == tagbridge.Photometric.MIN_IS_WHITE:
+            stored = ~stored
+        np.testing.assert_array_equal(tif.read(), stored)
+
+
+# --- out, threads, progress
+
+@pytest.mark.parametrize("order", ["C", "F"])
+def test_out_is_filled_and_returned(tiles, order: str):
+    page, array = tiles
+    out = np.ones(array.shape, np.uint16, order=order)
+    assert page.read(out) is out
+    np.testing.assert_array_equal(out, array)
+
+
+def test_out_may_have_any_layout(tiles):
+    page, array = tiles
+    room = np.ones([2 * length for length in array.shape], np.uint16)
+    out = room[tuple(slice(None, None, -2) for _ in array.shape)]
+    np.testing.assert_array_equal(page.read(out=out), array)
+    assert (room == 1).sum() >= room.size - array.size
+
+
+def test_out_of_another_shape_is_a_value_error(tiles):
+    page, array = tiles
+    with pytest.raises(ValueError, match="shape"):
+        page.read(np.empty((5, 5), np.uint16))
+
+
+@pytest.mark.parametrize("out", [np.float64, ">u2", list])
+def test_out_of_another_dtype_is_a_type_error(tiles, out):
+    page, array = tiles
+    with pytest.raises(TypeError):
+        page.read([] if out is list else np.empty(array.shape, out))
+
+
+def test_out_that_cannot_be_written_is_a_value_error(tiles):
+    page, array = tiles
+    out = np.zeros(array.shape, np.uint16)
+    out.flags.writeable = False
+    with pytest.raises(ValueError, match="written"):
+        page.read(out)
+
+
+@pytest.mark.parametrize("threads", [1, 2, 5, None])
+def test_threads_read_the_same(tiles, threads):
+    page, array = tiles
+    np.testing.assert_array_equal(page.read(threads=threads), array)
+
+
+def test_threads_decode_side_by_side_with_handles_of_their_own(tiles, monkeypatch):
+    page, array = tiles
+    together = threading.Barrier(3)
+    another = page.file._another_handle
+
+    def met():
+        together.wait(10)  # breaks unless three threads are here at the same time
+        return another()
+
+    monkeypatch.setattr(page.file, "_another_handle", met)
+    np.testing.assert_array_equal(page.read(threads=3), array)
+
+
+def test_threads_read_sub_directories_too(tmp_path: Path):
+    array = image((64, 48))
+    with tifffile.TiffWriter(tmp_path / "a.tif") as writer:
+        for _ in range(2):
+            writer.write(array, subifds=1, photometric="minisblack", metadata=None)
+            writer.write(array[::2], tile=(16, 16), photometric="minisblack", metadata=None)
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        np.testing.assert_array_equal(tif[1].subdirectories[0].read(threads=2), array[::2])
+
+
+@pytest.mark.parametrize("threads", [0, -1])
+def test_no_threads_at_all_is_a_value_error(tiles, threads: int):
+    with pytest.raises(ValueError, match="threads"):
+        tiles[0].read(threads=threads)
+
+
+@pytest.mark.parametrize("threads", [1, 2])
+def test_progress_is_told_of_each_block(tiles, threads: int):
+    page, _ = tiles
+    told = []
+    page.read(progress=lambda done, total: told.append((done, total)), threads=threads)
+    assert told == [(n + 1, len(page.blocks)) for n in range(len(page.blocks))]
+
+
+def test_an_exception_of_progress_ends_the_read(tiles):
+    class Enough(Exception):
+        pass
+
+    def stop(done: int, _: int) -> None:
+        if done == 2:
+            raise Enough
+
+    for threads in (1, 2):
+        with pytest.raises(Enough):
+            tiles[0].read(progress=stop, threads=threads)
+
+
+def test_progress_true_is_a_bar_on_standard_error(tiles, capsys):
+    tiles[0].read(progress=True)
+    out, error = capsys.readouterr()
+    assert out == "" and "block" in error and "100%" in error
+
+
+# --- Indexing
+
+KEYS: list[Any] = [
+    ..., 5, -1, (3, 4), (-3, -4), slice(10, 20), (slice(10, 40), slice(30, 90)),
+    (slice(None, None, -1), slice(None, None, 7)), (slice(70, 10, -13), 2), (slice(5, 5), 0),
+    (slice(-200, 200), slice(-5, None)), (slice(0, 75, 40), slice(0, 101, 50)), (..., 0), (0, ...),
+    (), (slice(60, 3), slice(None)), np.int16(7), (slice(None, None, -40), slice(None, None, -1))]
+
+
+@pytest.mark.parametrize("key", KEYS, ids=str)
+def test_indices_are_those_of_numpy(tiles, key):
+    page, array = tiles
+    got = page[key]
+    np.testing.assert_array_equal(got, array[key])
+    assert np.shape(got) == np.shape(array[key]) and got.dtype == array.dtype
+    if np.ndim(got) > 1:
+        assert got.flags.f_contiguous and got.flags.writeable
+
+
+@pytest.mark.parametrize("key", [(slice(None), slice(None), 1), (slice(3, 50), 4, slice(None)),
+                                 (..., slice(None, None, -1)), (1, 2, -3), (slice(2), slice(2), 0)],
+                         ids=str)
+def test_samples_are_the_third_index(tmp_path: Path, key):
+    array = image((75, 101, 3))
+    write(tmp_path / "a.tif", array, tile=(32, 32))
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        np.testing.assert_array_equal(tif[0][key], array[key])
+
+
+@pytest.mark.parametrize("key", [75, -76, (0, 101), (0, -102), (0, 0, 3), (0, 0, 0, 0), (..., ...),
+                                 None, [1, 2], np.array([True]), "a", 1.5, True], ids=str)
+def test_an_index_beyond_the_edge_or_of_another_kind_is_an_index_error(tiles, key):
+    with pytest.raises(IndexError):
+        tiles[0][key]
+
+
+def decoded(page: tagbridge.Directory, monkeypatch, use) -> list[int]:
+    """The numbers of the tiles that are read meanwhile."""
+    from tagbridge import _core
+
+    numbers = []
+    collect = _core.collect
+
+    def noting(operation, *inputs, **keywords):
+        if operation == "readEncodedTile":
+            numbers.append(inputs[1])
+        return collect(operation, *inputs, **keywords)
+
+    monkeypatch.setattr(_core, "collect", noting)
+    use(page)
+    return numbers
+
+
+@pytest.mark.parametrize(("key", "numbers"), [
+    ((0, 0), [0]), ((slice(30, 34), slice(0, 16)), [0, 7]), ((74, 100), [20]),
+    ((slice(0, 75, 64), slice(0, 101, 32)), [0, 2, 4, 6, 14, 16, 18, 20]), (slice(3, 3), [])])
+def test_only_blocks_that_are_touched_are_decoded(tiles, monkeypatch, key, numbers):
+    assert decoded(tiles[0], monkeypatch, lambda page: page[key]) == numbers
+
+
+def test_only_planes_that_are_touched_are_decoded(tmp_path: Path, monkeypatch):
+    write(tmp_path / "a.tif", image((40, 40, 3)), "separate", tile=(32, 32))
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        assert decoded(tif[0], monkeypatch, lambda page: page[0, 0, 1]) == [4]
+
+
+def test_asarray_is_read(tiles):
+    page, array = tiles
+    np.testing.assert_array_equal(np.asarray(page), array)
+    assert np.asarray(page, dtype=np.float32).dtype == np.float32
+
+
+def test_a_directory_is_not_iterated_by_rows(tiles):
+    with pytest.raises(TypeError):
+        iter(tiles[0])
+
+
+# --- Blocks
+
+def test_blocks_are_a_sequence(tiles):
+    blocks = tiles[0].blocks
+    assert len(blocks) == 21
+    assert [block.index for block in blocks] == list(range(21))
+    assert blocks[-1].index == 20 and [block.index for block in blocks[3:5]] == [3, 4]
+    for index in (21, -22):
+        with pytest.raises(IndexError):
+            blocks[index]
+
+
+def test_a_block_covers_its_part_of_the_image(tiles):
+    page, array = tiles
+    last = page.blocks[20]
+    assert (last.rows, last.columns, last.plane) == (slice(64, 75), slice(96, 101), None)
+    for block in page.blocks:
+        np.testing.assert_array_equal(block.read(), array[block.rows, block.columns])
+
+
+def test_blocks_of_planes_name_their_plane(tmp_path: Path):
+    array = image((40, 40, 3))
+    write(tmp_path / "a.tif", array, "separate", rowsperstrip=16)
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        assert [block.plane for block in tif.blocks] == [0, 0, 0, 1, 1, 1, 2, 2, 2]
+        block = tif.blocks[5]
+        assert (block.rows, block.columns) == (slice(32, 40), slice(0, 40))
+        np.testing.assert_array_equal(block.read(), array[32:40, :, 1])
+
+
+# --- YCbCr and RGBA
+
+@pytest.mark.parametrize("layout", [{"tile": (32, 48)}, {"rows_per_strip": 16}], ids=str)
+@pytest.mark.parametrize("subsampling", [(1, 1), (2, 2)])
+def test_ycbcr_comes_as_rgb(tmp_path: Path, layout, subsampling):
+    array = np.zeros((64, 96, 3), np.uint8)
+    array[:32], array[32:] = (200, 30, 60), (10, 180, 250)  # apart at an edge of blocks
+    path = tmp_path / "a.tif"
+    tagbridge.imwrite(path, array, photometric="ycbcr", compression="jpeg", level=95,
+                      tags={"YCbCrSubsampling": subsampling}, **layout)
+    with Image.open(path) as other:
+        assert np.abs(np.asarray(other.convert("RGB")).astype(int) - array).max() < 6
+    with tagbridge.open(path) as tif:
+        assert tif.photometric is tagbridge.Photometric.YCBCR
+        assert (tif.shape, tif.dtype) == ((64, 96, 3), np.dtype(np.uint8))
+        assert np.abs(tif.read().astype(int) - array).max() < 6
+        np.testing.assert_array_equal(tif[0][10:40, 30:80, ::-1], tif.read()[10:40, 30:80, ::-1])
+        block = tif.blocks[3]
+        np.testing.assert_array_equal(block.read(), tif.read()[block.rows, block.columns])
+        np.testing.assert_array_equal(tif.rgba()[..., :3], tif.read())
+
+
+def test_raw_ycbcr_has_each_value_over_its_unit():
+    path = EXAMPLES / "ycbcr-jpeg-tiles.tif"
+    with tagbridge.open(path) as tif:
+        raw = tif.read(raw=True)
+        rows, columns = tif.metadata["ImageLength"], tif.metadata["ImageWidth"]
+    assert (raw.shape, raw.dtype) == ((rows, columns, 3), np.dtype(np.uint8))
+    file = tagbridge.call("open", str(path), "r")
+    luma, blue, red = tagbridge.call("readEncodedTile", file, 1, outputs=3)
+    tagbridge.call("close", file, outputs=0)
+    part = raw[:64, 64:128]
+    np.testing.assert_array_equal(part[..., 0], luma)
+    for sample, plane in ((1, blue), (2, red)):
+        for row in range(2):
+            for column in range(2):
+                np.testing.assert_array_equal(part[row::2, column::2, sample], plane)
+
+
+def test_raw_changes_nothing_else(tiles):
+    page, array = tiles
+    np.testing.assert_array_equal(page.read(raw=True), array)
+
+
+@pytest.mark.parametrize("orientation", range(1, 9))
+@pytest.mark.parametrize("layout", [{"rowsperstrip": 7}, {"tile": (16, 32)}], ids=str)
+def test_row_0_of_rgba_is_at_the_top(tmp_path: Path, orientation: int, layout):
+    array = image((40, 50, 3))
+    write(tmp_path / "a.tif", array, "contig", **layout,
+          extratags=[(274, "H", 1, orientation, True)])
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        rgba = tif.rgba()
+    assert (rgba.shape, rgba.dtype) == ((40, 50, 4), np.dtype(np.uint8))
+    assert rgba.flags.f_contiguous
+    np.testing.assert_array_equal(rgba[..., :3], array)
+    assert (rgba[..., 3] == 255).all()
+
+
+@pytest.mark.parametrize("shape", [(1, 9, 3), (9, 1, 3), (1, 1, 3)])
+def test_small_images_have_rgba_too(tmp_path: Path, shape):
+    array = image(shape)
+    write(tmp_path / "a.tif", array, "contig", rowsperstrip=4)
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        np.testing.assert_array_equal(tif.rgba()[..., :3], array)
+
+
+def test_what_libtiff_cannot_convert_is_an_error(tmp_path: Path):
+    write(tmp_path / "a.tif", image((4, 4), np.float32))
+    with tagbridge.open(tmp_path / "a.tif") as tif, pytest.raises(tagbridge.Error):
+        tif.rgba()
+
+
+# --- Damage
+
+@pytest.fixture
+def damaged(tmp_path: Path):
+    array = image((60, 40))
+    path = tmp_path / "damaged.tif"
+    write(path, array, rowsperstrip=10, compression="zlib")
+    for block in (1, 4):
+        damage(path, block)
+    with tagbridge.open(path) as tif:
+        yield tif, array
+
+
+@pytest.mark.parametrize("threads", [1, 3])
+def test_a_block_that_cannot_be_decoded_is_one_warning_and_zeros(damaged, threads: int):
+    tif, array = damaged
+    with recorded() as said:
+        got = tif.read(threads=threads)
+    assert [each.identifier for each in said] == ["KORVAL:pictoria:tiffutils:libtiffError"] * 2
+    wanted = array.copy()
+    wanted[10:20] = wanted[40:50] = 0
+    np.testing.assert_array_equal(got, wanted)
+
+
+def test_indexing_warns_of_the_blocks_it_touches(damaged):
+    tif, array = damaged
+    with recorded() as said:
+        got = tif[0][15:35]
+    assert len(said) == 1
+    np.testing.assert_array_equal(got[5:], array[20:35])
+    assert not got[:5].any()
+    with recorded() as said:
+        tif[0][20:40]
+    assert said == []
+
+
+def test_a_damaged_block_reads_as_zeros(damaged):
+    tif, _ = damaged
+    with recorded() as said:
+        assert not tif.blocks[4].read().any()
+    assert len(said) == 1
+
+
+@pytest.mark.parametrize("threads", [1, 3])
+def test_strict_raises_with_the_numbers_of_the_blocks(damaged, threads: int):
+    tif, _ = damaged
+    with recorded() as said, pytest.raises(tagbridge.DecodeError) as caught:
+        tif.read(strict=True, threads=threads)
+    assert isinstance(caught.value, tagbridge.Error)
+    assert caught.value.blocks == [1, 4]
+    assert caught.value.identifier == "KORVAL:pictoria:tiffutils:libtiffError"
+    assert len(caught.value.diagnostics) == 2 and "1, 4" in str(caught.value)
+    assert said == []
+
+
+def test_a_decode_error_can_be_pickled(damaged):
+    import pickle
+
+    with pytest.raises(tagbridge.DecodeError) as caught:
+        damaged[0].read(strict=True)
+    again = pickle.loads(pickle.dumps(caught.value))
+    assert (again.blocks, str(again)) == (caught.value.blocks, str(caught.value))
+
+
+def test_strict_reads_what_is_whole(tiles):
+    page, array = tiles
+    np.testing.assert_array_equal(page.read(strict=True), array)
+
+
+def test_a_compression_that_libtiff_lacks_is_an_error_however_one_gets_there(tmp_path: Path):
+    path = tmp_path / "a.tif"
+    with tifffile.TiffWriter(path) as writer:
+        for _ in range(2):
+            writer.write(image((16, 16)), photometric="minisblack", compression="zlib",
+                         metadata=None)
+    with tifffile.TiffFile(path) as tiff:
+        place = tiff.pages[1].tags[259].valueoffset
+    data = bytearray(path.read_bytes())
+    data[place:place + 2] = (34712).to_bytes(2, "little")  # JPEG 2000, which libtiff leaves out
+    path.write_bytes(data)
+    with tagbridge.open(path) as tif:
+        for page in (list(tif)[1], tif[1]):
+            assert page.tags["ImageWidth"] == 16
+            with recorded(), pytest.raises(tagbridge.Error) as caught:
+                page.read()
+            assert caught.value.identifier.endswith("unsupportedCompressionScheme")
+
+
+# --- Several threads at one file
+
+def test_threads_of_the_caller_may_share_a_file(tmp_path: Path):
+    images = [image((50 + n, 40)) for n in range(4)]
+    with tifffile.TiffWriter(tmp_path / "a.tif") as writer:
+        for array in images:
+            writer.write(array, photometric="minisblack", rowsperstrip=9, metadata=None)
+    wrong = []
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        def work(number: int) -> None:
+            for _ in range(20):
+                page = tif[number]
+                if not np.array_equal(page.read(), images[number]) or page.tags[
+                        "ImageLength"] != 50 + number:
+                    wrong.append(number)
+
+        workers = [threading.Thread(target=work, args=(n,)) for n in range(4)]
+        for worker in workers:
+            worker.start()
+        for worker in workers:
+            worker.join()
+    assert wrong == []
+
+
+# --- imread
+
+def test_imread_reads_a_directory(tmp_path: Path):
+    first, second = image((8, 9)), image((7, 6))
+    with tifffile.TiffWriter(tmp_path / "a.tif") as writer:
+        for array in (first, second):
+            writer.write(array, photometric="minisblack", metadata=None)
+    np.testing.assert_array_equal(tagbridge.imread(tmp_path / "a.tif"), first)
+    np.testing.assert_array_equal(tagbridge.imread(tmp_path / "a.tif", -1), second)
+    out = np.empty((7, 6), np.uint8)
+    assert tagbridge.imread(tmp_path / "a.tif", 1, out=out) is out
+    with pytest.raises(IndexError):
+        tagbridge.imread(tmp_path / "a.tif", 2)
