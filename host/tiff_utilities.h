@@ -34,8 +34,8 @@ void ZQTIFFcheckErrorAsWarning();
 // Makes the host's JPEG 2000 codecs known to libtiff. Called at every entry; does its work once.
 void registerJPEG2000Codecs();
 
-// Forgets them, so that registerJPEG2000Codecs works again; called when the module is unloaded, after
-// the files are closed.
+// Forgets them, so that registerJPEG2000Codecs works again; called when the module is unloaded,
+// after the files are closed.
 void unregisterJPEG2000Codecs();
 
 // Makes the GeoTIFF and RPC tags 33550, 33922, 34264, 34735, 34736, 34737 and 50844 known to every
