@@ -1,10 +1,12 @@
 // Any bytes as a JPEG 2000 codestream, behind a first byte that says what a TIFF directory adds to
 // them. Sizes and samples of the directory are those of the codestream where it has some: otherwise
 // hardly any input would get as far as OpenJPEG.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "fuzz/gateway_session.h"
 #include "runtime/block_format.h"

@@ -2,7 +2,9 @@
 #include <tiffio.h>
 
 #include <atomic>
+#include <iterator>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "host/tiff_utilities.h"

@@ -11,7 +11,7 @@ constexpr std::uint32_t kCodestreamBox = 0x6A703263;  // "jp2c"
 constexpr std::size_t kMostTiles = 65535;
 
 constexpr std::uint64_t quotientUp(std::uint64_t a, std::uint64_t b) noexcept {
-  return a / b + (a % b != 0 ? 1 : 0);
+  return b == 0 ? 0 : a / b + (a % b != 0 ? 1 : 0);
 }
 
 bool startsWithCodestream(CodestreamBytes block) {
@@ -110,7 +110,8 @@ CodestreamArea divided(const CodestreamArea& area, std::uint64_t x, std::uint64_
 }
 
 std::uint64_t CodestreamSize::tilesAcross() const noexcept {
-  return quotientUp(image.x1 - firstTile.x0, firstTile.width());
+  // At least the first, which lies in the image.
+  return std::max<std::uint64_t>(quotientUp(image.x1 - firstTile.x0, firstTile.width()), 1);
 }
 
 std::uint64_t CodestreamSize::tileCount() const noexcept {

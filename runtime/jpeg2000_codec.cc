@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "runtime/block_format.h"

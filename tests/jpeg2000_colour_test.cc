@@ -188,7 +188,8 @@ TEST_F(Jpeg2000Colour, AlphaStaysAsItIsBesideConvertedColours) {
   expectRgb<std::uint8_t>(layout);
   const std::vector<std::byte> read = bytesOf(call("readEncodedTile", OpenedFile(path_, "r"), 0));
   const std::vector<std::byte> coded = hostBytes(layout, 0);
-  EXPECT_TRUE(std::equal(read.begin() + 3 * 29 * 32, read.end(), coded.begin() + 3 * 29 * 32));
+  constexpr std::ptrdiff_t kColours = std::ptrdiff_t{3} * 29 * 32;
+  EXPECT_TRUE(std::equal(read.begin() + kColours, read.end(), coded.begin() + kColours));
 }
 
 TEST_F(Jpeg2000Colour, RgbCompressionLeavesColoursAsTheyAreCoded) {

@@ -19,8 +19,6 @@
 namespace tb::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 std::string contentsOf(const std::filesystem::path& path) {

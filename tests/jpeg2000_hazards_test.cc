@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -311,7 +312,7 @@ TEST_F(LimitedMemory, SamplesBeyondItAreRefused) {
 
 TEST_F(LimitedMemory, SmallCodeBlocksBeyondItAreRefused) {
   const Layout layout{.width = 512, .length = 512, .compression = kJpeg2000};
-  const std::size_t limit = 512 * 512 * 16;
+  const std::size_t limit = std::size_t{512} * 512 * 16;
   for (const auto& [codeBlock, isRead] : {std::pair{64, true}, std::pair{4, false}}) {
     const Bytes block =
         codestreamOf(layout, 0, [size = codeBlock](Coding& c) { c.codeBlock = size; });
