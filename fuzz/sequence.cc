@@ -70,11 +70,14 @@ std::string shortened(double value) {
 std::string described(const vxArray* array) {
   std::string text = vxGetClassName(array);
   const std::size_t* sizes = vxGetDimensions(array);
-  for (std::size_t i = 0; i < vxGetNumberOfDimensions(array); ++i)
-    text += (i == 0 ? " " : "x") + std::to_string(sizes[i]);
-  if (vxGetClassID(array) == vxCHAR) return text + " " + matrix::get_string(array).substr(0, 20);
-  if (vxGetNumberOfElements(array) > 0 && vxGetClassID(array) != vxCELL)
-    text += " " + shortened(vxGetScalar(array));
+  for (std::size_t i = 0; i < vxGetNumberOfDimensions(array); ++i) {
+    text += i == 0 ? " " : "x";
+    text += std::to_string(sizes[i]);
+  }
+  if (vxGetNumberOfElements(array) == 0 || vxGetClassID(array) == vxCELL) return text;
+  text += " ";
+  text += vxGetClassID(array) == vxCHAR ? matrix::get_string(array).substr(0, 20)
+                                        : shortened(vxGetScalar(array));
   return text;
 }
 
@@ -190,7 +193,7 @@ void Session::open(const char* mode) {
   const bool truncates = mode_.starts_with("w");
   if (modelled_ && !truncates)
     for (Page& page : pagesOf(contents_.name()).value_or(std::vector<Page>{}))
-      pages_.push_back({.before = std::move(page)});
+      pages_.emplace_back().before = std::move(page);
   place_ = mode_.starts_with("r") ? Place::kPage : Place::kNew;
   page_ = 0;
   const vxArrayPtr name = matrix::create(contents_.name());

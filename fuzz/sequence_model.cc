@@ -67,7 +67,9 @@ std::vector<std::vector<std::byte>> blocksOf(TIFF* tif) {
 }
 
 Page currentPage(TIFF* tif) {
-  Page page{.readable = true, .layout = layoutOf(tif)};
+  Page page;
+  page.readable = true;
+  page.layout = layoutOf(tif);
   const char* text = nullptr;
   if (TIFFGetField(tif, TIFFTAG_IMAGEDESCRIPTION, &text) && text != nullptr)
     page.description = text;

@@ -192,7 +192,7 @@ std::uint64_t numberOr(const char* text, std::uint64_t fallback) {
 int main(int argc, char** argv) {
   (void)tb::fuzz::startingFiles();  // before the children, who then share them
   if (argc == 3 && std::strcmp(argv[1], "--minimize") == 0) return minimize(argv[2]);
-  constexpr std::uint64_t kSequences = 1000;
+  constexpr std::uint64_t kSequences = 1500;
   const char* const seed = argc > 1 ? argv[1] : nullptr;
   const char* const count = argc > 2 ? argv[2] : nullptr;
   return runSeeded(numberOr(seed, 1), numberOr(count, kSequences), argc > 3 ? argv[3] : "");
