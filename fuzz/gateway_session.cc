@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 
+#include "core/export.h"
 #include "gateway/gateway.h"
 #include "host/errors.h"
 #include "runtime/loader.h"
@@ -24,9 +25,9 @@ extern "C" int nanosleep(const timespec*, timespec*) { return 0; }
 
 // What the sanitizers do unless the environment says otherwise. A file can claim any size, and
 // libtiff handles an allocation that fails.
-extern "C" const char* __asan_default_options();
+extern "C" TAGBRIDGE_EXPORT const char* __asan_default_options();
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
-extern "C" const char* __ubsan_default_options();
+extern "C" TAGBRIDGE_EXPORT const char* __ubsan_default_options();
 extern "C" const char* __ubsan_default_options() { return "print_stacktrace=1"; }
 
 namespace tb::fuzz {

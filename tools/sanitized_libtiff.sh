@@ -18,9 +18,9 @@ version=$(dpkg-query -W -f='${source:Version}' libtiff-dev)
 # What libtiff does on purpose and what nobody reports as a fault: it shifts signed numbers, reads
 # words where they lie in the file, adds 0 to null pointers and copies no bytes from them, and casts
 # numbers of any size from files to narrower ones.
-checks=(-fsanitize=address,undefined
-  -fno-sanitize=shift,alignment,pointer-overflow,nonnull-attribute,float-cast-overflow
-  -fno-sanitize-recover=all -fno-omit-frame-pointer)
+unchecked=shift,alignment,pointer-overflow,nonnull-attribute,float-cast-overflow
+checks=("-fsanitize=address,undefined" "-fno-sanitize=$unchecked" -fno-sanitize-recover=all
+  -fno-omit-frame-pointer)
 # What clang builds serves the fuzz targets, which coverage guides.
 [[ $compiler != clang ]] || checks+=(-fno-sanitize=function -fsanitize=fuzzer-no-link)
 
