@@ -18,15 +18,48 @@
 namespace tb::python {
 namespace {
 
+// A lock that the thread which holds it may take again. std::recursive_mutex cannot be released in
+// a child process by the thread that took it before the fork.
+class CallLock {
+ public:
+  void lock() {
+    if (!isMine()) mutex_.lock();
+    take();
+  }
+  bool try_lock() {
+    if (!isMine() && !mutex_.try_lock()) return false;
+    take();
+    return true;
+  }
+  void unlock() {
+    if (--depth_ > 0) return;
+    owner_ = std::thread::id();
+    mutex_.unlock();
+  }
+  // How often the thread that holds the lock has taken it.
+  int depth() const noexcept { return depth_; }
+
+ private:
+  // Only the owner itself can find its own number there.
+  bool isMine() const noexcept { return owner_ == std::this_thread::get_id(); }
+  void take() {
+    owner_ = std::this_thread::get_id();
+    ++depth_;
+  }
+
+  std::mutex mutex_;
+  std::atomic<std::thread::id> owner_;
+  int depth_ = 0;
+};
+
 struct Bridge {
   explicit Bridge(runtime::Module loaded) : module(std::move(loaded)) {}
 
-  std::recursive_mutex mutex;
+  CallLock mutex;
   // Guarded by mutex, all of them.
   runtime::Module module;
   std::vector<resource_core::BaseMsgID>* warnings = nullptr;  // of the call that holds mutex
-  int depth = 0;    // calls of the thread that holds mutex, one inside the other
-  int pausing = 0;  // calls that others may overtake
+  int pausing = 0;                                            // calls that others may overtake
   std::condition_variable_any nonePauses;
   bool lockedForFork = false;
 };
@@ -46,14 +79,12 @@ void collectWarnings() {
 // Lets other calls in while the one that holds the lock waits.
 void pauseCall(std::chrono::milliseconds duration) noexcept {
   // Inside another call of this thread the lock is that call's too.
-  if (s_bridge->depth > 1) return std::this_thread::sleep_for(duration);
-  const int depth = std::exchange(s_bridge->depth, 0);
+  if (s_bridge->mutex.depth() > 1) return std::this_thread::sleep_for(duration);
   std::vector<resource_core::BaseMsgID>* const warnings = s_bridge->warnings;
   ++s_bridge->pausing;
   s_bridge->mutex.unlock();
   std::this_thread::sleep_for(duration);
   s_bridge->mutex.lock();
-  s_bridge->depth = depth;
   s_bridge->warnings = warnings;
   if (--s_bridge->pausing == 0) s_bridge->nonePauses.notify_all();
 }
@@ -87,7 +118,6 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
   // Not null when a file object, called by another call on this thread, has led here.
   std::vector<resource_core::BaseMsgID>* const outer =
       std::exchange(s_bridge->warnings, &outcome.warnings);
-  ++s_bridge->depth;
   try {
     try {
       s_bridge->module.call(static_cast<int>(outputs.size()), outputs.data(),
@@ -101,7 +131,6 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
   } catch (...) {
     outcome.failure = std::current_exception();
   }
-  --s_bridge->depth;
   s_bridge->warnings = outer;
 }
 

@@ -244,12 +244,15 @@ TEST_F(EditedLayout, WithoutByteCountsRefusesItsStrips) {
 
 // --- Another compression
 
+constexpr std::uint32_t kCodecAndMapTags[] = {TIFFTAG_COLORMAP,      TIFFTAG_SMINSAMPLEVALUE,
+                                              TIFFTAG_PREDICTOR,     TIFFTAG_JPEGTABLES,
+                                              TIFFTAG_GROUP3OPTIONS, TIFFTAG_BADFAXLINES};
+
 std::vector<std::uint32_t> tagsIn(const std::filesystem::path& path) {
   std::vector<std::uint32_t> tags;
   const TiffHandle tif = openTiff(path, "r");
   if (tif == nullptr) return tags;
-  for (const std::uint32_t tag : {TIFFTAG_COLORMAP, TIFFTAG_SMINSAMPLEVALUE, TIFFTAG_PREDICTOR,
-                                  TIFFTAG_JPEGTABLES, TIFFTAG_GROUP3OPTIONS, TIFFTAG_BADFAXLINES}) {
+  for (const std::uint32_t tag : kCodecAndMapTags) {
     double first[2] = {};
     void* second = nullptr;
     void* third = nullptr;

@@ -169,7 +169,8 @@ TEST_P(NumberEdge, IsTheValueOrOutOfBounds) {
   if (strip != 0) {
     EXPECT_EQ(numberFrom("computeStrip", file, make()), strip);
   } else {
-    expectError<validate::argumentOutOfBounds>({}, [&] { call("computeStrip", file, make()); });
+    expectError<validate::argumentOutOfBounds>(
+        {}, [&, &value = make] { call("computeStrip", file, value()); });
   }
 }
 
