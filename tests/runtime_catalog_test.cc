@@ -96,6 +96,7 @@ const std::map<std::string, std::size_t> kErrorArguments = {
 };
 const std::map<std::string, std::size_t> kWarningArguments = {
     {"closingFileHandle", 1},
+    {"directoryNotWritten", 1},
     {"wrongSizedTagRetrieval", 3},
     {"badMultipleTagValueRetrieved", 3},
     {"dataLengthExceedsRowsPerStrip", 2},
