@@ -420,6 +420,10 @@ def test_an_interrupt_leaves_no_half_file(tmp_path: Path, number: int, status: i
 MEMORY = 512 << 20
 
 
+@pytest.mark.skipif(
+    "libasan" in os.environ.get("LD_PRELOAD", ""),
+    reason="the sanitizer needs the address space",
+)
 def test_convert_holds_a_row_of_blocks_in_memory(tmp_path: Path):
     """400 MB under a limit of 512 MiB, of which the program itself takes a half."""
     rows, columns = 24576, 16384
