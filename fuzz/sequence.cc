@@ -34,8 +34,8 @@ constexpr rlim_t kLargestFile = rlim_t{64} << 20;
 constexpr rlim_t kSmallestLimit = kHeaderLength + kMostSteps * kStepLength;
 constexpr double kMostPixels = 1 << 22;
 
-constexpr const char* kModes[] = {"r+", "r+", "r+", "r+",  "rm", "r",  "a",  "w",
-                                  "w",  "wb", "w8", "r+m", "a",  "a8", "ab", "rc"};
+constexpr const char* kModes[] = {"r+", "r+", "r+", "r+", "r+",  "r+", "rm", "r",  "a",
+                                  "w",  "w",  "wb", "w8", "r+m", "a",  "a8", "ab", "rc"};
 constexpr int kObservedTags[] = {254, 256, 257, 258, 259, 262, 270, 277, 278, 284, 305,
                                  315, 317, 320, 322, 323, 330, 338, 339, 347, 530};
 
@@ -76,8 +76,9 @@ std::string described(const vxArray* array) {
   }
   if (vxGetNumberOfElements(array) == 0 || vxGetClassID(array) == vxCELL) return text;
   text += " ";
-  text += vxGetClassID(array) == vxCHAR ? matrix::get_string(array).substr(0, 20)
-                                        : shortened(vxGetScalar(array));
+  if (vxGetClassID(array) != vxCHAR) return text + shortened(vxGetScalar(array));
+  for (const char16_t unit : matrix::get_ustring(array).substr(0, 20))
+    text += unit < 128 ? static_cast<char>(unit) : '?';
   return text;
 }
 
@@ -109,6 +110,7 @@ class Session {
   struct Row {
     const char* name;
     Step run;
+    bool needsImage = false;
   };
   static const Row kRows[];
 
@@ -143,11 +145,17 @@ class Session {
   bool isReadOnly() const { return mode_.starts_with("r") && !mode_.starts_with("r+"); }
   void leave();
   void forgetCurrentValues();
+  bool isBlank() {
+    return (!mode_.starts_with("r") || mode_.starts_with("r+")) &&
+           !attempt("getField", {file_.get(), number(TIFFTAG_PHOTOMETRIC).get()}).error.empty();
+  }
+  std::uint32_t anyBlock(FuzzedDataProvider& input);
   bool isTiled() { return scalarOr(call("isTiled", {file_.get()}), 0) != 0; }
   double blockCount() {
     return scalarOr(call(isTiled() ? "numberOfTiles" : "numberOfStrips", {file_.get()}), 0);
   }
 
+  bool isPristine_ = true;  // nothing was done to the file
   MemoryFile contents_;
   bool modelled_;  // the file is one of which something can be said
   std::string mode_;
@@ -170,16 +178,16 @@ const Session::Row Session::kRows[] = {
     {"setDirectory", &Session::setDirectory},
     {"readDirectory", &Session::readDirectory},
     {"setSubDirectory", &Session::setSubDirectory},
-    {"readBlock", &Session::readBlock},
-    {"readBlock", &Session::readBlock},
-    {"readRgba", &Session::readRgba},
-    {"writeBlock", &Session::writeBlock},
-    {"writeBlock", &Session::writeBlock},
-    {"writeAnything", &Session::writeAnything},
+    {"readBlock", &Session::readBlock, true},
+    {"readBlock", &Session::readBlock, true},
+    {"readRgba", &Session::readRgba, true},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeAnything", &Session::writeAnything, true},
     {"rewriteDirectory", &Session::rewriteDirectory},
     {"writeDirectory", &Session::writeDirectory},
     {"reopen", &Session::reopen},
-    {"query", &Session::query},
+    {"query", &Session::query, true},
 };
 
 // --- Opening and closing
@@ -201,6 +209,9 @@ void Session::open(const char* mode) {
   Outcome opened = run("open", {name.get(), text.get()});
   file_ = std::move(opened.outputs[0]);
   if (truncates) modelled_ = true;  // whatever was wrong with it is gone
+  if (modelled_ && !file_ && mode_.starts_with("r") && !pages_.empty() && isPristine_)
+    fail("the module cannot open a whole file: " + opened.error);
+  isPristine_ = false;
 }
 
 void Session::close(bool byCleanup) {
@@ -255,6 +266,8 @@ void Session::step(FuzzedDataProvider& input) {
   limited_ = room < 24 && !fuzz::isOff("limit");
   constexpr rlim_t kRooms[] = {0, 1, 8, 64, 200, 1000};
   if (limited_) limitFileSize(sizeOf(contents_.name()) + kRooms[room % std::size(kRooms)]);
+  // Nothing but errors comes of an image operation on a new directory.
+  if (row.needsImage && isBlank() && input.ConsumeIntegralInRange(0, 7) > 0) layOut(input);
   (this->*row.run)(input);
   limitFileSize(kLargestFile);
   limited_ = false;
@@ -387,11 +400,12 @@ bool Session::move(const char* operation, std::initializer_list<const vxArray*> 
 void Session::setDirectory(FuzzedDataProvider& input) {
   constexpr double kFar[] = {99, 65535, 4294967295, -1};
   const auto near = input.ConsumeIntegralInRange<std::size_t>(0, 5);
-  const double wanted = near < 5 ? static_cast<double>(near) : input.PickValueInArray(kFar);
+  const std::size_t page = near < 4 && !pages_.empty() ? near % pages_.size() : near;
+  const double wanted = near < 5 ? static_cast<double>(page) : input.PickValueInArray(kFar);
   if (!move("setDirectory", {file_.get(), number(wanted).get()})) return;
   leave();
   place_ = Place::kPage;
-  page_ = near;
+  page_ = page;
 }
 
 void Session::readDirectory(FuzzedDataProvider&) {
@@ -410,6 +424,7 @@ void Session::setSubDirectory(FuzzedDataProvider& input) {
     *static_cast<std::uint64_t*>(vxGetWritableData(wanted.get())) =
         offsets[input.ConsumeIntegralInRange<std::size_t>(0, count - 1)];
   }
+  if (count == 0 && input.ConsumeIntegralInRange(0, 7) > 0) return;
   if (!move("setSubDirectory", {file_.get(), wanted.get()})) return;
   leave();
   place_ = Place::kSubPage;
@@ -441,9 +456,20 @@ void Session::noteWritten(const Outcome& outcome) {
 
 // --- Blocks
 
+// Mostly one that there is, and often one that was written.
+std::uint32_t Session::anyBlock(FuzzedDataProvider& input) {
+  const auto choice = input.ConsumeIntegralInRange<std::uint32_t>(0, 63);
+  const auto& written = current().blocks;
+  const double count = blockCount();
+  if (choice < 24 && !written.empty())
+    return std::next(written.begin(), choice % static_cast<std::uint32_t>(written.size()))->first;
+  if (choice < 56 && count > 0) return choice % static_cast<std::uint32_t>(std::min(count, 64.0));
+  return choice % 10;
+}
+
 void Session::readBlock(FuzzedDataProvider& input) {
   const bool tiled = isTiled() != (input.ConsumeIntegralInRange(0, 15) == 0);
-  const auto block = input.ConsumeIntegralInRange<std::uint32_t>(0, 9);
+  const std::uint32_t block = anyBlock(input);
   const Outcome outcome =
       run(tiled ? "readEncodedTile" : "readEncodedStrip", {file_.get(), number(block).get()});
   const Expected& now = current();
@@ -474,7 +500,7 @@ void Session::readRgba(FuzzedDataProvider& input) {
 
 void Session::writeBlock(FuzzedDataProvider& input) {
   const BlockLayout layout(file_.get());
-  const auto block = input.ConsumeIntegralInRange<std::uint32_t>(0, 7);
+  const std::uint32_t block = anyBlock(input);
   const auto seed = input.ConsumeIntegral<std::uint8_t>();
   std::vector<vxArrayPtr> arrays = arraysForBlock(layout, block, seed);
   const bool asInteger = input.ConsumeIntegralInRange(0, 7) == 0 && !fuzz::isOff("integers");

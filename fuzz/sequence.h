@@ -10,7 +10,7 @@
 namespace tb::fuzz {
 
 inline constexpr std::size_t kHeaderLength = 12;
-inline constexpr std::size_t kStepLength = 12;
+inline constexpr std::size_t kStepLength = 16;
 inline constexpr std::size_t kMostSteps = 60;
 
 // Runs the sequence and closes the file. Aborts with a message on standard error when a failed
