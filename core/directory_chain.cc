@@ -3,8 +3,10 @@
 // or 8 bytes), 0 in the last. The offset of the first is in the header, at byte 4 or 8.
 #include "core/directory_chain.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <initializer_list>
 #include <optional>
 
 namespace tb {
@@ -23,12 +25,33 @@ class Links {
   // Nothing where the file cannot be read.
   std::optional<std::uint64_t> first() const { return number(isBig_ ? 8 : 4, linkSize()); }
   std::optional<std::uint64_t> after(std::uint64_t offset) const {
-    const std::optional<std::uint64_t> entries = number(offset, countSize());
-    if (!entries || *entries > 0xFFFF) return {};
+    const std::optional<std::uint64_t> entries = entryCount(offset);
+    if (!entries) return {};
     return number(offset + countSize() + *entries * entrySize(), linkSize());
   }
 
+  // How many values the first of `tags` that the directory at `offset` has stores, when they are
+  // of a type that libtiff stores numbers of bytes in.
+  std::optional<std::uint64_t> valueCount(std::uint64_t offset,
+                                          std::initializer_list<std::uint64_t> tags) const {
+    const std::uint64_t entries = entryCount(offset).value_or(0);
+    for (std::uint64_t k = 0; k < entries; ++k) {
+      const std::uint64_t entry = offset + countSize() + k * entrySize();
+      const std::optional<std::uint64_t> tag = number(entry, 2);
+      if (!tag) return {};
+      if (std::ranges::find(tags, *tag) == tags.end()) continue;
+      const std::uint64_t type = number(entry + 2, 2).value_or(0);
+      if (type != TIFF_SHORT && type != TIFF_LONG && !(type == TIFF_LONG8 && isBig_)) return {};
+      return number(entry + 4, linkSize());
+    }
+    return {};
+  }
+
  private:
+  std::optional<std::uint64_t> entryCount(std::uint64_t offset) const {
+    const std::optional<std::uint64_t> entries = number(offset, countSize());
+    return entries && *entries <= 0xFFFF ? entries : std::nullopt;
+  }
   std::size_t linkSize() const { return isBig_ ? 8 : 4; }
   std::size_t countSize() const { return isBig_ ? 8 : 2; }
   std::size_t entrySize() const { return isBig_ ? 20 : 12; }
@@ -88,6 +111,14 @@ std::uint64_t offsetOfDirectory(TIFF* tif, std::uint32_t number) {
 
 std::uint64_t offsetAfter(TIFF* tif, std::uint64_t offset) {
   return Links(tif).after(offset).value_or(0);
+}
+
+std::optional<std::uint64_t> storedBlockCount(TIFF* tif, std::uint64_t offset) {
+  const Links links(tif);
+  const auto offsets = links.valueCount(offset, {TIFFTAG_STRIPOFFSETS, TIFFTAG_TILEOFFSETS});
+  const auto byteCounts =
+      links.valueCount(offset, {TIFFTAG_STRIPBYTECOUNTS, TIFFTAG_TILEBYTECOUNTS});
+  return offsets == byteCounts ? offsets : std::nullopt;
 }
 
 }  // namespace tb

@@ -3,6 +3,7 @@
 #include <tiffio.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace tb {
 
@@ -18,5 +19,9 @@ bool chainHolds(TIFF* tif, std::uint64_t offset);
 // the directory at `offset`; 0 when there is none.
 std::uint64_t offsetOfDirectory(TIFF* tif, std::uint32_t number);
 std::uint64_t offsetAfter(TIFF* tif, std::uint64_t offset);
+
+// For how many blocks the directory at `offset` says where they lie and how many bytes they have.
+// Nothing when these are two numbers, or are not stored as integers of 16, 32 or (BigTIFF) 64 bits.
+std::optional<std::uint64_t> storedBlockCount(TIFF* tif, std::uint64_t offset);
 
 }  // namespace tb

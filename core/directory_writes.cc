@@ -168,16 +168,18 @@ bool writeAsAWhole(TIFF* tif, int (*write)(TIFF*)) {
     spoil(tif);
     return false;
   }
-  if (OpenFile* file = findOpenFile(tif)) {
+  OpenFile* file = findOpenFile(tif);
+  if (file != nullptr) {
     file->forgetDirectory();
     file->hasAppended = file->hasAppended || isAppended;
-    if (file->awaitedSubDirectories > 0) {
-      --file->awaitedSubDirectories;
-    } else {
-      file->awaitedSubDirectories = subDirectories.awaited;
-    }
   }
-  if (TIFFCurrentDirOffset(tif) == 0) keepSubDirectories(tif, subDirectories.stored);
+  if (TIFFCurrentDirOffset(tif) != 0) return true;  // it still is the current directory
+  if (file != nullptr && file->awaitedSubDirectories > 0) {
+    --file->awaitedSubDirectories;
+  } else if (file != nullptr) {
+    file->awaitedSubDirectories = subDirectories.awaited;
+  }
+  keepSubDirectories(tif, subDirectories.stored);
   return true;
 }
 
@@ -202,6 +204,35 @@ bool canMove(TIFF* tif, std::uint64_t offset, const char* operation) {
   return refuse(tif, operation, "A sub-directory cannot be moved; its place is in another one");
 }
 
+// Of a directory whose tags are as they were, libtiff writes the places of the blocks where they
+// stand; a sub-directory can be written in this way only. It fails when there is no new place.
+int writePlaces(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  return file == nullptr || !file->hasNewPlaces || TIFFForceStrileArrayWriting(tif);
+}
+
+// A table of places that has become short enough to stand in its entry is written there with its
+// bytes in the wrong order.
+bool canWritePlaces(TIFF* tif) {
+  const OpenFile* file = findOpenFile(tif);
+  return !TIFFIsByteSwapped(tif) || file == nullptr || file->hasStoredPlaces.value_or(true);
+}
+
+// libtiff would write it where it lies and, as it grows, over what lies behind.
+bool writeLoadedDirectory(TIFF* tif, std::uint64_t offset, const char* operation) {
+  const OpenFile* file = findOpenFile(tif);
+  const bool isSubDirectory = !chainHolds(tif, offset);
+  const bool hasNewTags = file == nullptr || file->tagsEdited || file->storedDepth;
+  if (isSubDirectory && !hasNewTags && canWritePlaces(tif)) {
+    // Loading it again ends the writing of blocks, after which no tag could be stored.
+    return writeAsAWhole(tif, writePlaces) && TIFFSetSubDirectory(tif, offset) &&
+           TIFFCreateDirectory(tif) == 0;
+  }
+  if (!canMove(tif, offset, operation)) return false;
+  makeWritable(tif);
+  return writeAsAWhole(tif, TIFFRewriteDirectory);
+}
+
 bool hasDirectory(TIFF* tif, const char* operation) {
   if (!isWithoutDirectory(tif)) return true;
   return refuse(tif, operation, "There is no directory after what failed before");
@@ -213,7 +244,9 @@ bool writeDirectory(TIFF* tif) {
   constexpr const char* kOperation = "TIFFWriteDirectory";
   if (!hasDirectory(tif, kOperation)) return false;
   if (isReadOnly(tif)) return true;
-  if (TIFFCurrentDirOffset(tif) == 0 && !canAppend(tif, kOperation)) return false;
+  const std::uint64_t offset = TIFFCurrentDirOffset(tif);
+  if (offset != 0) return writeLoadedDirectory(tif, offset, kOperation);
+  if (!canAppend(tif, kOperation)) return false;
   makeWritable(tif);
   return writeAsAWhole(tif, TIFFWriteDirectory);
 }
@@ -232,14 +265,6 @@ bool rewriteDirectory(TIFF* tif) {
 
 namespace {
 
-// Of a directory whose tags are as they were, libtiff writes the places of the blocks where they
-// stand; a sub-directory can be written in this way only.
-int writePlaces(TIFF* tif) {
-  const Unheard unheard;  // there may be no new places
-  (void)TIFFForceStrileArrayWriting(tif);
-  return 1;
-}
-
 bool writeEdits(TIFF* tif, const OpenFile& file) {
   constexpr const char* kOperation = "TIFFClose";
   if (isReadOnly(tif)) return !file.isSpoilt;
@@ -247,11 +272,12 @@ bool writeEdits(TIFF* tif, const OpenFile& file) {
   // that could not be written is nothing, nor is what reading has changed.
   if (!file.edited) return file.hasFailed || file.storedDepth || writeAsAWhole(tif, TIFFFlush);
   const std::uint64_t offset = TIFFCurrentDirOffset(tif);
-  const bool isInChain = offset != 0 && chainHolds(tif, offset);
+  const bool arePlacesEnough = !file.tagsEdited && canWritePlaces(tif);
   if (offset == 0 && !canAppend(tif, kOperation)) return false;
-  if (offset != 0 && file.tagsEdited && !canMove(tif, offset, kOperation)) return false;
+  if (offset != 0 && !arePlacesEnough && !canMove(tif, offset, kOperation)) return false;
   makeWritable(tif);
-  return writeAsAWhole(tif, offset == 0 || isInChain ? TIFFFlush : writePlaces);
+  if (offset != 0 && !canWritePlaces(tif)) return writeAsAWhole(tif, TIFFRewriteDirectory);
+  return writeAsAWhole(tif, offset == 0 || chainHolds(tif, offset) ? TIFFFlush : writePlaces);
 }
 
 void warnAboutEdits(TIFF* tif) noexcept {

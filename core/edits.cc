@@ -95,10 +95,11 @@ bool hasNewCoding(TIFF* tif) {
          file->loaded->planarConfig != now.planarConfig || file->loaded->isTiled != now.isTiled;
 }
 
-void noteBlockWritten(TIFF* tif) noexcept {
+void noteBlockWritten(TIFF* tif, bool hasNewPlace) noexcept {
   OpenFile* file = findOpenFile(tif);
   if (file == nullptr) return;
   file->edited = file->coderUsed = true;
+  file->hasNewPlaces = file->hasNewPlaces || hasNewPlace;
   file->loaded.reset();
   file->coder.reset();
 }

@@ -44,8 +44,9 @@ bool mayEncode(TIFF* tif);
 // now. libtiff numbers the planes of its blocks as they were until the directory is loaded again.
 bool hasNewCoding(TIFF* tif);
 
-// Says that a block was stored, for which libtiff has computed its sizes anew.
-void noteBlockWritten(TIFF* tif) noexcept;
+// Says that a block was stored, for which libtiff has computed its sizes anew, and whether it has
+// another place or length in the file than before.
+void noteBlockWritten(TIFF* tif, bool hasNewPlace) noexcept;
 
 // Says that a block could not be stored, which leaves the directory as it was.
 void noteBlockNotWritten(TIFF* tif) noexcept;

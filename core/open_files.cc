@@ -62,9 +62,10 @@ void TiffAtExitUnregister(TIFF* tif) { OpenFileRegistry.erase(tif); }
 bool TiffFilePointerIsInvalid(TIFF* tif) { return !OpenFileRegistry.contains(tif); }
 
 void OpenFile::forgetDirectory() noexcept {
-  edited = tagsEdited = hasFailed = isSubDirectory = coderUsed = false;
+  edited = tagsEdited = hasFailed = hasNewPlaces = isSubDirectory = coderUsed = false;
   loaded.reset();
   coder.reset();
+  hasStoredPlaces.reset();
   storedDepth.reset();
 }
 

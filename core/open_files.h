@@ -59,6 +59,8 @@ struct OpenFile {
   bool tagsEdited = false;
   // Whether a block could not be stored.
   bool hasFailed = false;
+  // Whether a block has another place or length in the file than it had.
+  bool hasNewPlaces = false;
   // Whether the directory was reached through another one's SubIFD tag.
   bool isSubDirectory = false;
   // Whether a block was decoded or encoded, which sets a codec up.
@@ -67,6 +69,9 @@ struct OpenFile {
   // and that by which the codec was set up if there was such an edit.
   std::optional<Layout> loaded;
   std::optional<Layout> coder;
+  // Whether the places of the loaded directory's blocks are those that the file says; known from
+  // the first block that is stored on.
+  std::optional<bool> hasStoredPlaces;
   // The sample layout of the file, when reading an image has changed what the directory says of it.
   std::optional<SampleDepth> storedDepth;
   // The access mode, as TIFFGetMode returns it, of a handle without a directory: a move failed and

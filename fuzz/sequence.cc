@@ -434,11 +434,8 @@ void Session::rewriteDirectory(FuzzedDataProvider&) {
   noteWritten(run("rewriteDirectory", {file_.get()}));
 }
 
-// libtiff writes a directory that was loaded where it lies, and over what follows.
 void Session::writeDirectory(FuzzedDataProvider&) {
-  const bool isInPlace = place_ != Place::kNew && !isReadOnly();
   noteWritten(run("writeDirectory", {file_.get()}));
-  if (isInPlace) modelled_ = false;
 }
 
 void Session::noteWritten(const Outcome& outcome) {
@@ -515,7 +512,8 @@ void Session::writeBlock(FuzzedDataProvider& input) {
   now.touchedBlocks.insert(block);
   now.blocks.erase(block);
   now.written = now.written || outcome.error.empty();
-  if (outcome.error.empty() && !outcome.warned && arrays.size() == 1 && layout.lossless())
+  if (outcome.error.empty() && !outcome.warned && arrays.size() == 1 && layout.lossless() &&
+      isWholeBlock(layout, block, arrays[0].get()))
     now.blocks[block] = std::move(arrays[0]);
 }
 

@@ -196,6 +196,8 @@ BlockLayout::BlockLayout(const vxArray* file)
 
 bool BlockLayout::lossless() const {
   if (photometric == PHOTOMETRIC_YCBCR) return false;
+  const bool isInterleaved = planar != PLANARCONFIG_SEPARATE && samples > 1;
+  if (bits == 1 && isInterleaved) return false;  // bits are packed as one sample's
   for (const double scheme : {1, 3, 4, 5, 8, 32773, 32946})
     if (compression == scheme) return true;
   return false;
@@ -296,6 +298,13 @@ std::vector<vxArrayPtr> arraysForBlock(const BlockLayout& layout, std::uint32_t 
         filledArray(classId, {size(std::ceil(rows / factor)), size(std::ceil(columns / factor))},
                     seed + chroma));
   return arrays;
+}
+
+bool isWholeBlock(const BlockLayout& layout, std::uint32_t block, const vxArray* array) {
+  const auto [rows, columns] = extentOf(layout, block);
+  const std::size_t* dimensions = vxGetDimensions(array);
+  return static_cast<double>(dimensions[0]) == rows &&
+         static_cast<double>(dimensions[1]) == columns;
 }
 
 }  // namespace tb::fuzz

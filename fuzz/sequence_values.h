@@ -48,4 +48,7 @@ bool isTextTag(int tag);
 std::vector<vxArrayPtr> arraysForBlock(const BlockLayout& layout, std::uint32_t block,
                                        std::uint32_t seed);
 
+// Whether an array has as many rows and columns as the block.
+bool isWholeBlock(const BlockLayout& layout, std::uint32_t block, const vxArray* array);
+
 }  // namespace tb::fuzz

@@ -43,6 +43,10 @@ bool ZQTIFFcheckWriteFailure(TIFF* tif);
 std::size_t ZQTIFFmessageCount() noexcept;
 void ZQTIFFforgetMessages(std::size_t count) noexcept;
 
+// While this is on, the handle's file is read with the bits of each byte in reverse order. For data
+// whose bits libtiff would turn round twice. No effect on a handle that UOpen did not open.
+void ZQTIFFreverseBitsRead(TIFF* tif, bool isOn) noexcept;
+
 // Makes what libtiff writes for a handle happen as a whole or not at all. From ZQTIFFbeginUpdate
 // on, writes to bytes that the file has already are held back, and reads see them; others are made.
 // ZQTIFFcommitUpdate makes the held writes, the links of directories among them, and returns

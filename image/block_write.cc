@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include <limits>
+
+#include "core/directory_chain.h"
 #include "core/edits.h"
+#include "core/open_files.h"
 #include "core/unheard.h"
 #include "image/encoder_checks.h"
 
@@ -43,22 +47,48 @@ bool hasPlace(const TiffImageMetaData_& record, std::uint32_t block) {
   return record.isTiled || !hasOffsets || block == 0 || isInArrays(record.tif, block - 1);
 }
 
+// Whether the file has a place and a byte count for each block of libtiff's arrays.
+bool hasStoredPlaces(TIFF* tif) {
+  const std::uint64_t offset = TIFFCurrentDirOffset(tif);
+  if (offset == 0) return true;
+  const std::uint64_t count = storedBlockCount(tif, offset).value_or(0);
+  if (count == 0 || count > std::numeric_limits<std::uint32_t>::max()) return false;
+  const auto blocks = static_cast<std::uint32_t>(count);
+  return isInArrays(tif, blocks - 1) && !isInArrays(tif, blocks);
+}
+
+// libtiff stores a block over its former bytes when it needs no more of them. Where the file does
+// not say how many they are libtiff has guessed, and the block could run over what lies behind: it
+// is appended then.
+void forgetGuessedByteCount(const TiffImageMetaData_& record, std::uint32_t block) {
+  OpenFile* file = findOpenFile(record.tif);
+  if (file == nullptr) return;
+  if (!file->hasStoredPlaces) file->hasStoredPlaces = hasStoredPlaces(record.tif);
+  if (*file->hasStoredPlaces || !isInArrays(record.tif, block)) return;
+  if (auto* byteCounts = placeArray(record.tif, placeTags(record).byteCounts))
+    byteCounts[block] = 0;
+}
+
 std::uint64_t fileSize(TIFF* tif) { return TIFFGetSizeProc(tif)(TIFFClientdata(tif)); }
 
-// Where a block stands before the call, and how long the file is.
-struct Before {
+// Where a block stands in the file; zeros for one without a place.
+struct Place {
   std::uint64_t offset = 0;
   std::uint64_t byteCount = 0;
-  std::uint64_t fileSize = 0;
+
+  bool operator==(const Place&) const = default;
 };
 
-Before stateBefore(TIFF* tif, std::uint32_t block) {
-  Before before{.fileSize = fileSize(tif)};
-  if (!isInArrays(tif, block)) return before;
-  before.offset = TIFFGetStrileOffset(tif, block);
-  before.byteCount = TIFFGetStrileByteCount(tif, block);
-  return before;
+Place placeOf(TIFF* tif, std::uint32_t block) {
+  if (!isInArrays(tif, block)) return {};
+  return {TIFFGetStrileOffset(tif, block), TIFFGetStrileByteCount(tif, block)};
 }
+
+// What a block that cannot be stored leaves behind.
+struct Before {
+  Place place;
+  std::uint64_t fileSize;
+};
 
 bool encode(const TiffImageMetaData_& record, std::uint32_t block, std::span<std::byte> buffer,
             tmsize_t count) {
@@ -83,8 +113,8 @@ void undo(const TiffImageMetaData_& record, std::uint32_t block, const Before& b
     const PlaceTags tags = placeTags(record);
     std::uint64_t* offsets = placeArray(tif, tags.offsets);
     std::uint64_t* byteCounts = placeArray(tif, tags.byteCounts);
-    if (offsets) offsets[block] = before.offset;
-    if (byteCounts) byteCounts[block] = before.byteCount;
+    if (offsets) offsets[block] = before.place.offset;
+    if (byteCounts) byteCounts[block] = before.place.byteCount;
   }
   if (fileSize(tif) <= before.fileSize) return;
   const int status = ftruncate(TIFFFileno(tif), static_cast<off_t>(before.fileSize));
@@ -96,9 +126,10 @@ void undo(const TiffImageMetaData_& record, std::uint32_t block, const Before& b
 bool writeBlock(const TiffImageMetaData_& record, std::uint32_t block, std::span<std::byte> buffer,
                 tmsize_t count) {
   if (!canEncode(record) || !hasPlace(record, block)) return false;
-  const Before before = stateBefore(record.tif, block);
+  const Before before{placeOf(record.tif, block), fileSize(record.tif)};
+  forgetGuessedByteCount(record, block);
   if (encode(record, block, buffer, count)) {
-    noteBlockWritten(record.tif);
+    noteBlockWritten(record.tif, placeOf(record.tif, block) != before.place);
     return true;
   }
   undo(record, block, before);

@@ -13,6 +13,7 @@
 #include "core/unheard.h"
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
+#include "image/fax_bit_order.h"
 #include "image/handlers.h"
 #include "image/read_checks.h"
 #include "image/read_transfer.h"
@@ -113,6 +114,7 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
   if (!hasPixels(record) || size == 0 || !mayDecode(record.tif, "TIFFReadEncodedStrip")) {
     return emptyBlock();
   }
+  const FaxBitOrder bitOrder(record.tif);
   return decodeBlock(record, size, [&](std::byte* buffer) {
     // -1 asks for the whole strip.
     const tmsize_t count = TIFFReadEncodedStrip(record.tif, strip, buffer, tmsize_t{-1});
@@ -126,6 +128,7 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
 DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
   const tmsize_t size = TIFFTileSize(record.tif);
   if (size <= 0 || !mayDecode(record.tif, "TIFFReadEncodedTile")) return emptyBlock();
+  const FaxBitOrder bitOrder(record.tif);
   return decodeBlock(record, blockSize(size), [&](std::byte* buffer) {
     return TIFFReadEncodedTile(record.tif, tile, buffer, size);
   });

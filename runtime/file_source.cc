@@ -36,6 +36,9 @@ std::size_t FileSource::readAt(std::uint64_t offset, std::span<std::byte> buffer
 std::size_t FileSource::read(std::span<std::byte> buffer) noexcept {
   const std::size_t done = readAt(position_, buffer);
   position_ += done;
+  if (reversesBits_) {
+    TIFFReverseBits(reinterpret_cast<std::uint8_t*>(buffer.data()), static_cast<tmsize_t>(done));
+  }
   return done;
 }
 
@@ -184,6 +187,10 @@ FileSource* sourceOf(TIFF* tif) noexcept {
 bool ZQTIFFcheckWriteFailure(TIFF* tif) {
   tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
   return source != nullptr && source->takeWriteFailure() != 0;
+}
+
+void ZQTIFFreverseBitsRead(TIFF* tif, bool isOn) noexcept {
+  if (auto* source = tb::runtime::sourceOf(tif)) source->reverseBitsRead(isOn);
 }
 
 bool ZQTIFFbeginUpdate(TIFF* tif) {

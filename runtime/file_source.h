@@ -49,6 +49,9 @@ class FileSource {
   bool commitUpdate() noexcept;
   void cancelUpdate() noexcept;
 
+  // Whether `read` reverses the bits of each byte; `readAt` never does.
+  void reverseBitsRead(bool isOn) noexcept { reversesBits_ = isOn; }
+
   // The new position, counted as lseek(2) does; kNowhere, and the position stays, when there is
   // none.
   std::uint64_t seek(std::uint64_t offset, int whence) noexcept;
@@ -91,6 +94,7 @@ class FileSource {
   std::uint64_t position_ = 0;
   int readFailure_ = 0;
   int writeFailure_ = 0;
+  bool reversesBits_ = false;
 };
 
 // Opens a source with libtiff; `mode` is libtiff's, and no allocation of libtiff's for the handle

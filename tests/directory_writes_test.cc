@@ -172,6 +172,65 @@ TEST_F(DirectoryWrites, OfAnOldJpegFileLeaveIt) {
   EXPECT_TRUE(contentOf(path) == before);
 }
 
+// libtiff would write the longer directory over the blocks and directories behind it.
+TEST_F(DirectoryWrites, OfALoadedDirectoryLeaveWhatLiesBehindIt) {
+  for (const int page : {0, 1, 2}) {
+    SCOPED_TRACE(page);
+    writeTiff(path_, kPages);
+    {
+      const OpenedFile file(path_, "r+");
+      call("setDirectory", file, page);
+      call("setField", file, TIFFTAG_IMAGEDESCRIPTION, kLongText);
+      call("writeDirectory", file);
+    }
+    EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32));
+    const TiffHandle tif = openTiff(path_, "rc");
+    for (std::uint16_t k = 0; k < 3; ++k) {
+      TIFFSetDirectory(tif.get(), k);
+      EXPECT_EQ(readBlock(tif.get(), 0), blockBytes(kPages[k], 0));
+    }
+  }
+}
+
+// --- Places of blocks that the file does not say
+
+// Reading too few byte counts, libtiff takes each tile to have all its bytes in the file, and would
+// store the first over the blocks and directories behind it.
+TEST_F(DirectoryWrites, OfATileWhoseByteCountIsGuessedLeaveWhatLiesBehindIt) {
+  {
+    const OpenedFile file(path_, "r+");
+    setFields(file, {{TIFFTAG_IMAGEWIDTH, 64}, {TIFFTAG_TILEWIDTH, 32}, {TIFFTAG_TILELENGTH, 32}});
+    call("rewriteDirectory", file);
+    call("setDirectory", file, 0);
+    call("writeEncodedTile", file, 0, zeros(vxUINT8, {16, 32}));
+  }
+  EXPECT_THAT(widthsOf(path_), ElementsAre(64, 31, 32));
+  const TiffHandle tif = openTiff(path_, "rc");
+  EXPECT_EQ(readBlock(tif.get(), 0), std::vector<std::byte>(1024));
+  TIFFSetDirectory(tif.get(), 1);
+  EXPECT_EQ(readBlock(tif.get(), 0), blockBytes(kPages[1], 0));
+}
+
+// libtiff turns the bytes of a table round twice when it has become short enough for its entry.
+TEST_F(DirectoryWrites, OfATableOfPlacesThatIsTooLongAreRightInTheOtherByteOrder) {
+  const Layout layout{.length = 20, .rowsPerStrip = 8};
+  {
+    const OpenedFile file(path_, "wb");
+    setFields(file, tagsOf(layout));
+    writeBlock(file, layout, 0);
+    call("setField", file, TIFFTAG_IMAGELENGTH, 16);
+  }
+  {
+    const OpenedFile file(path_, "r+");
+    writeBlock(file, layout, 1);
+  }
+  const TiffHandle tif = openTiff(path_, "rc");
+  for (const std::uint32_t strip : {0U, 1U}) {
+    EXPECT_EQ(TIFFGetStrileByteCount(tif.get(), strip), 128U);
+    EXPECT_EQ(readBlock(tif.get(), strip), blockBytes(layout, strip));
+  }
+}
+
 // --- Chains that libtiff would follow for ever
 
 TEST_F(DirectoryWrites, InALoopOfDirectoriesAreRefusedAtOnce) {
@@ -234,6 +293,32 @@ TEST_F(SubDirectoryWrites, OfBlocksThatGotLongerAreMadeInPlace) {
   const OpenedFile file(path_, "r");
   moveToSubDirectory(file);
   EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(320));
+}
+
+TEST_F(SubDirectoryWrites, OfBlocksGoOnToANewDirectory) {
+  {
+    const OpenedFile file(path_, "r+");
+    moveToSubDirectory(file);
+    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 20}));
+    call("writeDirectory", file);
+    setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
+  }
+  EXPECT_THAT(widthsOf(path_), ElementsAre(40, 16));
+  const OpenedFile file(path_, "r");
+  moveToSubDirectory(file);
+  EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(320));
+}
+
+TEST_F(SubDirectoryWrites, OfNewTagsAreRefusedByWriteDirectoryToo) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "r+");
+  moveToSubDirectory(file);
+  call("setField", file, TIFFTAG_ARTIST, "somebody");
+  expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
+  file.close();
+  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+  EXPECT_TRUE(contentOf(path_) == before);
 }
 
 TEST_F(SubDirectoryWrites, OfTheirParentKeepThemWhateverIsWrittenNext) {
