@@ -85,18 +85,23 @@ vxArrayPtr hostCharacters(PyArrayObject* array, const Place& place) {
   return text;
 }
 
+// Of an array of objects in column-major order.
+HeldObjects objectsOf(PyArrayObject* array) {
+  const std::span objects(static_cast<PyObject* const*>(PyArray_DATA(array)),
+                          static_cast<std::size_t>(PyArray_SIZE(array)));
+  HeldObjects held;
+  held.reserve(objects.size());
+  for (PyObject* const object : objects) {
+    held.push_back(py::reinterpret_borrow<py::object>(object == nullptr ? Py_None : object));
+  }
+  return held;
+}
+
 vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
-  const RecursionGuard guard;
   const py::object ordered = columnMajor(array);
   auto* const source = reinterpret_cast<PyArrayObject*>(ordered.ptr());
-  auto* const objects = static_cast<PyObject**>(PyArray_DATA(source));
-  const auto count = static_cast<std::size_t>(PyArray_SIZE(source));
-  vxArrayPtr cell = matrix::detail::do_create_cell(HostDimensions(array));
-  for (std::size_t index = 0; index < count; ++index) {
-    PyObject* const item = objects[index] == nullptr ? Py_None : objects[index];
-    vxSetCell(cell.get(), index, hostValue(item, place).release());
-  }
-  return cell;
+  const HeldObjects objects = objectsOf(source);
+  return hostCell(HostDimensions(source), objects, place);
 }
 
 // Indexed by NumPy's type number, of which the first stand for C's types in this order: bool, then
@@ -107,8 +112,9 @@ constexpr std::array kClasses = {vxLOGICAL, vxINT8,   vxUINT8, vxINT16,  vxUINT1
 static_assert(kClasses.size() == NPY_DOUBLE + 1 && sizeof(int) == 4 && sizeof(long) == 8);
 
 [[noreturn]] void refuseArray(PyArrayObject* array, const Place& place) {
-  const std::string type = py::str(reinterpret_cast<PyObject*>(PyArray_DESCR(array)));
-  refuse("numpy.ndarray of dtype " + type, place);
+  const auto type =
+      py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyArray_DESCR(array)));
+  refuse("numpy.ndarray of dtype " + std::string(py::str(type)), place);
 }
 
 }  // namespace

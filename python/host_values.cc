@@ -46,16 +46,20 @@ vxArrayPtr hostWideText(std::span<const Py_UCS4> text) {
   return runtime::createText(units);
 }
 
+// Of a list or tuple.
+HeldObjects itemsOf(PyObject* sequence) {
+  const std::span items(PySequence_Fast_ITEMS(sequence),
+                        static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sequence)));
+  HeldObjects held;
+  held.reserve(items.size());
+  for (PyObject* const item : items) held.push_back(py::reinterpret_borrow<py::object>(item));
+  return held;
+}
+
 vxArrayPtr hostSequence(PyObject* sequence, const Place& place) {
-  const RecursionGuard guard;
-  const auto count = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(sequence));
-  const std::size_t dimensions[] = {1, count};
-  vxArrayPtr cell = matrix::detail::do_create_cell(dimensions);
-  for (std::size_t index = 0; index < count; ++index) {
-    PyObject* const item = PySequence_Fast_GET_ITEM(sequence, static_cast<Py_ssize_t>(index));
-    vxSetCell(cell.get(), index, hostValue(item, place).release());
-  }
-  return cell;
+  const HeldObjects items = itemsOf(sequence);
+  const std::size_t dimensions[] = {1, items.size()};
+  return hostCell(dimensions, items, place);
 }
 
 std::string fieldName(PyObject* key, const Place& place) {
@@ -70,15 +74,26 @@ std::string fieldName(PyObject* key, const Place& place) {
   return name;
 }
 
-vxArrayPtr hostStruct(PyObject* dict, const Place& place) {
-  const RecursionGuard guard;
-  std::vector<std::string> names;
-  std::vector<vxArrayPtr> values;
+// The keys and values of a dict in turn.
+HeldObjects entriesOf(PyObject* dict) {
+  HeldObjects held;
   PyObject* key = nullptr;
   PyObject* value = nullptr;
   for (Py_ssize_t next = 0; PyDict_Next(dict, &next, &key, &value) != 0;) {
-    names.push_back(fieldName(key, place));
-    values.push_back(hostValue(value, place));
+    held.push_back(py::reinterpret_borrow<py::object>(key));
+    held.push_back(py::reinterpret_borrow<py::object>(value));
+  }
+  return held;
+}
+
+vxArrayPtr hostStruct(PyObject* dict, const Place& place) {
+  const Place inside = place.inside();
+  const HeldObjects entries = entriesOf(dict);
+  std::vector<std::string> names;
+  std::vector<vxArrayPtr> values;
+  for (std::size_t entry = 0; entry < entries.size(); entry += 2) {
+    names.push_back(fieldName(entries[entry].ptr(), place));
+    values.push_back(hostValue(entries[entry + 1].ptr(), inside));
   }
   std::vector<const char*> pointers;
   pointers.reserve(names.size());
@@ -91,6 +106,12 @@ vxArrayPtr hostStruct(PyObject* dict, const Place& place) {
   return structure;
 }
 
+std::string nameOf(const Place& place) {
+  const std::string operation = py::repr(place.operation);
+  return "call() argument " + std::to_string(place.input + 1) + " (input " +
+         std::to_string(place.input) + " of " + operation + ")";
+}
+
 vxArrayPtr hostNumpyScalar(PyObject* value, const Place& place) {
   const auto array = py::reinterpret_steal<py::object>(PyArray_FromScalar(value, nullptr));
   if (!array) throw py::error_already_set();
@@ -99,11 +120,27 @@ vxArrayPtr hostNumpyScalar(PyObject* value, const Place& place) {
 
 }  // namespace
 
+Place Place::inside() const {
+  if (levels == kMostLevels) {
+    throw py::value_error(nameOf(*this) +
+                          ": lists, dicts and arrays lie in one another more than " +
+                          std::to_string(kMostLevels) + " levels deep");
+  }
+  return {operation, input, levels + 1};
+}
+
 void refuse(const std::string& what, const Place& place) {
-  const std::string operation = py::repr(place.operation);
-  throw py::type_error("call() argument " + std::to_string(place.input + 1) + " (input " +
-                       std::to_string(place.input) + " of " + operation + "): " + what +
-                       " has no counterpart among the host's arrays");
+  throw py::type_error(nameOf(place) + ": " + what + " has no counterpart among the host's arrays");
+}
+
+vxArrayPtr hostCell(std::span<const std::size_t> dimensions, const HeldObjects& items,
+                    const Place& place) {
+  const Place inside = place.inside();
+  vxArrayPtr cell = matrix::detail::do_create_cell(dimensions);
+  for (std::size_t index = 0; index < items.size(); ++index) {
+    vxSetCell(cell.get(), index, hostValue(items[index].ptr(), inside).release());
+  }
+  return cell;
 }
 
 double hostNumber(PyObject* integer, const Place& place) {

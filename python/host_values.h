@@ -1,37 +1,43 @@
 // One conversion from Python each: see Inputs::add for what becomes what.
 #pragma once
 
+#include <span>
 #include <string>
+#include <vector>
 
 #include "host/array.h"
 #include "python/numpy_api.h"
 
 namespace tb::python {
 
-// Where a value stands in a call, for messages.
+// Lists, dicts and object arrays may lie in one another so deep, and no deeper: they may contain
+// themselves, and each level takes some of the stack.
+inline constexpr std::size_t kMostLevels = 100;
+
+// Where a value stands in a call.
 struct Place {
   PyObject* operation;
-  std::size_t input;  // counted from 1, the operation's name left out
+  std::size_t input;       // counted from 1, the operation's name left out
+  std::size_t levels = 0;  // of lists, dicts and object arrays around it
+
+  // The place of what is in the list, dict or object array here. Throws pybind11::value_error,
+  // which names the argument, beyond kMostLevels.
+  Place inside() const;
 };
 
-// Lists, dicts and object arrays may contain themselves: stands in each function that descends into
-// one and throws Python's RecursionError when that goes too deep.
-class RecursionGuard {
- public:
-  RecursionGuard() {
-    if (Py_EnterRecursiveCall(" while converting an argument") != 0)
-      throw pybind11::error_already_set();
-  }
-  ~RecursionGuard() { Py_LeaveRecursiveCall(); }
-  RecursionGuard(const RecursionGuard&) = delete;
-  RecursionGuard& operator=(const RecursionGuard&) = delete;
-};
+// What a list, dict or object array refers to, kept: converting an element may run Python code, of
+// subclasses of NumPy's arrays for one, and that may empty what the element came from.
+using HeldObjects = std::vector<pybind11::object>;
 
 // Any value of the table. Raises a Python TypeError for what is not in it.
 vxArrayPtr hostValue(PyObject* value, const Place& place);
 
 // A str. Also for the operation's name.
 vxArrayPtr hostText(PyObject* text);
+
+// A cell of these dimensions that holds the values of `items` in storage order.
+vxArrayPtr hostCell(std::span<const std::size_t> dimensions, const HeldObjects& items,
+                    const Place& place);
 
 // An array of any dtype of the table.
 vxArrayPtr hostArray(PyArrayObject* array, const Place& place);

@@ -50,7 +50,9 @@ py::object numericArray(const vxArray* array, const py::object& owner) {
   py::object result =
       checked(PyArray_NewFromDescr(&PyArray_Type, type, rankOf(array), shapeOf(array), nullptr,
                                    elements, NPY_ARRAY_FARRAY, nullptr));
-  PyArray_SetBaseObject(asArray(result), py::object(owner).release().ptr());
+  if (PyArray_SetBaseObject(asArray(result), py::object(owner).release().ptr()) < 0) {
+    throw py::error_already_set();
+  }
   return result;
 }
 

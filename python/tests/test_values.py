@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import enum
 import sys
+from collections.abc import Iterator
 from typing import Any
 
 import numpy as np
@@ -283,8 +284,98 @@ def test_a_value_that_contains_itself_is_refused(make):
         value.append(value)
     else:
         value[0] = value
-    with pytest.raises(RecursionError):
-        to_host(value)
+    with pytest.raises(ValueError, match=r"call\(\) argument 2 .* more than 100 levels deep"):
+        tagbridge.call("no such operation", value)
+
+
+def in_an_object_array(value: Any) -> np.ndarray:
+    array = np.empty((1, 2), object)
+    array[0, 1] = value
+    array[0, 0] = 0.0
+    return array
+
+
+@pytest.mark.parametrize(
+    "wrap",
+    [lambda value: [value], lambda value: (1.0, value), lambda value: {"a": value},
+     in_an_object_array],
+    ids=["list", "tuple", "dict", "array"],
+)
+def test_values_lie_in_one_another_up_to_100_levels_deep(wrap):
+    value = 1.0
+    for _ in range(100):
+        value = wrap(value)
+    to_host(value)
+    with pytest.raises(ValueError, match="100 levels"):
+        to_host(wrap(value))
+
+
+def test_very_deep_values_do_not_exhaust_the_stack():
+    value: list[Any] = []
+    for _ in range(100_000):
+        value = [value]
+    limit = sys.getrecursionlimit()
+    sys.setrecursionlimit(10**6)
+    try:
+        with pytest.raises(ValueError, match="100 levels"):
+            to_host(value)
+    finally:
+        sys.setrecursionlimit(limit)
+
+
+class Emptying(np.ndarray):
+    """Runs what it is told when a copy of it is made, as for a host that wants columns."""
+
+    hook = staticmethod(lambda: None)
+
+    def __array_finalize__(self, original: Any) -> None:
+        Emptying.hook()
+
+
+def array_of(values: list[Any]) -> np.ndarray:
+    array = np.empty(len(values), object)
+    array[:] = values
+    return array
+
+
+@pytest.fixture
+def emptying() -> Iterator[Any]:
+    """A value that empties a container, given afterwards, while it is converted."""
+    value = np.array([[1.0, 2.0], [3.0, 4.0]], object).view(Emptying)
+
+    def empty(container: Any) -> None:
+        def hook() -> None:
+            if isinstance(container, np.ndarray):
+                container[:] = None
+            else:
+                container.clear()
+            [np.full(500, -1.0) for _ in range(50)]  # what was freed is used again
+
+        Emptying.hook = staticmethod(hook)
+
+    yield value, empty
+    Emptying.hook = staticmethod(lambda: None)
+
+
+@pytest.mark.parametrize("make", [list, array_of], ids=["list", "array"])
+def test_items_are_converted_though_their_container_is_emptied(emptying, make):
+    value, empty = emptying
+    container = make([value, *(np.full(500, float(n)) for n in range(20))])
+    empty(container)
+    cells = to_host(container)["cells"]
+    assert not any(item is value for item in container), "the hook has not run"
+    assert [cell["bytes"] for cell in cells[1:]] == [np.full(500, float(n)).tobytes()
+                                                     for n in range(20)]
+
+
+def test_fields_are_converted_though_their_dict_is_emptied(emptying):
+    value, empty = emptying
+    container = {"first": value, **{f"f{n}": np.full(500, float(n)) for n in range(20)}}
+    empty(container)
+    fields = to_host(container)["fields"]
+    assert not container, "the hook has not run"
+    assert [fields[f"f{n}"]["bytes"] for n in range(20)] == [np.full(500, float(n)).tobytes()
+                                                             for n in range(20)]
 
 
 @pytest.mark.parametrize("host_class", CLASS_CODES)
