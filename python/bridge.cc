@@ -1,6 +1,6 @@
 #include "python/bridge.h"
 
-#include <pybind11/pybind11.h>
+#include <Python.h>
 #include <unistd.h>
 
 #include <memory>

@@ -169,7 +169,7 @@ PyMethodDef s_callMethod = {
 
 }  // namespace
 
-void addCall(py::module_& extension) {
+void addCall(const py::object& extension) {
   const py::str package("tagbridge");
   const auto function = py::reinterpret_steal<py::object>(
       PyCFunction_NewEx(&s_callMethod, extension.ptr(), package.ptr()));
