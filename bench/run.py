@@ -74,18 +74,18 @@ def version_of(module: str) -> str:
         return "not installed"
 
 
-def libtiff_version() -> str:
-    run = subprocess.run(["pkg-config", "--modversion", "libtiff-4"], check=False,
-                         capture_output=True, text=True)
-    return run.stdout.strip() or "unknown"
+def libtiff_version(build: Path) -> str:
+    sys.path.append(str(build / "python"))
+    text = importlib.import_module("tagbridge").call("getVersion")
+    return text.splitlines()[0].removeprefix("LIBTIFF, Version ")
 
 
-def head() -> str:
+def head(build: Path) -> str:
     modules = {"NumPy": "numpy", "tifffile": "tifffile", "Pillow": "PIL", "OpenCV": "cv2",
                "GDAL": "osgeo.gdal"}
     peers = ", ".join(f"{name} {version_of(module)}" for name, module in modules.items())
     return (f"{datetime.date.today()}, {processor()}, {os.cpu_count()} cores, "
-            f"Linux {platform.release().split('-')[0]}, libtiff {libtiff_version()}, "
+            f"Linux {platform.release().split('-')[0]}, libtiff {libtiff_version(build)}, "
             f"Python {platform.python_version()}, {peers}\n")
 
 
@@ -169,7 +169,7 @@ def main() -> None:
             results += results_of(part, options)
     if options.json:
         options.json.write_text("".join(json.dumps(result) + "\n" for result in results))
-    print(head())
+    print(head(options.build))
     for table in TABLES:
         print_table(table, results)
 
