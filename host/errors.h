@@ -103,7 +103,9 @@ class Exception final : public IMsgIDException, public Base {
   explicit Exception(resource_core::BaseMsgID message) : IMsgIDException(std::move(message)) {}
 
   std::unique_ptr<IUserException> clone() const override {
-    return std::make_unique<Exception>(*this);
+    // std::make_unique would be one more instantiation of unique_ptr for every error that a source
+    // can raise, and a third of what such a source takes to compile.
+    return std::unique_ptr<IUserException>(new Exception(*this));
   }
   [[noreturn]] void rethrow() const override { throw *this; }
 };

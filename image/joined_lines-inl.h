@@ -20,42 +20,21 @@
 
 #include "hwy/highway.h"
 #include "image/line_tables.h"
+#include "image/panels-inl.h"
 #include "image/tile-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// The most lines that are not better moved by tiles, whose stores fill a vector.
-template <class T>
-constexpr std::size_t kMostInterleaved = sizeof(T) <= 4 ? 16 : 8;
-
 #if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
 
-// Without vectors of a size known to the compiler no count of lines has a routine of its own.
-template <class T>
-constexpr bool IsInterleaved(std::size_t /*lines*/, std::size_t /*elements*/) {
-  return false;
-}
 template <class T>
 void InterleaveLines(InLines, std::size_t, std::uint8_t*, std::size_t) {}
 template <class T>
 void SeparateLines(const std::uint8_t*, OutLines, std::size_t, std::size_t) {}
 
 #else
-
-template <class T>
-using WideVectors = hn::CappedTag<T, 32 / sizeof(T)>;
-
-// Whether so many lines of so many elements may be given to InterleaveLines and SeparateLines. Few
-// lines whose number is not a power of two leave much of the vectors empty; with elements of more
-// than two bytes they had better be moved one by one.
-template <class T>
-constexpr bool IsInterleaved(std::size_t lines, std::size_t elements) {
-  const bool powerOfTwo = (lines & (lines - 1)) == 0;
-  return lines >= 2 && lines <= kMostInterleaved<T> && elements >= hn::MaxLanes(WideVectors<T>()) &&
-         (powerOfTwo || lines == 3 || sizeof(T) <= 2);
-}
 
 // Stores vectors as a run of 16-byte blocks, the lower halves of all of them first, and loads them.
 template <class D, std::size_t kVectors>
@@ -176,7 +155,6 @@ HWY_INLINE void WithLineCount(std::size_t lines, const Use& use) {
   }
 }
 
-// Writes element j of line i to element j*lines + i of the run.
 template <class T>
 void InterleaveLines(InLines in, std::size_t lines, std::uint8_t* run, std::size_t elements) {
   WithLineCount<T>(lines, [=](auto most, auto exact) {
@@ -184,7 +162,6 @@ void InterleaveLines(InLines in, std::size_t lines, std::uint8_t* run, std::size
   });
 }
 
-// The reverse: writes element j*lines + i of the run to element j of line i.
 template <class T>
 void SeparateLines(const std::uint8_t* run, OutLines out, std::size_t lines, std::size_t elements) {
   WithLineCount<T>(lines, [=](auto most, auto exact) {

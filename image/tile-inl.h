@@ -18,27 +18,13 @@
 
 #include "hwy/highway.h"
 #include "image/line_tables.h"
+#include "image/panels-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-#if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
-
-// Without vectors of a size known to the compiler elements move one by one.
-template <class T>
-constexpr std::size_t kTileElements = 1;
-template <class T>
-constexpr std::size_t kTileLines = 1;
-
-#else
-
-// Elements of a tile's input lines, and the number of those lines in the largest tile, whose
-// output lines take one vector of up to 32 bytes.
-template <class T>
-constexpr std::size_t kTileElements = 16 / sizeof(T);
-template <class T>
-constexpr std::size_t kTileLines = HWY_MIN(HWY_MAX_BYTES, 32) / sizeof(T);
+#if HWY_TARGET != HWY_SCALAR && !HWY_HAVE_SCALABLE
 
 // Seen as one sequence, index = vector * lanes + lane, the elements are permuted by rotating
 // log2(kFactor) bits of the index: kFactor rows become kFactor columns.

@@ -1,9 +1,8 @@
 // The owner of what a result's elements lie in.
 #pragma once
 
-#include <pybind11/pybind11.h>
-
 #include "host/array.h"
+#include "python/python_objects.h"
 
 namespace tb::python {
 

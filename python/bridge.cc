@@ -1,7 +1,7 @@
 #include "python/bridge.h"
 
+#include <Python.h>
 #include <pthread.h>
-#include <pybind11/pybind11.h>
 #include <unistd.h>
 
 #include <atomic>

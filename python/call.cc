@@ -195,7 +195,7 @@ PyMethodDef s_methods[] = {method<deliver>("call", kDocumentation),
 
 }  // namespace
 
-void addCall(py::module_& extension) {
+void addCall(const py::object& extension) {
   const py::str package("tagbridge");
   for (PyMethodDef& definition : s_methods) {
     const auto function = py::reinterpret_steal<py::object>(

@@ -2,11 +2,11 @@
 // would cost several times what a short operation takes.
 #pragma once
 
-#include <pybind11/pybind11.h>
+#include "python/python_objects.h"
 
 namespace tb::python {
 
 // Adds `call` to the extension module.
-void addCall(pybind11::module_& extension);
+void addCall(const pybind11::object& extension);
 
 }  // namespace tb::python

@@ -1,7 +1,7 @@
 // The extension module tagbridge._core.
 #define TAGBRIDGE_IMPORT_NUMPY
 #include <dlfcn.h>
-#include <pybind11/stl.h>
+#include <pybind11/pybind11.h>
 
 #include <filesystem>
 #include <stdexcept>

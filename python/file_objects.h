@@ -1,6 +1,8 @@
 // Python's file objects as files of the module.
 #pragma once
 
+#include <pybind11/pybind11.h>
+
 #include "python/numpy_api.h"
 
 namespace tb::python {

@@ -102,12 +102,12 @@ void addNote(const py::object& exception, const py::object& note) {
 }  // namespace
 
 void importMessageClasses() {
-  const auto messages = py::module_::import("tagbridge._messages");
+  const py::object messages = checked(PyImport_ImportModule("tagbridge._messages"));
   py::object error = messages.attr("Error");
   py::object warning = messages.attr("Warning");
   s_classes.error = error.release().ptr();
   s_classes.warning = warning.release().ptr();
-  s_classes.warnings = py::module_::import("warnings").release().ptr();
+  s_classes.warnings = checked(PyImport_ImportModule("warnings")).release().ptr();
 }
 
 py::object errorObject(const BaseMsgID& error,

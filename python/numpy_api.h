@@ -2,7 +2,7 @@
 // TAGBRIDGE_IMPORT_NUMPY first, holds the table of functions that the others use.
 #pragma once
 
-#include <pybind11/pybind11.h>
+#include "python/python_objects.h"
 
 #define NPY_NO_DEPRECATED_API NPY_1_20_API_VERSION
 #define PY_ARRAY_UNIQUE_SYMBOL tagbridge_numpy_functions

@@ -1,6 +1,8 @@
 // Copying decoded blocks into their place of an image.
 #pragma once
 
+#include <pybind11/pybind11.h>
+
 #include "python/numpy_api.h"
 
 namespace tb::python {

@@ -2,6 +2,8 @@
 // falls back on libtiff's default.
 #pragma once
 
+#include <pybind11/pybind11.h>
+
 #include "python/numpy_api.h"
 
 namespace tb::python {

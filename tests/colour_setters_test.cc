@@ -69,7 +69,7 @@ const Expectation kNotNormalized = refusedWith<Tiff::colorMapValuesNotNormalized
 
 INSTANTIATE_TEST_SUITE_P(
     ColorMap, RefusedColours,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{
             "WithoutDepth", {{262, 3}}, 320, "not looked at", needs("BitsPerSample", "ColorMap")},
         Refused{"OfBytes", kPalette, 320, zeros(vxUINT8, {256, 3}), kBadMap},
@@ -85,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"Of64Bits", gray(64), 320, filled(256, 3, 0),
                 refusedWith<validate::argumentOutOfBounds>()},
         Refused{"Of32Bits", gray(32), 320, filled(256, 3, 0),
-                refusedWith<Tiff::badColorMap>({4294967296, 32})}),
+                refusedWith<Tiff::badColorMap>({4294967296, 32})}}),
     nameOf<Refused>);
 
 Expectation wrongCurve(int bits, int samples, std::int64_t length) {
@@ -95,7 +95,7 @@ constexpr const char* kCurvePhotometrics = "MinIsWhite, MinIsBlack, RGB, Palette
 
 INSTANTIATE_TEST_SUITE_P(
     TransferFunction, RefusedColours,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"WithoutPhotometric",
                 {},
                 301,
@@ -135,12 +135,12 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"Of65536", gray(), 301, filled(1, 256, 65536),
                 refusedWith<validate::argumentOutOfBounds>()},
         Refused{"Of64Bits", gray(64), 301, row({}), wrongCurve(64, 1, 0)},
-        Refused{"WithDefaultsOfOneBit", kGrayAlone, 301, filled(1, 3, 0), wrongCurve(1, 1, 2)}),
+        Refused{"WithDefaultsOfOneBit", kGrayAlone, 301, filled(1, 3, 0), wrongCurve(1, 1, 2)}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     Chromaticities, RefusedColours,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"PrimariesWithoutPhotometric",
                 {},
                 319,
@@ -173,7 +173,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"WhiteOfGray", gray(), 318, "not looked at",
                 wrongPhotometric("WhitePoint", "RGB, YCbCr, Palette, CIELab, ICCLab")},
         Refused{"WhiteOfThree", rgb(), 318, row({1, 2, 3}), wrongCount("WhitePoint", 2)},
-        Refused{"WhiteOfText", rgb(), 318, "xy", notArray("WhitePoint")}),
+        Refused{"WhiteOfText", rgb(), 318, "xy", notArray("WhitePoint")}}),
     nameOf<Refused>);
 
 // --- Arrays that are compared element by element

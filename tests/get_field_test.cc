@@ -134,16 +134,15 @@ TEST_P(EveryTag, ReadsAsItsHostValue) {
   EXPECT_EQ(valueOf(call("getField", file, row.tag)), row.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Containers, EveryTag,
-                         testing::Combine(testing::ValuesIn(cases()),
-                                          testing::Values(Container{"Classic", "wl"},
-                                                          Container{"BigEndian", "wb"},
-                                                          Container{"BigTiff", "w8l"},
-                                                          Container{"BigTiffBigEndian", "w8b"})),
-                         [](const auto& test) {
-                           return std::string(std::get<Case>(test.param).name) +
-                                  std::get<Container>(test.param).name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Containers, EveryTag,
+    testing::Combine(testing::ValuesIn(cases()),
+                     testing::ValuesIn(std::vector<Container>{
+                         Container{"Classic", "wl"}, Container{"BigEndian", "wb"},
+                         Container{"BigTiff", "w8l"}, Container{"BigTiffBigEndian", "w8b"}})),
+    [](const auto& test) {
+      return std::string(std::get<Case>(test.param).name) + std::get<Container>(test.param).name;
+    });
 
 // A handle of a new file has no tag but Compression. What libtiff can default never fails.
 const std::map<std::uint32_t, HostValue>& defaults() {

@@ -24,21 +24,19 @@ Accepted accepts(const char* name, const TagList& setup, std::uint32_t tag, doub
 class AcceptedLayout : public testing::TestWithParam<Accepted> {};
 TEST_P(AcceptedLayout, IsHeldByLibtiffAndReadBack) { expectStored(GetParam()); }
 
-INSTANTIATE_TEST_SUITE_P(Depths, AcceptedLayout,
-                         testing::Values(accepts("Of1", kPhotometric1, 258, 1),
-                                         accepts("Of8", kPhotometric1, 258, 8),
-                                         accepts("Of16", kRgbWithoutDepth, 258, 16),
-                                         accepts("Of32", kPhotometric1, 258, 32),
-                                         accepts("Of64", kPhotometric1, 258, 64),
-                                         accepts("PaletteOf8", kPalette, 258, 8),
-                                         accepts("CieLabOf16", {{262, 8}}, 258, 16),
-                                         accepts("IccLabOf8", {{262, 9}}, 258, 8),
-                                         accepts("ItuLabOf8", {{262, 10}}, 258, 8)),
-                         nameOf<Accepted>);
+INSTANTIATE_TEST_SUITE_P(
+    Depths, AcceptedLayout,
+    testing::ValuesIn(std::vector<Accepted>{
+        accepts("Of1", kPhotometric1, 258, 1), accepts("Of8", kPhotometric1, 258, 8),
+        accepts("Of16", kRgbWithoutDepth, 258, 16), accepts("Of32", kPhotometric1, 258, 32),
+        accepts("Of64", kPhotometric1, 258, 64), accepts("PaletteOf8", kPalette, 258, 8),
+        accepts("CieLabOf16", {{262, 8}}, 258, 16), accepts("IccLabOf8", {{262, 9}}, 258, 8),
+        accepts("ItuLabOf8", {{262, 10}}, 258, 8)}),
+    nameOf<Accepted>);
 
 INSTANTIATE_TEST_SUITE_P(
     Others, AcceptedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Accepted>{
         accepts("PhotometricFirstOfAll", {}, 262, 2), accepts("UnknownPhotometric", {}, 262, 999),
         accepts("ThreeSamples", {{262, 2}, {258, 8}}, 277, 3),
         accepts("OneSampleOfOneBit", {{262, 1}, {258, 1}}, 277, 1),
@@ -49,21 +47,20 @@ INSTANTIATE_TEST_SUITE_P(
         accepts("Thresholding3", kPhotometric1, 263, 3),
         accepts("AsManyInksAsSamples", separated(), 334, 4),
         accepts("InksWithoutTheExtraSample", separated() + TagList{{338, 0}}, 334, 3),
-        accepts("InksWithTheExtraSample", separated() + TagList{{338, 0}}, 334, 4)),
+        accepts("InksWithTheExtraSample", separated() + TagList{{338, 0}}, 334, 4)}),
     nameOf<Accepted>);
 
-INSTANTIATE_TEST_SUITE_P(Schemes, AcceptedLayout,
-                         testing::Values(accepts("None", kPhotometric1, 259, 1),
-                                         accepts("Lzw", kPhotometric1, 259, 5),
-                                         accepts("Jpeg", kPhotometric1, 259, 7),
-                                         accepts("AdobeDeflate", kPhotometric1, 259, 8),
-                                         accepts("PackBits", kPhotometric1, 259, 32773),
-                                         accepts("Deflate", kPhotometric1, 259, 32946),
-                                         accepts("SgiLog", kLogL, 259, 34676),
-                                         accepts("SgiLog24", kLogLuv, 259, 34677),
-                                         accepts("Fax3WithoutDepth", kPhotometric1, 259, 3),
-                                         accepts("Fax4OfOneBit", {{262, 1}, {258, 1}}, 259, 4)),
-                         nameOf<Accepted>);
+INSTANTIATE_TEST_SUITE_P(
+    Schemes, AcceptedLayout,
+    testing::ValuesIn(std::vector<Accepted>{
+        accepts("None", kPhotometric1, 259, 1), accepts("Lzw", kPhotometric1, 259, 5),
+        accepts("Jpeg", kPhotometric1, 259, 7), accepts("AdobeDeflate", kPhotometric1, 259, 8),
+        accepts("PackBits", kPhotometric1, 259, 32773),
+        accepts("Deflate", kPhotometric1, 259, 32946), accepts("SgiLog", kLogL, 259, 34676),
+        accepts("SgiLog24", kLogLuv, 259, 34677),
+        accepts("Fax3WithoutDepth", kPhotometric1, 259, 3),
+        accepts("Fax4OfOneBit", {{262, 1}, {258, 1}}, 259, 4)}),
+    nameOf<Accepted>);
 
 class RefusedLayout : public testing::TestWithParam<Refused> {};
 TEST_P(RefusedLayout, RaisesAndLeavesTheDirectoryAsItWas) { expectRefused(GetParam()); }
@@ -82,7 +79,7 @@ const Expectation kBadPaletteDepth =
 
 INSTANTIATE_TEST_SUITE_P(
     BitsPerSample, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"OfAnotherClass", {}, 258, scalar<std::uint16_t>(8), notScalar("BitsPerSample")},
         Refused{"Of70000", {}, 258, 70000, refusedWith<validate::argumentOutOfBounds>()},
         Refused{"Of4BeforePhotometric", {}, 258, 4, kBadDepth},
@@ -94,12 +91,12 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"IccLabOf64", {{262, 9}}, 258, 64, kBadPaletteDepth},
         Refused{"ItuLabOf1", {{262, 10}}, 258, 1, kBadPaletteDepth},
         Refused{"OfLogL", kLogL, 258, 8, notForLogLuv("BitsPerSample")},
-        Refused{"OfLogLuv", kLogLuv, 258, 32, notForLogLuv("BitsPerSample")}),
+        Refused{"OfLogLuv", kLogLuv, 258, 32, notForLogLuv("BitsPerSample")}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     SamplesPerPixel, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{
             "WithoutPhotometric", {}, 277, "not looked at", needsPhotometric("SamplesPerPixel")},
         Refused{"OfLogLBeforeDepth", kLogL, 277, "not looked at", notForLogLuv("SamplesPerPixel")},
@@ -109,14 +106,14 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"Of65536", gray(1), 277, 65536, refusedWith<validate::argumentOutOfBounds>()},
         Refused{"ThreeOfOneBit", gray(1), 277, 3,
                 refusedWith<Tiff::badSamplesPerPixelBitsPerSampleCombination>()},
-        Refused{"Of0", gray(8), 277, 0, refusedWith<Tiff::unableToWriteTag>({"SamplesPerPixel"})}),
+        Refused{"Of0", gray(8), 277, 0, refusedWith<Tiff::unableToWriteTag>({"SamplesPerPixel"})}}),
     nameOf<Refused>);
 
 const Expectation kUnsupportedFormat = refusedWith<Tiff::sampleFormatValueNotSupported>();
 
 INSTANTIATE_TEST_SUITE_P(
     SampleFormat, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"OfAnotherClass", {}, 339, scalar<std::uint8_t>(1), notScalar("SampleFormat")},
         Refused{"WithoutPhotometric", {}, 339, 6, needsPhotometric("SampleFormat")},
         Refused{"OfLogLuv", kLogLuv, 339, 6, notForLogLuv("SampleFormat")},
@@ -128,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"ComplexInteger", gray(8), 339, 5, kUnsupportedFormat},
         Refused{"Complex", gray(8), 339, 6, kUnsupportedFormat},
         Refused{"Of0", gray(8), 339, 0, refusedWith<Tiff::unableToWriteTag>({"SampleFormat"})},
-        Refused{"Of7", gray(8), 339, 7, refusedWith<Tiff::unableToWriteTag>({"SampleFormat"})}),
+        Refused{"Of7", gray(8), 339, 7, refusedWith<Tiff::unableToWriteTag>({"SampleFormat"})}}),
     nameOf<Refused>);
 
 Expectation unsupportedScheme(int scheme) {
@@ -139,24 +136,25 @@ const Expectation kFaxDepth = refusedWith<Tiff::badBitsPerSampleCompressionCombi
 
 INSTANTIATE_TEST_SUITE_P(
     Compression, RefusedLayout,
-    testing::Values(Refused{"OfAnotherClass", {}, 259, "5", notScalar("Compression")},
-                    Refused{"WithoutPhotometric", {}, 259, 34712, needsPhotometric("Compression")},
-                    Refused{"Fax3Of8Bits", gray(8), 259, 3, kFaxDepth},
-                    Refused{"Fax4Of8Bits", gray(8), 259, 4, kFaxDepth},
-                    Refused{"FaxRle", kPhotometric1, 259, 2, kNotCreated},
-                    Refused{"FaxRleWordAligned", kPhotometric1, 259, 32771, kNotCreated},
-                    Refused{"Of0", kPhotometric1, 259, 0, unsupportedScheme(0)},
-                    Refused{"OldJpeg", kPhotometric1, 259, 6, unsupportedScheme(6)},
-                    Refused{"Of9", kPhotometric1, 259, 9, unsupportedScheme(9)},
-                    Refused{"Of32772", kPhotometric1, 259, 32772, unsupportedScheme(32772)},
-                    Refused{"Of32774", kPhotometric1, 259, 32774, unsupportedScheme(32774)},
-                    Refused{"Jpeg2000", kPhotometric1, 259, 34712, unsupportedScheme(34712)},
-                    Refused{"Of65535", kPhotometric1, 259, 65535, unsupportedScheme(65535)}),
+    testing::ValuesIn(std::vector<Refused>{
+        Refused{"OfAnotherClass", {}, 259, "5", notScalar("Compression")},
+        Refused{"WithoutPhotometric", {}, 259, 34712, needsPhotometric("Compression")},
+        Refused{"Fax3Of8Bits", gray(8), 259, 3, kFaxDepth},
+        Refused{"Fax4Of8Bits", gray(8), 259, 4, kFaxDepth},
+        Refused{"FaxRle", kPhotometric1, 259, 2, kNotCreated},
+        Refused{"FaxRleWordAligned", kPhotometric1, 259, 32771, kNotCreated},
+        Refused{"Of0", kPhotometric1, 259, 0, unsupportedScheme(0)},
+        Refused{"OldJpeg", kPhotometric1, 259, 6, unsupportedScheme(6)},
+        Refused{"Of9", kPhotometric1, 259, 9, unsupportedScheme(9)},
+        Refused{"Of32772", kPhotometric1, 259, 32772, unsupportedScheme(32772)},
+        Refused{"Of32774", kPhotometric1, 259, 32774, unsupportedScheme(32774)},
+        Refused{"Jpeg2000", kPhotometric1, 259, 34712, unsupportedScheme(34712)},
+        Refused{"Of65535", kPhotometric1, 259, 65535, unsupportedScheme(65535)}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     PlanarConfiguration, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"OfAnotherClass", {}, 284, "1", notScalar("PlanarConfiguration")},
         Refused{"Of0BeforePhotometric",
                 {},
@@ -168,24 +166,24 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"SeparateLogLuv", kLogLuv, 284, 2,
                 refusedWith<Tiff::badPhotometricPlanarConfigurationCombination>()},
         Refused{"SeparateLogL", kLogL, 284, 2,
-                refusedWith<Tiff::badPhotometricPlanarConfigurationCombination>()}),
+                refusedWith<Tiff::badPhotometricPlanarConfigurationCombination>()}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     Thresholding, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"OfAnotherClass", {}, 263, "1", notScalar("Thresholding")},
         Refused{"Of4BeforePhotometric", {}, 263, 4, refusedWith<Tiff::badThresholdingValue>({4})},
         Refused{"Of0", kPhotometric1, 263, 0, refusedWith<Tiff::badThresholdingValue>({0})},
         Refused{"WithoutPhotometric", {}, 263, 2, needsPhotometric("Thresholding")},
         Refused{"OfRgb", rgb(), 263, 2,
                 refusedWith<Tiff::badTagUsedWithPhotometric>({"Thresholding",
-                                                              "MinIsWhite, MinIsBlack"})}),
+                                                              "MinIsWhite, MinIsBlack"})}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     NumberOfInks, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"WithoutPhotometric", {}, 334, "not looked at", needsPhotometric("NumberOfInks")},
         Refused{"OfRgb", rgb(), 334, "not looked at",
                 refusedWith<Tiff::photometricInterpretationNotSeparated>({"NumberOfInks"})},
@@ -200,12 +198,12 @@ INSTANTIATE_TEST_SUITE_P(
         // NumberOfInks follows the names; libtiff lets nothing else replace it.
         Refused{"OtherThanTheNames",
                 separated() + TagList{{338, 0}, {334, 4}, {333, cellOfTexts({"c", "m", "y", "k"})}},
-                334, 3, refusedWith<Tiff::unableToWriteTag>({"NumberOfInks"})}),
+                334, 3, refusedWith<Tiff::unableToWriteTag>({"NumberOfInks"})}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     SgiLogDataFmt, RefusedLayout,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{
             "WithoutPhotometric", {}, 65560, "not looked at", needsPhotometric("SGILogDataFmt")},
         Refused{"UnderLzw", kLogLuv + TagList{{259, 5}}, 65560, "not looked at",
@@ -219,7 +217,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"Of1", kLogLuv + TagList{{259, 34676}}, 65560, 1,
                 refusedWith<Tiff::invalidSGILogDataFmtValue>({1})},
         Refused{"Of2", kLogL + TagList{{259, 34676}}, 65560, 2,
-                refusedWith<Tiff::invalidSGILogDataFmtValue>({2})}),
+                refusedWith<Tiff::invalidSGILogDataFmtValue>({2})}}),
     nameOf<Refused>);
 
 struct LogFormat {
@@ -241,10 +239,11 @@ TEST_P(LogFormats, DecideTheLayoutOfTheSamples) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Schemes, LogFormats,
-                         testing::Values(LogFormat{"LogLuvFloat", 32845, 34676, 0, 3, 32, 3},
-                                         LogFormat{"LogLuv24Float", 32845, 34677, 0, 3, 32, 3},
-                                         LogFormat{"LogLFloat", 32844, 34676, 0, 1, 32, 3},
-                                         LogFormat{"LogLuvBytes", 32845, 34676, 3, 3, 8, 1}),
+                         testing::ValuesIn(std::vector<LogFormat>{
+                             LogFormat{"LogLuvFloat", 32845, 34676, 0, 3, 32, 3},
+                             LogFormat{"LogLuv24Float", 32845, 34677, 0, 3, 32, 3},
+                             LogFormat{"LogLFloat", 32844, 34676, 0, 1, 32, 3},
+                             LogFormat{"LogLuvBytes", 32845, 34676, 3, 3, 8, 1}}),
                          [](const auto& test) { return test.param.name; });
 
 TEST(LogFormatsOfAReadFile, MayBeChosenOnce) {

@@ -32,7 +32,7 @@ const Expectation kOutOfBounds = refusedWith<validate::argumentOutOfBounds>();
 
 INSTANTIATE_TEST_SUITE_P(
     Classes, RefusedValues,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"LongOfAnotherClass", {}, 254, scalar<std::uint32_t>(1), notScalar("SubfileType")},
         Refused{"LongOfTwo", {}, 254, row({1, 2}), notScalar("SubfileType")},
         Refused{"LongOfNone", {}, 254, row({}), notScalar("SubfileType")},
@@ -66,12 +66,13 @@ INSTANTIATE_TEST_SUITE_P(
                 notArray("ExtraSamples")},
         Refused{"XmlPacketOfNumber", {}, 700, 1, refusedWith<Tiff::badXmlPacketTagType>()},
         Refused{"XmlPacketOf4", {}, 700, "<x/>", refusedWith<Tiff::lengthTooShort>({"XMP", 5})},
-        Refused{"GeoDoublesOfSingle", {}, 34736, scalar<float>(1), notArray("GeoDoubleParamsTag")}),
+        Refused{
+            "GeoDoublesOfSingle", {}, 34736, scalar<float>(1), notArray("GeoDoubleParamsTag")}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     Counts, RefusedValues,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{
             "PageNumberOf1", {}, 297, 1, refusedWith<Tiff::badTagValueCount>({"PageNumber", 2})},
         Refused{"HalftoneHintsOf3",
@@ -125,12 +126,12 @@ INSTANTIATE_TEST_SUITE_P(
                 {},
                 34735,
                 arrayOf<double>({1, 5}, {}),
-                refusedWith<Tiff::bad2DtagValue>({"GeoKeyDirectoryTag", 4})}),
+                refusedWith<Tiff::bad2DtagValue>({"GeoKeyDirectoryTag", 4})}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
     Ranges, RefusedValues,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"LongOfMinusOne", {}, 254, -1, kOutOfBounds},
         Refused{"LongOfTwoToThe32", {}, 256, 4294967296.0, kOutOfBounds},
         Refused{"ShortOfMinusOne", {}, 274, -1, kOutOfBounds},
@@ -148,14 +149,14 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"ExtraSamplesOf65536", rgb(), 338, 65536, kOutOfBounds},
         Refused{
             "GeoKeysOf65536", {}, 34735, arrayOf<double>({1, 4}, {1, 2, 3, 65536}), kOutOfBounds},
-        Refused{"JpegColorModeOfMinusOne", kJpeg, 65538, -1, kOutOfBounds}),
+        Refused{"JpegColorModeOfMinusOne", kJpeg, 65538, -1, kOutOfBounds}}),
     nameOf<Refused>);
 
 Expectation zeroLength(const char* name) { return refusedWith<Tiff::zeroLengthDimension>({name}); }
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, RefusedValues,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"WidthOf0", {}, 256, 0, zeroLength("ImageWidth")},
         Refused{"LengthOf0", {}, 257, 0.5, zeroLength("ImageLength")},
         Refused{"RowsPerStripOf0", {}, 278, 0, zeroLength("RowsPerStrip")},
@@ -188,14 +189,14 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{
             "ImageDepth", {}, 32997, 1, refusedWith<Tiff::unsupportedTag>({"ImageDepth", 32997})},
         Refused{
-            "TileDepth", {}, 32998, 1, refusedWith<Tiff::unsupportedTag>({"TileDepth", 32998})}),
+            "TileDepth", {}, 32998, 1, refusedWith<Tiff::unsupportedTag>({"TileDepth", 32998})}}),
     nameOf<Refused>);
 
 Expectation unableToWrite(const char* name) { return refusedWith<Tiff::unableToWriteTag>({name}); }
 
 INSTANTIATE_TEST_SUITE_P(
     Libtiff, RefusedValues,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"OrientationOfMinusOneHalf", {}, 274, -0.5, unableToWrite("Orientation")},
         Refused{"OrientationOf9", {}, 274, 9, unableToWrite("Orientation")},
         Refused{"ResolutionUnitOf0", {}, 296, 0, unableToWrite("ResolutionUnit")},
@@ -223,7 +224,7 @@ INSTANTIATE_TEST_SUITE_P(
                 unableToWrite("GeoKeyDirectoryTag")},
         Refused{"NoGeoDoubles", {}, 34736, row({}), unableToWrite("GeoDoubleParamsTag")},
         Refused{"NoIptc", {}, 33723, zeros(vxUINT8, {1, 0}), unableToWrite("RichTIFFIPTC")},
-        Refused{"NoIccProfile", {}, 34675, zeros(vxUINT8, {0, 0}), unableToWrite("ICC Profile")}),
+        Refused{"NoIccProfile", {}, 34675, zeros(vxUINT8, {0, 0}), unableToWrite("ICC Profile")}}),
     nameOf<Refused>);
 
 }  // namespace

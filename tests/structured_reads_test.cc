@@ -247,7 +247,7 @@ TEST_P(CountedDoubles, WarnAboutAnOddCountAndReturnAll) {
 
 INSTANTIATE_TEST_SUITE_P(
     Counts, CountedDoubles,
-    testing::Values(
+    testing::ValuesIn(std::vector<Sized>{
         Sized{"PixelScaleOf3", 33550, 3, {}},
         Sized{"PixelScaleOf4",
               33550,
@@ -263,7 +263,7 @@ INSTANTIATE_TEST_SUITE_P(
               50844,
               90,
               {warningOf(Warning::badMultipleTagValueRetrieved, {90, "RPCCoefficientTag", 92})}},
-        Sized{"GeoDoublesOf7", 34736, 7, {}}),
+        Sized{"GeoDoublesOf7", 34736, 7, {}}}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(StructuredReads, TiepointsThatAreNoMultipleOfSixAreRefused) {

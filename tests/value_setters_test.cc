@@ -48,30 +48,30 @@ INSTANTIATE_TEST_SUITE_P(
                     range("Uint8Of0", 8, 1, -0.5, 0)),
     nameOf<Accepted>);
 
-INSTANTIATE_TEST_SUITE_P(
-    Blocks, AcceptedPlainValues,
-    testing::Values(Accepted{"IptcOf1",
-                             {},
-                             33723,
-                             bytes({200}),
-                             fetchesCounted<std::uint32_t, std::uint8_t>(33723),
-                             {200},
-                             aRowOf(vxUINT8, {200})},
-                    Accepted{"PhotoshopOf7",
-                             {},
-                             34377,
-                             bytes({1, 2, 3, 4, 5, 6, 7}),
-                             fetchesCounted<std::uint32_t, std::uint8_t>(34377),
-                             {1, 2, 3, 4, 5, 6, 7},
-                             aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7})},
-                    Accepted{"IccProfileInStorageOrder",
-                             {},
-                             34675,
-                             arrayOf<std::uint8_t>({2, 2}, {1, 2, 3, 4}),
-                             fetchesCounted<std::uint32_t, std::uint8_t>(34675),
-                             {1, 2, 3, 4},
-                             aRowOf(vxUINT8, {1, 2, 3, 4})}),
-    nameOf<Accepted>);
+INSTANTIATE_TEST_SUITE_P(Blocks, AcceptedPlainValues,
+                         testing::ValuesIn(std::vector<Accepted>{
+                             Accepted{"IptcOf1",
+                                      {},
+                                      33723,
+                                      bytes({200}),
+                                      fetchesCounted<std::uint32_t, std::uint8_t>(33723),
+                                      {200},
+                                      aRowOf(vxUINT8, {200})},
+                             Accepted{"PhotoshopOf7",
+                                      {},
+                                      34377,
+                                      bytes({1, 2, 3, 4, 5, 6, 7}),
+                                      fetchesCounted<std::uint32_t, std::uint8_t>(34377),
+                                      {1, 2, 3, 4, 5, 6, 7},
+                                      aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7})},
+                             Accepted{"IccProfileInStorageOrder",
+                                      {},
+                                      34675,
+                                      arrayOf<std::uint8_t>({2, 2}, {1, 2, 3, 4}),
+                                      fetchesCounted<std::uint32_t, std::uint8_t>(34675),
+                                      {1, 2, 3, 4},
+                                      aRowOf(vxUINT8, {1, 2, 3, 4})}}),
+                         nameOf<Accepted>);
 
 class RefusedPlainValues : public testing::TestWithParam<Refused> {};
 TEST_P(RefusedPlainValues, RaiseAndLeaveTheDirectoryAsItWas) { expectRefused(GetParam()); }
@@ -81,24 +81,25 @@ const TagList kTwoInks = {{262, 5}, {258, 8}, {277, 2}, {334, 2}};
 
 INSTANTIATE_TEST_SUITE_P(
     InkNames, RefusedPlainValues,
-    testing::Values(Refused{"OfText", kTwoInks, 333, "cyan", kNotNames},
-                    Refused{"TwoOfFour", separated(), 333, cellOfTexts({"cyan", "magenta"}),
-                            refusedWith<Tiff::badNumberOfInkNames>({4})},
-                    Refused{"OfUnsetCells", kTwoInks, 333, zeros(vxCELL, {1, 2}), kNotNames},
-                    Refused{"OfACellOfNumbers",
-                            {{262, 5}, {258, 8}, {277, 1}, {334, 1}},
-                            333,
-                            [] {
-                              vxArrayPtr cell = zeros(vxCELL, {1, 1});
-                              vxSetCell(cell.get(), 0, row({1}).release());
-                              return cell;
-                            }(),
-                            kNotNames},
-                    Refused{"OfNoInks",
-                            {{262, 5}, {258, 8}, {277, 1}, {338, 0}, {334, 0}},
-                            333,
-                            zeros(vxCELL, {1, 0}),
-                            refusedWith<Tiff::unableToWriteTag>({"InkNames"})}),
+    testing::ValuesIn(std::vector<Refused>{
+        Refused{"OfText", kTwoInks, 333, "cyan", kNotNames},
+        Refused{"TwoOfFour", separated(), 333, cellOfTexts({"cyan", "magenta"}),
+                refusedWith<Tiff::badNumberOfInkNames>({4})},
+        Refused{"OfUnsetCells", kTwoInks, 333, zeros(vxCELL, {1, 2}), kNotNames},
+        Refused{"OfACellOfNumbers",
+                {{262, 5}, {258, 8}, {277, 1}, {334, 1}},
+                333,
+                [] {
+                  vxArrayPtr cell = zeros(vxCELL, {1, 1});
+                  vxSetCell(cell.get(), 0, row({1}).release());
+                  return cell;
+                }(),
+                kNotNames},
+        Refused{"OfNoInks",
+                {{262, 5}, {258, 8}, {277, 1}, {338, 0}, {334, 0}},
+                333,
+                zeros(vxCELL, {1, 0}),
+                refusedWith<Tiff::unableToWriteTag>({"InkNames"})}}),
     nameOf<Refused>);
 
 const TagList kSigned8 = {{262, 1}, {258, 8}, {339, 2}};
@@ -107,7 +108,7 @@ const Expectation kOutOfBounds = refusedWith<validate::argumentOutOfBounds>();
 
 INSTANTIATE_TEST_SUITE_P(
     SampleRanges, RefusedPlainValues,
-    testing::Values(
+    testing::ValuesIn(std::vector<Refused>{
         Refused{"OfTwo",
                 {},
                 340,
@@ -149,32 +150,32 @@ INSTANTIATE_TEST_SUITE_P(
                 {{262, 1}, {258, 16}, {339, 3}},
                 340,
                 "1",
-                refusedWith<Tiff::badSampleFormatBitsPerSampleCombination>({3, 16})}),
+                refusedWith<Tiff::badSampleFormatBitsPerSampleCombination>({3, 16})}}),
     nameOf<Refused>);
 
-INSTANTIATE_TEST_SUITE_P(
-    Blocks, RefusedPlainValues,
-    testing::Values(Refused{"IccProfileOfDoubles",
-                            {},
-                            34675,
-                            row({1, 2}),
-                            refusedWith<Tiff::badUninterpretedTagType>({"ICC Profile"})},
-                    Refused{"IptcOfText",
-                            {},
-                            33723,
-                            "abc",
-                            refusedWith<Tiff::badUninterpretedTagType>({"RichTIFFIPTC"})},
-                    Refused{"PhotoshopOfInt8",
-                            {},
-                            34377,
-                            zeros(vxINT8, {1, 7}),
-                            refusedWith<Tiff::badUninterpretedTagType>({"Photoshop"})},
-                    Refused{"PhotoshopOf6",
-                            {},
-                            34377,
-                            zeros(vxUINT8, {1, 6}),
-                            refusedWith<Tiff::lengthTooShort>({"Photoshop", 7})}),
-    nameOf<Refused>);
+INSTANTIATE_TEST_SUITE_P(Blocks, RefusedPlainValues,
+                         testing::ValuesIn(std::vector<Refused>{
+                             Refused{"IccProfileOfDoubles",
+                                     {},
+                                     34675,
+                                     row({1, 2}),
+                                     refusedWith<Tiff::badUninterpretedTagType>({"ICC Profile"})},
+                             Refused{"IptcOfText",
+                                     {},
+                                     33723,
+                                     "abc",
+                                     refusedWith<Tiff::badUninterpretedTagType>({"RichTIFFIPTC"})},
+                             Refused{"PhotoshopOfInt8",
+                                     {},
+                                     34377,
+                                     zeros(vxINT8, {1, 7}),
+                                     refusedWith<Tiff::badUninterpretedTagType>({"Photoshop"})},
+                             Refused{"PhotoshopOf6",
+                                     {},
+                                     34377,
+                                     zeros(vxUINT8, {1, 6}),
+                                     refusedWith<Tiff::lengthTooShort>({"Photoshop", 7})}}),
+                         nameOf<Refused>);
 
 // --- Values that need more than a row
 

@@ -107,6 +107,18 @@ void clearRecord() {
 
 void recordAgain() { record().install(); }
 
+Input::Input(double value) : Input(row({value})) {}
+Input::Input(const char* bytes) : Input(text(bytes)) {}
+Input::Input(const std::string& bytes) : Input(text(bytes)) {}
+Input::Input(const std::filesystem::path& path) : Input(path.string()) {}
+Input::Input(const vxArrayPtr& array) : array_(array.get()) {}
+Input::Input(vxArrayPtr&& array) : owner_(std::move(array)), array_(owner_.get()) {}
+Input::Input(const Input& other) = default;
+Input::Input(Input&& other) noexcept = default;
+Input& Input::operator=(const Input& other) = default;
+Input& Input::operator=(Input&& other) noexcept = default;
+Input::~Input() = default;
+
 std::vector<vxArrayPtr> callGateway(int outputCount, const Inputs& inputs) {
   clearRecord();
   std::vector<const vxArray*> arrays;
@@ -122,6 +134,10 @@ std::vector<vxArrayPtr> callGateway(int outputCount, const Inputs& inputs) {
   for (vxArrayPtr& slot : slots)
     if (holdsMarker(slot)) slot.reset();
   return slots;
+}
+
+vxArrayPtr callGateway(std::initializer_list<Input> inputs) {
+  return std::move(callGateway(1, Inputs(inputs)).front());
 }
 
 OpenedFile::OpenedFile(const std::filesystem::path& path, const char* mode)
@@ -141,15 +157,18 @@ void setFields(const Input& file, const std::vector<Tag>& tags) {
   for (const Tag& tag : tags) call("setField", file, tag.number, tag.value);
 }
 
-namespace detail {
-
-void expectReported(const Message& thrown, const std::string& identifier,
-                    const Arguments& arguments) {
-  const Message expected{identifier, arguments};
-  EXPECT_EQ(thrown, expected);
-  EXPECT_EQ(reportedErrors(), std::vector<Message>{expected});
-  EXPECT_TRUE(record().slotsUntouched) << "an output slot was changed before the error";
+void expectError(const ErrorClass& expected, const Arguments& arguments, Act act) {
+  SCOPED_TRACE(expected.identifier);
+  try {
+    act();
+    ADD_FAILURE() << "nothing was raised";
+  } catch (const foundation::core::except::IMsgIDException& error) {
+    const Message message{expected.identifier, arguments};
+    EXPECT_EQ(messageOf(error.message()), message);
+    EXPECT_TRUE(typeid(error) == *expected.type) << typeid(error).name();
+    EXPECT_EQ(reportedErrors(), std::vector<Message>{message});
+    EXPECT_TRUE(record().slotsUntouched) << "an output slot was changed before the error";
+  }
 }
 
-}  // namespace detail
 }  // namespace tb::test

@@ -37,6 +37,12 @@ std::map<std::uint32_t, Answer> directoryOf(const Input& file) {
   return answers;
 }
 
+void expectRefused(const Input& file, double tag, const Input& value, const Expectation& expected) {
+  const auto before = directoryOf(file);
+  expectError(expected.error, expected.arguments, [&] { call("setField", file, tag, value); });
+  EXPECT_EQ(directoryOf(file), before) << "the refused setField changed the directory";
+}
+
 void PrintTo(const Answer& answer, std::ostream* out) {
   if (answer.error.empty())
     PrintTo(answer.value, out);
@@ -60,7 +66,7 @@ void expectRefused(const Refused& row) {
   const TemporaryFolder folder;
   const OpenedFile file(folder / "new.tif", "w");
   setFields(file, row.setup);
-  row.expectation(file, row.tag, row.value);
+  expectRefused(file, row.tag, row.value, row.expectation);
 }
 
 std::function<std::vector<double>(TIFF*)> fetchesPair(std::uint32_t tag) {
