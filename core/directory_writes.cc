@@ -195,9 +195,17 @@ bool canAppend(TIFF* tif, const char* operation) {
   return refuse(tif, operation, "The chain of directories is damaged; none can be appended to it");
 }
 
-bool canMove(TIFF* tif, std::uint64_t offset, const char* operation) {
+bool awaitsSubDirectories(TIFF* tif) {
   const OpenFile* file = findOpenFile(tif);
-  if (file != nullptr && file->awaitedSubDirectories > 0) {
+  return file != nullptr && file->awaitedSubDirectories > 0;
+}
+
+bool isMovable(TIFF* tif, std::uint64_t offset) {
+  return !awaitsSubDirectories(tif) && chainHolds(tif, offset);
+}
+
+bool canMove(TIFF* tif, std::uint64_t offset, const char* operation) {
+  if (awaitsSubDirectories(tif)) {
     return refuse(tif, operation, "The sub-directories of another directory must be written first");
   }
   if (chainHolds(tif, offset)) return true;
@@ -277,7 +285,8 @@ bool writeEdits(TIFF* tif, const OpenFile& file) {
   if (offset != 0 && !arePlacesEnough && !canMove(tif, offset, kOperation)) return false;
   makeWritable(tif);
   if (offset != 0 && !canWritePlaces(tif)) return writeAsAWhole(tif, TIFFRewriteDirectory);
-  return writeAsAWhole(tif, offset == 0 || chainHolds(tif, offset) ? TIFFFlush : writePlaces);
+  // Where libtiff cannot write the places alone TIFFFlush moves the directory.
+  return writeAsAWhole(tif, offset == 0 || isMovable(tif, offset) ? TIFFFlush : writePlaces);
 }
 
 void warnAboutEdits(TIFF* tif) noexcept {

@@ -513,7 +513,7 @@ void Session::writeBlock(FuzzedDataProvider& input) {
   now.blocks.erase(block);
   now.written = now.written || outcome.error.empty();
   if (outcome.error.empty() && !outcome.warned && arrays.size() == 1 && layout.lossless() &&
-      isWholeBlock(layout, block, arrays[0].get()))
+      layout.width * layout.length <= kMostPixels && isWholeBlock(layout, block, arrays[0].get()))
     now.blocks[block] = std::move(arrays[0]);
 }
 

@@ -131,7 +131,8 @@ void checkValues(const vxArray* file, const Expected& expected, const std::strin
 }
 
 void checkWritten(const std::string& name, const std::vector<Expected>& pages) {
-  const auto opened = call("open", {matrix::create(name).get(), matrix::create("r").get()});
+  // Whole strips, as they are stored.
+  const auto opened = call("open", {matrix::create(name).get(), matrix::create("rc").get()});
   const Expected& first = pages[0];
   const bool sure =
       first.before ? first.before->readable && !first.layoutEdited : !first.blocks.empty();

@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "core/codec_tags.h"
 #include "core/directory_chain.h"
 #include "core/edits.h"
 #include "core/open_files.h"
@@ -90,6 +91,28 @@ struct Before {
   std::uint64_t fileSize;
 };
 
+// Whether libtiff may turn round the bytes of samples, in a file of the other byte order, before it
+// predicts them as floating-point numbers, which must have its own order.
+bool swapsBeforePrediction(const TiffImageMetaData_& record) {
+  std::uint16_t predictor = PREDICTOR_NONE;
+  return TIFFIsByteSwapped(record.tif) &&
+         !isTagOfAnotherCodec(TIFFTAG_PREDICTOR, record.compression) &&
+         TIFFGetField(record.tif, TIFFTAG_PREDICTOR, &predictor) &&
+         predictor == PREDICTOR_FLOATINGPOINT;
+}
+
+// Having set up its decoder, libtiff leaves the bytes of such samples as they are when it encodes.
+// It sets it up for any block, such as these few bytes, which are none, once it knows how many
+// blocks there are.
+bool setUpDecoder(const TiffImageMetaData_& record, std::uint32_t block) {
+  if (!TIFFWriteCheck(record.tif, record.isTiled, blockWriteName(record))) return false;
+  const Unheard unheard;
+  unsigned char data[4] = {0x80};
+  unsigned char nothing[1];
+  (void)TIFFReadFromUserBuffer(record.tif, block, data, sizeof data, nothing, 0);
+  return true;
+}
+
 bool encode(const TiffImageMetaData_& record, std::uint32_t block, std::span<std::byte> buffer,
             tmsize_t count) {
   if (record.compression == COMPRESSION_JPEG) {
@@ -99,6 +122,7 @@ bool encode(const TiffImageMetaData_& record, std::uint32_t block, std::span<std
     (void)TIFFWriteBufferSetup(record.tif, nullptr,
                                2 * static_cast<tmsize_t>(buffer.size()) + kTables);
   }
+  if (swapsBeforePrediction(record) && !setUpDecoder(record, block)) return false;
   const tmsize_t written = record.isTiled
                                ? TIFFWriteEncodedTile(record.tif, block, buffer.data(), count)
                                : TIFFWriteEncodedStrip(record.tif, block, buffer.data(), count);

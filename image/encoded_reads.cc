@@ -13,7 +13,7 @@
 #include "core/unheard.h"
 #include "image/block_buffer.h"
 #include "image/block_geometry.h"
-#include "image/fax_bit_order.h"
+#include "image/fill_order.h"
 #include "image/handlers.h"
 #include "image/read_checks.h"
 #include "image/read_transfer.h"
@@ -114,7 +114,6 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
   if (!hasPixels(record) || size == 0 || !mayDecode(record.tif, "TIFFReadEncodedStrip")) {
     return emptyBlock();
   }
-  const FaxBitOrder bitOrder(record.tif);
   return decodeBlock(record, size, [&](std::byte* buffer) {
     // -1 asks for the whole strip.
     const tmsize_t count = TIFFReadEncodedStrip(record.tif, strip, buffer, tmsize_t{-1});
@@ -128,7 +127,6 @@ DecodedBlock decodeStrip(std::uint32_t strip, const TiffImageMetaData_& record) 
 DecodedBlock decodeTile(std::uint32_t tile, const TiffImageMetaData_& record) {
   const tmsize_t size = TIFFTileSize(record.tif);
   if (size <= 0 || !mayDecode(record.tif, "TIFFReadEncodedTile")) return emptyBlock();
-  const FaxBitOrder bitOrder(record.tif);
   return decodeBlock(record, blockSize(size), [&](std::byte* buffer) {
     return TIFFReadEncodedTile(record.tif, tile, buffer, size);
   });
@@ -143,6 +141,7 @@ void TIFFReadEncodedStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   const std::uint32_t strip = unpack_tstrip_t(inputs[1]);
   checkStripNumber(strip, record);
   const BlockExtent extent = stripExtent(record, strip);
+  const FillOrderScope fillOrder(record.tif);
   std::optional<Unheard> unheard;
   if (isReadByRows(strip, extent, record)) {
     vxArrayPtr array = readStripByRows(strip, extent, record);
@@ -164,6 +163,7 @@ void TIFFReadEncodedTile_handler(int outputCount, vxArrayPtr* outputs, int,
   (void)determineClassId(record);
   const std::uint32_t tileCount = TIFFNumberOfTiles(record.tif);
   if (tile >= tileCount) raise<Tiff::badTileNumber>(tileCount);
+  const FillOrderScope fillOrder(record.tif);
   const DecodedBlock block = decodeTile(tile, record);
   storeBlock(block, tileExtent(record, tile, tileCount), {outputCount, outputs}, record);
 }

@@ -40,7 +40,16 @@ const char* whatIsWrongForYCbCrJpeg(const Record& record) {
   return whatIsWrongWithUnits(record, horizontal, vertical);
 }
 
+// The encoder looks at the first bytes of tables that came from the file, however many there are.
+bool hasTooFewTables(TIFF* tif) {
+  constexpr std::uint32_t kLookedAt = 8;
+  std::uint32_t count = 0;
+  const void* tables = nullptr;
+  return TIFFGetField(tif, TIFFTAG_JPEGTABLES, &count, &tables) && count < kLookedAt;
+}
+
 const char* whatIsWrongForJpeg(const Record& record) {
+  if (hasTooFewTables(record.tif)) return "The JPEGTables of the directory are damaged";
   if (record.bitsPerSample != 8) return "BitsPerSample must be 8 for JPEG";
   switch (record.photometric) {
     case PHOTOMETRIC_PALETTE:
@@ -94,11 +103,14 @@ const char* whatIsWrong(const Record& record) {
 
 }  // namespace
 
+const char* blockWriteName(const Record& record) {
+  return record.isTiled ? "TIFFWriteEncodedTile" : "TIFFWriteEncodedStrip";
+}
+
 bool canEncode(const Record& record) {
   const char* reason = whatIsWrong(record);
   if (reason == nullptr) return true;
-  TIFFErrorExtR(record.tif, record.isTiled ? "TIFFWriteEncodedTile" : "TIFFWriteEncodedStrip",
-                "%s: %s", TIFFFileName(record.tif), reason);
+  TIFFErrorExtR(record.tif, blockWriteName(record), "%s: %s", TIFFFileName(record.tif), reason);
   return false;
 }
 

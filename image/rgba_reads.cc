@@ -16,7 +16,7 @@
 #include "core/open_files.h"
 #include "core/sample_depth.h"
 #include "image/block_buffer.h"
-#include "image/fax_bit_order.h"
+#include "image/fill_order.h"
 #include "image/handlers.h"
 #include "image/rgba_blocks.h"
 
@@ -98,14 +98,14 @@ class CodecForRgba {
  public:
   explicit CodecForRgba(const TiffImageMetaData_& record)
       : mayDecode_(mayDecode(record.tif, "TIFFReadRGBAImage")),
-        bitOrder_(record.tif),
+        fillOrder_(record.tif),
         jpeg_(record),
         sgiLog_(record) {}
   bool isReady() const { return mayDecode_ && jpeg_.isReady() && sgiLog_.isReady(); }
 
  private:
   bool mayDecode_;
-  FaxBitOrder bitOrder_;
+  FillOrderScope fillOrder_;
   JpegAsRgb jpeg_;
   SgiLogAs8Bits sgiLog_;
 };

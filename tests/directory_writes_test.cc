@@ -347,6 +347,18 @@ TEST_F(DirectoryWrites, OfAnotherDirectoryWaitForSubDirectoriesThatAreAwaited) {
   EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32, 16));
 }
 
+TEST_F(DirectoryWrites, AtTheEndDoNotTakeThePlaceOfSubDirectoriesThatAreAwaited) {
+  {
+    const OpenedFile file(path_, "r+");
+    setFields(file, {{TIFFTAG_IMAGEWIDTH, 64}, {TIFFTAG_TILEWIDTH, 32}, {TIFFTAG_TILELENGTH, 32}});
+    call("setField", file, TIFFTAG_SUBIFD, 1);
+    call("rewriteDirectory", file);
+    call("setDirectory", file, 0);
+    call("writeEncodedTile", file, 0, zeros(vxUINT8, {16, 32}));
+  }
+  EXPECT_THAT(widthsOf(path_), ElementsAre(64, 31, 32));
+}
+
 // --- Modes
 
 TEST_F(DirectoryWrites, AppendedToAFileFollowItsFormatWhateverTheModeSays) {

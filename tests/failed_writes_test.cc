@@ -319,5 +319,23 @@ INSTANTIATE_TEST_SUITE_P(Kinds, TooManyBlocks,
                                          ManyBlocks{"BigTiles", true, "w8", 250000}),
                          [](const auto& test) { return test.param.name; });
 
+// The encoder looks at the first eight bytes of tables, however few there are.
+TEST(JpegWritesWithTooFewTables, FailAndLeaveTheFile) {
+  const TemporaryFolder folder;
+  const auto path = folder / "tables.tif";
+  std::vector<RawEntry> entries = rawGray(16, 16);
+  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_JPEG}});
+  replaceEntry(entries, {TIFFTAG_JPEGTABLES, TIFF_UNDEFINED, {0xFF, 0xD8, 0xFF, 0xD9}});
+  writeRawTiff(path, entries, std::vector<std::byte>(256));
+  const std::string before = contentsOf(path);
+  {
+    const OpenedFile file(path, "r+");
+    expectError<Tiff::stripWriteFailure>({1}, [&] {
+      call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
+    });
+  }
+  EXPECT_TRUE(contentsOf(path) == before);
+}
+
 }  // namespace
 }  // namespace tb::test

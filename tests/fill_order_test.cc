@@ -55,6 +55,51 @@ TEST_P(FaxOfReversedBits, IsReadAfterOneOfItsStripsWasReplaced) {
   expectAllStrips(file);
 }
 
+class ReversedBits : public testing::Test {
+ protected:
+  static Layout reversed(Layout layout) {
+    layout.more = [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_FILLORDER, FILLORDER_LSB2MSB); };
+    return layout;
+  }
+  // Reads the first block of either directory, the second one's twice.
+  void expectBothRead(const Layout& first, const Layout& second) {
+    const OpenedFile& file = scene_.written({first, second});
+    const char* read = second.tiled() ? "readEncodedTile" : "readEncodedStrip";
+    EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), hostBytes(first, 0));
+    call("setDirectory", file, 1);
+    EXPECT_EQ(bytesOf(call(read, file, 0)), hostBytes(second, 0));
+    EXPECT_EQ(bytesOf(call(read, file, 0)), hostBytes(second, 0));
+    EXPECT_TRUE(warnings().empty());
+  }
+  Scene scene_;
+};
+
+TEST_F(ReversedBits, OfAStripAreReadAfterASmallerStrip) {
+  expectBothRead({.width = 8}, reversed({.width = 60, .length = 60}));
+}
+
+TEST_F(ReversedBits, OfATileAreReadAfterASmallerStrip) {
+  expectBothRead({.width = 8}, reversed({.width = 60, .tileWidth = 64, .tileLength = 32}));
+}
+
+TEST_F(ReversedBits, OfAnEncodedStripAreReadAfterAFaxStrip) {
+  expectBothRead({.width = 8, .bits = 1, .compression = COMPRESSION_CCITTFAX4},
+                 reversed({.width = 60, .length = 60, .compression = COMPRESSION_LZW}));
+}
+
+TEST_F(ReversedBits, OfAStripThatIsReadRowByRowAreReadAfterASmallerStrip) {
+  expectBothRead({.width = 8}, reversed({.width = 4096, .length = 250, .rowsPerStrip = 200}));
+}
+
+TEST_F(ReversedBits, AreReadAsRgbaAfterASmallerStrip) {
+  const Layout large = reversed({.width = 60, .length = 60});
+  const OpenedFile& expected = scene_.written({large});
+  const OpenedFile& file = scene_.written({{.width = 8}, large});
+  call("readEncodedStrip", file, 0);
+  call("setDirectory", file, 1);
+  EXPECT_EQ(bytesOf(call("readRGBAImage", file)), bytesOf(call("readRGBAImage", expected)));
+}
+
 INSTANTIATE_TEST_SUITE_P(Codecs, WrittenFaxOfReversedBits,
                          testing::Values(COMPRESSION_CCITTFAX3, COMPRESSION_CCITTFAX4));
 
