@@ -16,11 +16,11 @@
 #include <vector>
 
 #include "bench/page_buffer.h"
-#include "image/bits_to_logicals.h"
-#include "image/block_to_columns.h"
-#include "image/columns_to_block.h"
-#include "image/logicals_to_bits.h"
-#include "image/ycbcr_units.h"
+#include "kernels/bits_to_logicals.h"
+#include "kernels/block_to_columns.h"
+#include "kernels/columns_to_block.h"
+#include "kernels/logicals_to_bits.h"
+#include "kernels/ycbcr_units.h"
 
 namespace tb {
 namespace {

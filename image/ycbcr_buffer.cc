@@ -5,9 +5,9 @@
 #include <cstdint>
 
 #include "core/values.h"
-#include "image/unsigned_arithmetic.h"
 #include "image/write_buffer.h"
-#include "image/ycbcr_units.h"
+#include "kernels/unsigned_arithmetic.h"
+#include "kernels/ycbcr_units.h"
 
 namespace tb {
 namespace {

@@ -7,8 +7,8 @@
 
 #include "core/errors.h"
 #include "core/values.h"
-#include "image/unsigned_arithmetic.h"
-#include "image/ycbcr_units.h"
+#include "kernels/unsigned_arithmetic.h"
+#include "kernels/ycbcr_units.h"
 
 namespace tb {
 namespace {

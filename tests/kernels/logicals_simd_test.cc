@@ -1,0 +1,133 @@
+// The kernels between packed bits and logical bytes, on every instruction set, against loops over
+// single bits.
+
+#include "hwy/tests/hwy_gtest.h"
+#include "kernels/bits_to_logicals.h"
+#include "kernels/logicals_to_bits.h"
+#include "tests/support/kernel_memory.h"
+
+namespace tb {
+namespace {
+
+using test::KernelInput;
+using test::KernelOutput;
+using test::Sizes;
+
+std::size_t rowBytes(const BlockShape& shape) { return (shape.columns * shape.samples + 7) / 8; }
+std::size_t blockBytes(const BlockShape& shape) {
+  return (shape.rows - 1) * shape.blockStride + rowBytes(shape);
+}
+std::size_t planeBytes(const BlockShape& shape) {
+  return (shape.samples - 1) * shape.planeStride + (shape.columns - 1) * shape.columnStride +
+         shape.rows;
+}
+
+std::string describe(const BlockShape& shape) {
+  return std::to_string(shape.rows) + " x " + std::to_string(shape.columns) + " x " +
+         std::to_string(shape.samples) + ", strides " + std::to_string(shape.blockStride) + ", " +
+         std::to_string(shape.columnStride);
+}
+
+BlockShape tight(std::size_t rows, std::size_t columns, std::size_t samples) {
+  return {rows, columns, samples, (columns * samples + 7) / 8, rows, rows * columns};
+}
+
+BlockShape clipped(std::size_t rows, std::size_t columns, std::size_t samples) {
+  return {
+      rows, columns, samples, (columns * samples + 7) / 8 + 3, rows + 5, (rows + 5) * columns + 7};
+}
+
+void expectUnpacked(const BlockShape& shape) {
+  KernelInput block(blockBytes(shape));
+  KernelOutput logicals(planeBytes(shape)), expected(planeBytes(shape));
+  for (std::size_t row = 0; row < shape.rows; ++row)
+    for (std::size_t bit = 0; bit < shape.columns * shape.samples; ++bit)
+      expected.data()[row + bit / shape.samples * shape.columnStride +
+                      bit % shape.samples * shape.planeStride] =
+          block.data()[row * shape.blockStride + bit / 8] >> (7 - bit % 8) & std::byte{1};
+
+  unpackBitsToLogicals(block.data(), logicals.data(), shape);
+
+  ASSERT_TRUE(logicals == expected) << describe(shape);
+}
+
+// Sparse non-zero bytes of any value, so that zeros and ones are about as frequent.
+KernelInput someLogicals(std::size_t size) {
+  KernelInput logicals(size);
+  for (std::size_t i = 0; i < size; ++i)
+    if ((logicals.data()[i] & std::byte{8}) != std::byte{0}) logicals.data()[i] = std::byte{0};
+  return logicals;
+}
+
+void expectPacked(const BlockShape& shape) {
+  KernelInput logicals = someLogicals(planeBytes(shape));
+  KernelOutput block(blockBytes(shape)), expected(blockBytes(shape));
+  for (std::size_t row = 0; row < shape.rows; ++row) {
+    std::byte* bits = expected.data() + row * shape.blockStride;
+    std::fill_n(bits, rowBytes(shape), std::byte{0});
+    for (std::size_t column = 0; column < shape.columns; ++column)
+      if (logicals.data()[row + column * shape.columnStride] != std::byte{0})
+        bits[column / 8] |= std::byte{0x80} >> (column % 8);
+  }
+
+  packLogicalsToBits(logicals.data(), block.data(), shape);
+
+  ASSERT_TRUE(block == expected) << describe(shape);
+}
+
+constexpr std::size_t kHeights[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,  12,  13,  14,
+                                    15, 16, 17, 31, 32, 33, 63, 64, 65, 96, 127, 130, 257, 300};
+
+class LogicalsSimd : public hwy::TestWithParamTarget {};
+HWY_TARGET_INSTANTIATE_TEST_SUITE_P(LogicalsSimd);
+
+TEST_P(LogicalsSimd, BitsOfEveryHeightAndWidthAreUnpacked) {
+  for (const std::size_t rows : kHeights)
+    for (std::size_t columns = 1; columns <= 140; ++columns)
+      ASSERT_NO_FATAL_FAILURE(expectUnpacked(tight(rows, columns, 1)));
+}
+
+TEST_P(LogicalsSimd, BitsOfSeveralSamplesGoToTheirPlanes) {
+  for (std::size_t samples = 2; samples <= 6; ++samples)
+    for (const std::size_t rows : kHeights)
+      for (std::size_t columns = 1; columns <= 45; ++columns)
+        ASSERT_NO_FATAL_FAILURE(expectUnpacked(tight(rows, columns, samples)));
+}
+
+TEST_P(LogicalsSimd, UnpackingLeavesPaddingAlone) {
+  for (const std::size_t rows : kHeights)
+    for (const std::size_t columns : Sizes{1, 7, 8, 9, 127, 128, 513, 1031})
+      for (const std::size_t samples : Sizes{1, 3})
+        ASSERT_NO_FATAL_FAILURE(expectUnpacked(clipped(rows, columns, samples)));
+}
+
+TEST_P(LogicalsSimd, LogicalsOfEveryHeightAndWidthArePacked) {
+  for (const std::size_t rows : kHeights)
+    for (std::size_t columns = 1; columns <= 140; ++columns)
+      ASSERT_NO_FATAL_FAILURE(expectPacked(tight(rows, columns, 1)));
+}
+
+TEST_P(LogicalsSimd, PackingLeavesBytesBehindARowAlone) {
+  for (const std::size_t rows : kHeights)
+    for (const std::size_t columns : Sizes{1, 7, 8, 9, 127, 128, 513, 1031})
+      ASSERT_NO_FATAL_FAILURE(expectPacked(clipped(rows, columns, 1)));
+}
+
+TEST_P(LogicalsSimd, WideThinStripsAreExact) {
+  for (std::size_t rows = 1; rows <= 18; ++rows)
+    for (const std::size_t columns : Sizes{1024, 1025, 2055, 8209}) {
+      ASSERT_NO_FATAL_FAILURE(expectUnpacked(tight(rows, columns, 1)));
+      ASSERT_NO_FATAL_FAILURE(expectPacked(tight(rows, columns, 1)));
+    }
+}
+
+TEST_P(LogicalsSimd, NothingToCopyTouchesNothing) {
+  for (const BlockShape shape : {BlockShape{0, 4, 1, 4, 4, 16}, BlockShape{0, 4, 1, 4, 0, 0},
+                                 BlockShape{4, 0, 1, 4, 4, 16}}) {
+    unpackBitsToLogicals(nullptr, nullptr, shape);
+    packLogicalsToBits(nullptr, nullptr, shape);
+  }
+}
+
+}  // namespace
+}  // namespace tb

@@ -1,0 +1,218 @@
+// Where libtiff reads and writes: interruptions, short transfers and errors of the system, and what
+// becomes of a handle in a forked process.
+#include "runtime/file_source.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <tiffio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include "host/tiff_utilities.h"
+#include "runtime/loader.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/tiff_files.h"
+
+namespace tb::test {
+namespace {
+
+using runtime::FileSource;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+constexpr std::size_t kNoLimit = std::size_t{1} << 40;
+
+// A file in memory behind an unreliable system.
+struct Storage {
+  std::vector<std::byte> bytes{};
+  std::size_t mostAtOnce = ~std::size_t{0};
+  bool interrupts = false;  // every other call
+  std::uint64_t readErrorFrom = ~std::uint64_t{0};
+  std::size_t capacity = ~std::size_t{0};
+  int closeError = 0;
+  unsigned calls = 0;
+
+  bool isInterrupted() { return interrupts && ++calls % 2 == 0; }
+};
+
+ssize_t failed(int error) {
+  errno = error;
+  return -1;
+}
+
+class StorageSource final : public FileSource {
+ public:
+  explicit StorageSource(Storage& storage) : storage_(storage) {}
+  std::uint64_t size() noexcept override { return storage_.bytes.size(); }
+  int close() noexcept override { return storage_.closeError; }
+
+ private:
+  ssize_t readSome(std::uint64_t offset, std::span<std::byte> buffer) noexcept override {
+    if (storage_.isInterrupted()) return failed(EINTR);
+    const std::uint64_t end = offset + buffer.size();
+    if (end > storage_.readErrorFrom) return failed(EIO);
+    if (offset >= storage_.bytes.size()) return 0;
+    const std::size_t count =
+        std::min({buffer.size(), storage_.mostAtOnce, storage_.bytes.size() - offset});
+    std::memcpy(buffer.data(), storage_.bytes.data() + offset, count);
+    return static_cast<ssize_t>(count);
+  }
+
+  ssize_t writeSome(std::uint64_t offset, std::span<const std::byte> data) noexcept override {
+    if (storage_.isInterrupted()) return failed(EINTR);
+    if (offset >= storage_.capacity) return failed(ENOSPC);
+    const std::size_t count =
+        std::min({data.size(), storage_.mostAtOnce, storage_.capacity - offset});
+    if (storage_.bytes.size() < offset + count) storage_.bytes.resize(offset + count);
+    std::memcpy(storage_.bytes.data() + offset, data.data(), count);
+    return static_cast<ssize_t>(count);
+  }
+
+  bool shorten(std::uint64_t size) noexcept override {
+    storage_.bytes.resize(size);
+    return true;
+  }
+
+  Storage& storage_;
+};
+
+class Source : public testing::Test {
+ protected:
+  Source() {
+    TIFFSetErrorHandler(ZQTIFFerrHandler);
+    TIFFSetWarningHandler(ZQTIFFwarnHandler);
+    ZQTIFFinitializeErrorStack();
+  }
+  ~Source() override { ZQTIFFinitializeErrorStack(); }
+
+  static TiffHandle open(Storage& storage, const char* mode) {
+    return TiffHandle(
+        runtime::openSource(std::make_unique<StorageSource>(storage), "memory", mode, kNoLimit));
+  }
+  static TiffHandle open(const fs::path& path, const char* mode) {
+    return TiffHandle(tiffutils::UOpen(path.u16string(), mode));
+  }
+  static std::vector<std::byte> blockOf(const TiffHandle& tif) { return readBlock(tif.get(), 0); }
+
+  const Layout layout_{.width = 100, .length = 100};
+  TemporaryFolder folder_;
+  const runtime::GatewayScope inside_;
+};
+
+TEST_F(Source, GoesOnAfterInterruptionsAndShortTransfers) {
+  Storage storage{.mostAtOnce = 7, .interrupts = true};
+  writeImage(open(storage, "w").get(), layout_);
+  const TiffHandle tif = open(storage, "rc");
+  ASSERT_NE(tif, nullptr);
+  EXPECT_EQ(blockOf(tif), blockBytes(layout_, 0));
+  EXPECT_THAT(runtime::collectedDiagnostics(), testing::IsEmpty());
+}
+
+// libtiff would clear what is missing from `buffer - 1` on.
+TEST_F(Source, ReportsAnErrorOfReadingAsMissingBytes) {
+  Storage storage;
+  writeImage(open(storage, "w").get(), layout_);
+  const TiffHandle tif = open(storage, "r+");
+  ASSERT_NE(tif, nullptr);
+  storage.readErrorFrom = 0;
+  std::vector<std::byte> block(static_cast<std::size_t>(TIFFStripSize(tif.get())));
+  EXPECT_EQ(TIFFReadEncodedStrip(tif.get(), 0, block.data(), TIFFStripSize(tif.get())), -1);
+  std::array<std::byte, 4> header{};
+  EXPECT_EQ(runtime::sourceOf(tif.get())->readAt(0, header), 0U);
+}
+
+TEST_F(Source, TellsOnceOfAWriteThatFailed) {
+  Storage storage{.capacity = 3000};
+  const TiffHandle tif = open(storage, "w");
+  setLayout(tif.get(), layout_);
+  EXPECT_FALSE(ZQTIFFcheckWriteFailure(tif.get()));
+  std::vector<std::byte> block = blockBytes(layout_, 0);
+  EXPECT_EQ(TIFFWriteRawStrip(tif.get(), 0, block.data(), static_cast<tmsize_t>(block.size())), -1);
+  EXPECT_EQ(storage.bytes.size(), 3000U);
+  EXPECT_TRUE(ZQTIFFcheckWriteFailure(tif.get()));
+  EXPECT_FALSE(ZQTIFFcheckWriteFailure(tif.get()));
+  TIFFSetMode(tif.get(), O_RDONLY);
+}
+
+TEST_F(Source, SaysWhenClosingFails) {
+  Storage storage;
+  writeImage(open(storage, "w").get(), layout_);
+  storage.closeError = EDQUOT;
+  open(storage, "r").reset();
+  ASSERT_EQ(runtime::collectedDiagnostics().size(), 1U);
+  EXPECT_THAT(runtime::collectedDiagnostics()[0].message, HasSubstr("Disk quota exceeded"));
+}
+
+TEST_F(Source, CountsPositionsFromStartPositionAndEnd) {
+  Storage storage{.bytes = std::vector<std::byte>(50)};
+  StorageSource source(storage);
+  const auto back = [](std::uint64_t bytes) { return ~bytes + 1; };
+  EXPECT_EQ(source.seek(20, SEEK_SET), 20U);
+  EXPECT_EQ(source.seek(5, SEEK_CUR), 25U);
+  EXPECT_EQ(source.seek(back(10), SEEK_END), 40U);
+  EXPECT_EQ(source.seek(100, SEEK_END), 150U);
+  EXPECT_EQ(source.seek(back(1), SEEK_SET), FileSource::kNowhere);
+  EXPECT_EQ(source.seek(0, SEEK_CUR), 150U);
+}
+
+TEST_F(Source, BelongsToHandlesThatWereOpenedHere) {
+  const fs::path path = folder_ / "image.tif";
+  writeTiff(path, {layout_});
+  EXPECT_EQ(runtime::sourceOf(openTiff(path, "r+").get()), nullptr);
+  EXPECT_FALSE(ZQTIFFcheckWriteFailure(openTiff(path, "r+").get()));
+  const TiffHandle tif = open(path, "r");
+  EXPECT_EQ(runtime::sourceOf(tif.get())->mapping().size(), fs::file_size(path));
+}
+
+// The default action of the signal that such a write raises ends the process.
+TEST_F(Source, SurvivesTheLimitOnTheSizeOfFiles) {
+  const TiffHandle tif = open(folder_ / "image.tif", "w");
+  setLayout(tif.get(), layout_);
+  std::vector<std::byte> block = blockBytes(layout_, 0);
+  struct rlimit former;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+  const struct rlimit low { 3000, former.rlim_max };
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &low), 0);
+  const tmsize_t written =
+      TIFFWriteRawStrip(tif.get(), 0, block.data(), static_cast<tmsize_t>(block.size()));
+  const bool failure = ZQTIFFcheckWriteFailure(tif.get());
+  TIFFSetMode(tif.get(), O_RDONLY);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &former), 0);
+  EXPECT_EQ(written, -1);
+  EXPECT_TRUE(failure);
+  EXPECT_EQ(fs::file_size(folder_ / "image.tif"), 3000U);
+}
+
+// A forked process shares the position of a descriptor.
+TEST_F(Source, IsNotMovedByAForkedProcess) {
+  const fs::path path = folder_ / "image.tif";
+  writeTiff(path, {layout_});
+  const TiffHandle tif = open(path, "rm");
+  const auto seek = [&](toff_t offset) {
+    return TIFFGetSeekProc(tif.get())(TIFFClientdata(tif.get()), offset, SEEK_SET);
+  };
+  ASSERT_EQ(seek(2), 2U);
+  const pid_t child = fork();
+  if (child == 0) _exit(seek(8) == 8 ? 0 : 1);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_EQ(status, 0);
+  char version = 0;
+  EXPECT_EQ(TIFFGetReadProc(tif.get())(TIFFClientdata(tif.get()), &version, 1), 1);
+  EXPECT_EQ(version, 42);
+}
+
+}  // namespace
+}  // namespace tb::test
