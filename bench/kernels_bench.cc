@@ -16,10 +16,8 @@
 #include <vector>
 
 #include "bench/page_buffer.h"
-#include "kernels/bits_to_logicals.h"
-#include "kernels/block_to_columns.h"
-#include "kernels/columns_to_block.h"
-#include "kernels/logicals_to_bits.h"
+#include "kernels/block_copy.h"
+#include "kernels/logicals.h"
 #include "kernels/ycbcr_units.h"
 
 namespace tb {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "kernels/unsigned_arithmetic.h"
+#include "image/unsigned_arithmetic.h"
 
 namespace tb {
 namespace {

@@ -6,8 +6,8 @@
 
 #include "core/errors.h"
 #include "core/values.h"
-#include "kernels/bits_to_logicals.h"
-#include "kernels/block_to_columns.h"
+#include "kernels/block_copy.h"
+#include "kernels/logicals.h"
 
 namespace tb {
 namespace {

@@ -8,7 +8,7 @@
 #include "core/values.h"
 #include "image/block_buffer.h"
 #include "image/read_transfer.h"
-#include "kernels/block_to_columns.h"
+#include "kernels/block_copy.h"
 
 namespace tb {
 namespace {

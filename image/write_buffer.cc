@@ -5,8 +5,8 @@
 
 #include "core/errors.h"
 #include "core/values.h"
-#include "kernels/columns_to_block.h"
-#include "kernels/logicals_to_bits.h"
+#include "kernels/block_copy.h"
+#include "kernels/logicals.h"
 
 namespace tb {
 namespace {

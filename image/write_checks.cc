@@ -5,7 +5,7 @@
 #include <initializer_list>
 
 #include "core/errors.h"
-#include "kernels/unsigned_arithmetic.h"
+#include "image/unsigned_arithmetic.h"
 
 namespace tb {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "core/values.h"
+#include "image/unsigned_arithmetic.h"
 #include "image/write_buffer.h"
-#include "kernels/unsigned_arithmetic.h"
 #include "kernels/ycbcr_units.h"
 
 namespace tb {

@@ -7,7 +7,7 @@
 
 #include "core/errors.h"
 #include "core/values.h"
-#include "kernels/unsigned_arithmetic.h"
+#include "image/unsigned_arithmetic.h"
 #include "kernels/ycbcr_units.h"
 
 namespace tb {

@@ -1,4 +1,4 @@
-// Transposes fewer lines than a tile has, compiled once per instruction set.
+// Transposes fewer lines than a patch has, compiled once per instruction set.
 
 #if defined(TAGBRIDGE_KERNELS_FEW_LINES_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef TAGBRIDGE_KERNELS_FEW_LINES_INL_H_
@@ -13,8 +13,8 @@
 #include <cstring>
 
 #include "hwy/highway.h"
-#include "kernels/line_tables.h"
-#include "kernels/tile-inl.h"
+#include "kernels/lines.h"
+#include "kernels/patch-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
@@ -36,10 +36,10 @@ HWY_INLINE void CopyPiece(const std::uint8_t* HWY_RESTRICT from, std::uint8_t* H
   }
 }
 
-// Transposes fewer lines than a tile has, more than kLines/2 and at most kLines.
+// Transposes fewer lines than a patch has, more than kLines/2 and at most kLines.
 template <std::size_t kLines, class T>
 HWY_INLINE void TransposeFewLines(const Panel& panel) {
-  constexpr std::size_t kElements = kTileElements<T>;
+  constexpr std::size_t kElements = kPatchElements<T>;
   constexpr Elements<T> d;
   for (std::size_t next = 0; next < panel.elements; next += kElements) {
     const std::size_t element = std::min(next, panel.elements - kElements);
@@ -54,10 +54,10 @@ HWY_INLINE void TransposeFewLines(const Panel& panel) {
   }
 }
 
-// Transposes lines of fewer elements than a tile has, more than kElements/2 and at most kElements.
+// Transposes lines of fewer elements than a patch has, more than kElements/2 and at most kElements.
 template <std::size_t kElements, class T>
 HWY_INLINE void TransposeFewElements(const Panel& panel) {
-  constexpr std::size_t kLines = kTileElements<T>;
+  constexpr std::size_t kLines = kPatchElements<T>;
   constexpr Elements<T> d;
   for (std::size_t next = 0; next < panel.lines; next += kLines) {
     const std::size_t line = std::min(next, panel.lines - kLines);
@@ -84,8 +84,8 @@ HWY_INLINE void TransposeFew(const Panel& panel) {
   } else {
     const std::size_t count = std::min(panel.lines, panel.elements);
     if (count <= kCount / 2) return TransposeFew<kCount / 2, T>(panel);
-    if (panel.elements >= kTileElements<T>) return TransposeFewLines<kCount, T>(panel);
-    if (panel.lines >= kTileElements<T>) return TransposeFewElements<kCount, T>(panel);
+    if (panel.elements >= kPatchElements<T>) return TransposeFewLines<kCount, T>(panel);
+    if (panel.lines >= kPatchElements<T>) return TransposeFewElements<kCount, T>(panel);
     TransposeFew<1, T>(panel);
   }
 }

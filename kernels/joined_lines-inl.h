@@ -19,9 +19,9 @@
 #include <type_traits>
 
 #include "hwy/highway.h"
-#include "kernels/line_tables.h"
+#include "kernels/lines.h"
 #include "kernels/panels-inl.h"
-#include "kernels/tile-inl.h"
+#include "kernels/patch-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
@@ -131,7 +131,7 @@ HWY_INLINE void SeparateLinesOf(const std::uint8_t* HWY_RESTRICT run, OutLines o
         CopyPieces<kBytes, hn::MaxLanes(d)>(run + element * count * sizeof(T), count * sizeof(T),
                                             pieces, kBytes, element + hn::Lanes(d) == elements);
       LoadBlocks(d, kExact ? from : reinterpret_cast<const T*>(pieces), vectors);
-      InterleaveVectors<kTileElements<T> >(d, vectors);
+      InterleaveVectors<kPatchElements<T> >(d, vectors);
     }
     for (std::size_t i = 0; i < kLines; ++i)
       if (kExact || i < count) hn::StoreU(vectors[i], d, reinterpret_cast<T*>(lines[i]) + element);

@@ -13,13 +13,13 @@
 #include <cstdint>
 
 #include "hwy/highway.h"
-#include "kernels/line_tables.h"
+#include "kernels/lines.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// The most lines that are not better moved by tiles, whose stores fill a vector.
+// The most lines that are not better moved by patches, whose stores fill a vector.
 template <class T>
 constexpr std::size_t kMostInterleaved = sizeof(T) <= 4 ? 16 : 8;
 
@@ -27,9 +27,9 @@ constexpr std::size_t kMostInterleaved = sizeof(T) <= 4 ? 16 : 8;
 
 // Without vectors of a size known to the compiler elements move one by one.
 template <class T>
-constexpr std::size_t kTileElements = 1;
+constexpr std::size_t kPatchElements = 1;
 template <class T>
-constexpr std::size_t kTileLines = 1;
+constexpr std::size_t kPatchLines = 1;
 
 // Without vectors of a size known to the compiler no count of lines has a routine of its own.
 template <class T>
@@ -39,12 +39,12 @@ constexpr bool IsInterleaved(std::size_t /*lines*/, std::size_t /*elements*/) {
 
 #else
 
-// Elements of a tile's input lines, and the number of those lines in the largest tile, whose
+// Elements of a patch's input lines, and the number of those lines in the largest patch, whose
 // output lines take one vector of up to 32 bytes.
 template <class T>
-constexpr std::size_t kTileElements = 16 / sizeof(T);
+constexpr std::size_t kPatchElements = 16 / sizeof(T);
 template <class T>
-constexpr std::size_t kTileLines = HWY_MIN(HWY_MAX_BYTES, 32) / sizeof(T);
+constexpr std::size_t kPatchLines = HWY_MIN(HWY_MAX_BYTES, 32) / sizeof(T);
 
 template <class T>
 using WideVectors = hn::CappedTag<T, 32 / sizeof(T)>;

@@ -9,9 +9,9 @@
 #include "hwy/highway.h"
 #include "kernels/few_lines-inl.h"
 #include "kernels/joined_lines-inl.h"
-#include "kernels/line_tables.h"
+#include "kernels/lines.h"
 #include "kernels/panels-inl.h"
-#include "kernels/tile-inl.h"
+#include "kernels/patch-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tb::HWY_NAMESPACE {
@@ -52,10 +52,10 @@ HWY_INLINE void TransposeWideSquare(InLines HWY_RESTRICT in, OutLines HWY_RESTRI
     CopyCacheLine(staged[1][j], out[element + j] + line * sizeof(T));
 }
 
-// Transposes a panel of at least a tile, square by square.
+// Transposes a panel of at least a patch, square by square.
 template <class T>
 HWY_INLINE void TransposeSquares(const Panel& panel) {
-  constexpr std::size_t kElements = kTileElements<T>, kLines = kTileLines<T>;
+  constexpr std::size_t kElements = kPatchElements<T>, kLines = kPatchLines<T>;
   for (std::size_t element = 0; element < panel.elements; element += kSquare<T>)
     for (std::size_t line = 0; line < panel.lines; line += kSquare<T>) {
       const std::size_t endLine = line + kSquare<T>, endElement = element + kSquare<T>;
@@ -65,7 +65,7 @@ HWY_INLINE void TransposeSquares(const Panel& panel) {
         else
           TransposeSquare<T>(panel.in, panel.out, line, element);
       } else {
-        TransposeTiles<kLines, T>(
+        TransposePatchs<kLines, T>(
             panel.in, panel.out,
             {std::min(line, panel.lines - kLines), std::min(endLine, panel.lines)},
             {std::min(element, panel.elements - kElements), std::min(endElement, panel.elements)});
@@ -75,13 +75,13 @@ HWY_INLINE void TransposeSquares(const Panel& panel) {
 
 template <class T>
 void TransposePanel(const Panel& panel) {
-  constexpr std::size_t kElements = kTileElements<T>;
+  constexpr std::size_t kElements = kPatchElements<T>;
   if (panel.lines < kElements || panel.elements < kElements)
     TransposeFew<kElements, T>(panel);
-  else if (panel.lines >= kTileLines<T>)
+  else if (panel.lines >= kPatchLines<T>)
     TransposeSquares<T>(panel);
   else
-    TransposeTiles<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
+    TransposePatchs<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
 }
 
 #endif

@@ -17,7 +17,7 @@
 #include <cstdint>
 
 #include "kernels/block_shape.h"
-#include "kernels/line_tables.h"
+#include "kernels/lines.h"
 #include "kernels/transpose-inl.h"
 
 HWY_BEFORE_NAMESPACE();

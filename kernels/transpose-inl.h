@@ -18,7 +18,7 @@
 #include <utility>
 
 #include "hwy/highway.h"
-#include "kernels/line_tables.h"
+#include "kernels/lines.h"
 #include "kernels/panels-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -32,10 +32,10 @@ HWY_INLINE void ForEachPanel(const In& in, std::size_t inCount, const Out& out,
   std::uint8_t* outLines[kElements];
   Panel panel{inLines, outLines};
   for (std::size_t nextOut = 0; nextOut < outCount; nextOut += kElements) {
-    const std::size_t firstOut = panelStart(nextOut, outCount, kTileElements<T>);
+    const std::size_t firstOut = panelStart(nextOut, outCount, kPatchElements<T>);
     panel.elements = std::min(kElements, outCount - firstOut);
     for (std::size_t nextIn = 0; nextIn < inCount; nextIn += kLines) {
-      const std::size_t firstIn = panelStart(nextIn, inCount, kTileLines<T>);
+      const std::size_t firstIn = panelStart(nextIn, inCount, kPatchLines<T>);
       panel.lines = std::min(kLines, inCount - firstIn);
       in.fill(firstIn, panel.lines, firstOut * sizeof(T), inLines);
       out.fill(firstOut, panel.elements, firstIn * sizeof(T), outLines);
@@ -105,7 +105,7 @@ HWY_INLINE bool TransposeJoined(const In& in, std::size_t inCount, const Out& ou
   return false;
 }
 
-// Transposes any number of lines; see kernels/line_tables.h for what In and Out are.
+// Transposes any number of lines; see kernels/lines.h for what In and Out are.
 template <class T, class In, class Out>
 HWY_INLINE void TransposeLines(const In& in, std::size_t inCount, const Out& out,
                                std::size_t outCount) {

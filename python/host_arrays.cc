@@ -2,10 +2,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <span>
 #include <string>
 
-#include "python/column_major_copy.h"
+#include "kernels/block_copy.h"
 #include "python/host_values.h"
 #include "runtime/arrays.h"
 
@@ -47,28 +48,100 @@ vxArrayPtr wrapArray(PyArrayObject* array, vxClassID classId) {
   return wrapped;
 }
 
-vxArrayPtr copyArray(PyArrayObject* array, vxClassID classId) {
-  const auto axes = static_cast<std::size_t>(PyArray_NDIM(array));
-  const auto size = static_cast<std::size_t>(PyArray_ITEMSIZE(array));
-  vxArrayPtr copy = matrix::detail::do_create_uninitnumeric(classId, HostDimensions(array));
-  void* const elements = vxGetWritableData(copy.get());
-  copyColumnMajor({static_cast<const std::byte*>(PyArray_DATA(array)),
-                   {PyArray_DIMS(array), axes},
-                   {PyArray_STRIDES(array), axes},
-                   size},
-                  elements);
-  if (PyArray_ISBYTESWAPPED(array)) {
-    swapBytes(elements, static_cast<std::size_t>(PyArray_SIZE(array)), size);
+// --- Copies in column-major order
+
+// A NumPy array of rows, columns and planes of them; one plane for an array of two axes.
+struct Image {
+  explicit Image(PyArrayObject* array) : bytes(static_cast<std::byte*>(PyArray_DATA(array))) {
+    std::copy_n(PyArray_DIMS(array), PyArray_NDIM(array), counts.begin());
+    std::copy_n(PyArray_STRIDES(array), PyArray_NDIM(array), strides.begin());
+    if (PyArray_NDIM(array) == 2) strides[2] = strides[1];
   }
+
+  std::byte* bytes;
+  std::array<npy_intp, 3> counts{0, 0, 1};
+  std::array<npy_intp, 3> strides{};
+};
+
+// Copies pixels of `samples` samples that lie side by side in each row.
+void copyRows(const std::byte* from, std::byte* to, std::size_t elementSize, const Image& image,
+              npy_intp samples) {
+  const auto rows = static_cast<std::size_t>(image.counts[0]);
+  const auto columns = static_cast<std::size_t>(image.counts[1]);
+  copyBlockToColumns(from, to, elementSize,
+                     {.rows = rows,
+                      .columns = columns,
+                      .samples = static_cast<std::size_t>(samples),
+                      .blockStride = static_cast<std::size_t>(image.strides[0]),
+                      .columnStride = rows,
+                      .planeStride = rows * columns});
+}
+
+// Copies what lies in memory as rows of pixels, or each plane of it. Returns false for any other
+// arrangement.
+bool copiedAsRows(PyArrayObject* array, std::byte* to) {
+  const int axes = PyArray_NDIM(array);
+  if ((axes != 2 && axes != 3) || PyArray_ISBYTESWAPPED(array)) return false;
+  const Image image(array);
+  const npy_intp size = PyArray_ITEMSIZE(array);
+  const auto [rows, columns, planes] = image.counts;
+  if (image.strides[0] < 0) return false;
+  const auto elementSize = static_cast<std::size_t>(size);
+  if (image.strides[2] == size && image.strides[1] == planes * size) {
+    copyRows(image.bytes, to, elementSize, image, planes);
+    return true;
+  }
+  if (image.strides[1] != size) return false;
+  for (npy_intp plane = 0; plane < planes; ++plane) {
+    copyRows(image.bytes + plane * image.strides[2], to + plane * rows * columns * size,
+             elementSize, image, 1);
+  }
+  return true;
+}
+
+PyArrayObject* arrayOf(const py::object& object) {
+  return reinterpret_cast<PyArrayObject*>(object.ptr());
+}
+
+py::object owned(PyObject* object) {
+  if (object == nullptr) throw py::error_already_set();
+  return py::reinterpret_steal<py::object>(object);
+}
+
+// Copies any arrangement by NumPy's means.
+void copyAnyhow(PyArrayObject* array, std::byte* to) {
+  PyArray_Descr* const type = PyArray_DescrNewByteorder(PyArray_DESCR(array), NPY_NATIVE);
+  if (type == nullptr) throw py::error_already_set();
+  const py::object columns = owned(PyArray_NewFromDescr(  // takes the reference to the type
+      &PyArray_Type, type, PyArray_NDIM(array), PyArray_DIMS(array), nullptr, to, NPY_ARRAY_FARRAY,
+      nullptr));
+  if (PyArray_CopyInto(arrayOf(columns), array) != 0) throw py::error_already_set();
+}
+
+// Whether columns lie closer together in memory than rows: NumPy is slow then, and fast when it may
+// copy into rows.
+bool isRowMajor(PyArrayObject* array) {
+  if (PyArray_NDIM(array) < 2 || PyArray_NDIM(array) > 3) return false;
+  const npy_intp* const strides = PyArray_STRIDES(array);
+  return std::abs(strides[0]) > std::abs(strides[1]);
+}
+
+vxArrayPtr copyArray(PyArrayObject* array, vxClassID classId) {
+  vxArrayPtr copy = matrix::detail::do_create_uninitnumeric(classId, HostDimensions(array));
+  auto* const to = static_cast<std::byte*>(vxGetWritableData(copy.get()));
+  if (copiedAsRows(array, to)) return copy;
+  if (isRowMajor(array)) {
+    const py::object rows = owned(PyArray_FromArray(
+        array, PyArray_DescrNewByteorder(PyArray_DESCR(array), NPY_NATIVE), NPY_ARRAY_CARRAY));
+    if (copiedAsRows(arrayOf(rows), to)) return copy;
+  }
+  copyAnyhow(array, to);
   return copy;
 }
 
 // The same objects in column-major order.
 py::object columnMajor(PyArrayObject* array) {
-  auto ordered = py::reinterpret_steal<py::object>(
-      PyArray_FromArray(array, nullptr, NPY_ARRAY_F_CONTIGUOUS | NPY_ARRAY_ALIGNED));
-  if (!ordered) throw py::error_already_set();
-  return ordered;
+  return owned(PyArray_FromArray(array, nullptr, NPY_ARRAY_F_CONTIGUOUS | NPY_ARRAY_ALIGNED));
 }
 
 // Elements of a '<U1' or '>U1' array are 4 bytes, a code point.
@@ -99,7 +172,7 @@ HeldObjects objectsOf(PyArrayObject* array) {
 
 vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
   const py::object ordered = columnMajor(array);
-  auto* const source = reinterpret_cast<PyArrayObject*>(ordered.ptr());
+  PyArrayObject* const source = arrayOf(ordered);
   const HeldObjects objects = objectsOf(source);
   return hostCell(HostDimensions(source), objects, place);
 }

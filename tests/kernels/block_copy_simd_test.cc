@@ -6,8 +6,7 @@
 #include <utility>
 
 #include "hwy/tests/hwy_gtest.h"
-#include "kernels/block_to_columns.h"
-#include "kernels/columns_to_block.h"
+#include "kernels/block_copy.h"
 #include "tests/support/kernel_memory.h"
 
 namespace tb {

@@ -2,8 +2,7 @@
 // single bits.
 
 #include "hwy/tests/hwy_gtest.h"
-#include "kernels/bits_to_logicals.h"
-#include "kernels/logicals_to_bits.h"
+#include "kernels/logicals.h"
 #include "tests/support/kernel_memory.h"
 
 namespace tb {

@@ -1,15 +1,15 @@
-// Transposes tiles of elements in registers, compiled once per instruction set.
+// Transposes patches of elements in registers, compiled once per instruction set.
 //
-// A tile of input lines by one 16-byte vector of elements is loaded and interleaved until the
-// elements of an output line lie behind one another. Lines that do not fill a tile are not treated
-// one by one: the last tile is moved back until it ends with the last line, and the elements that
-// two tiles share are stored twice.
+// A patch of input lines by one 16-byte vector of elements is loaded and interleaved until the
+// elements of an output line lie behind one another. Lines that do not fill a patch are not treated
+// one by one: the last patch is moved back until it ends with the last line, and the elements that
+// two patches share are stored twice.
 
-#if defined(TAGBRIDGE_KERNELS_TILE_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef TAGBRIDGE_KERNELS_TILE_INL_H_
-#undef TAGBRIDGE_KERNELS_TILE_INL_H_
+#if defined(TAGBRIDGE_KERNELS_PATCH_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef TAGBRIDGE_KERNELS_PATCH_INL_H_
+#undef TAGBRIDGE_KERNELS_PATCH_INL_H_
 #else
-#define TAGBRIDGE_KERNELS_TILE_INL_H_
+#define TAGBRIDGE_KERNELS_PATCH_INL_H_
 #endif
 
 #include <algorithm>
@@ -17,7 +17,7 @@
 #include <cstdint>
 
 #include "hwy/highway.h"
-#include "kernels/line_tables.h"
+#include "kernels/lines.h"
 #include "kernels/panels-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -41,7 +41,7 @@ HWY_INLINE void InterleaveVectors(D /*tag*/, hn::Vec<D> (&vectors)[kVectors]) {
 }
 
 template <class T>
-using Elements = hn::FixedTag<T, kTileElements<T> >;
+using Elements = hn::FixedTag<T, kPatchElements<T> >;
 
 template <class T>
 HWY_INLINE hn::Vec<Elements<T> > LoadElements(const std::uint8_t* from) {
@@ -57,9 +57,9 @@ HWY_INLINE void StoreElements(D /*tag*/, hn::Vec<D> elements, std::uint8_t* to) 
 // Moves elements from byte `inOffset` on of kLines input lines to byte `outOffset` and on of the
 // output. Two groups of input lines share wide vectors, one in each half.
 template <std::size_t kLines, class T>
-HWY_INLINE void TransposeTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
-                              std::size_t inOffset, std::size_t outOffset) {
-  constexpr std::size_t kElements = kTileElements<T>;
+HWY_INLINE void TransposePatch(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
+                               std::size_t inOffset, std::size_t outOffset) {
+  constexpr std::size_t kElements = kPatchElements<T>;
   constexpr hn::FixedTag<T, kLines> d;
   hn::Vec<decltype(d)> vectors[kElements];
   for (std::size_t i = 0; i < kElements; ++i) {
@@ -73,26 +73,26 @@ HWY_INLINE void TransposeTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out
   for (std::size_t j = 0; j < kElements; ++j) StoreElements(d, vectors[j], out[j] + outOffset);
 }
 
-// Transposes part of a panel that is at least a tile.
+// Transposes part of a panel that is at least a patch.
 template <std::size_t kLines, class T>
-HWY_INLINE void TransposeTiles(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
-                               Range elements) {
-  constexpr std::size_t kElements = kTileElements<T>;
+HWY_INLINE void TransposePatchs(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
+                                Range elements) {
+  constexpr std::size_t kElements = kPatchElements<T>;
   for (std::size_t element = elements.begin; element < elements.end; element += kElements)
     for (std::size_t line = lines.begin; line < lines.end; line += kLines) {
       const std::size_t start = std::min(element, elements.end - kElements);
       const std::size_t first = std::min(line, lines.end - kLines);
-      TransposeTile<kLines, T>(in + first, out + start, start * sizeof(T), first * sizeof(T));
+      TransposePatch<kLines, T>(in + first, out + start, start * sizeof(T), first * sizeof(T));
     }
 }
 
 // Moves as many elements as lines, a vector of 32 bytes of each. Halves are put together after
-// whole vectors are loaded, so that a tile needs fewer loads.
+// whole vectors are loaded, so that a patch needs fewer loads.
 template <class T>
-HWY_INLINE void TransposeWideTile(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
-                                  std::size_t inOffset, std::size_t outOffset) {
-  constexpr std::size_t kElements = kTileElements<T>;
-  using D = hn::FixedTag<T, kTileLines<T> >;
+HWY_INLINE void TransposeWidePatch(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
+                                   std::size_t inOffset, std::size_t outOffset) {
+  constexpr std::size_t kElements = kPatchElements<T>;
+  using D = hn::FixedTag<T, kPatchLines<T> >;
   constexpr D d;
   const hn::Repartition<std::uint8_t, D> dBytes;
   hn::Vec<D> low[kElements], high[kElements];
@@ -119,7 +119,7 @@ constexpr std::size_t kSquare = kLineElements<T>;
 template <class T>
 HWY_INLINE void TransposeSquare(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out,
                                 std::size_t line, std::size_t element) {
-  constexpr std::size_t kElements = kTileElements<T>, kLines = kTileLines<T>;
+  constexpr std::size_t kElements = kPatchElements<T>, kLines = kPatchLines<T>;
   const std::size_t inOffset = element * sizeof(T), outOffset = line * sizeof(T);
   in += line;
   out += element;
@@ -129,9 +129,9 @@ HWY_INLINE void TransposeSquare(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT o
     for (std::size_t i = 0; i < kSquare<T>; i += kLines) {
       const std::size_t inStart = inOffset + j * sizeof(T), outStart = outOffset + i * sizeof(T);
       if constexpr (kWide)
-        TransposeWideTile<T>(in + i, out + j, inStart, outStart);
+        TransposeWidePatch<T>(in + i, out + j, inStart, outStart);
       else
-        TransposeTile<kLines, T>(in + i, out + j, inStart, outStart);
+        TransposePatch<kLines, T>(in + i, out + j, inStart, outStart);
     }
 }
 
