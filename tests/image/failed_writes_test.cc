@@ -10,6 +10,8 @@
 #include <random>
 #include <string>
 
+#include "runtime/loader.h"
+#include "runtime/memory.h"
 #include "tests/support/scene.h"
 
 namespace tb::test {
@@ -335,6 +337,23 @@ TEST(JpegWritesWithTooFewTables, FailAndLeaveTheFile) {
     });
   }
   EXPECT_TRUE(contentsOf(path) == before);
+}
+
+// Undoing the write asks libtiff for the buffer again that it could not have.
+TEST(WriteForWhichLibtiffFindsNoBuffer, IsToldOnce) {
+  Scene scene;
+  runtime::setMemoryLimit(std::size_t{1} << 20);
+  const OpenedFile& file = scene.fresh({{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK},
+                                        {TIFFTAG_IMAGEWIDTH, 2048},
+                                        {TIFFTAG_IMAGELENGTH, 1024},
+                                        {TIFFTAG_BITSPERSAMPLE, 8},
+                                        {TIFFTAG_SAMPLESPERPIXEL, 1},
+                                        {TIFFTAG_COMPRESSION, COMPRESSION_LZW}});
+  runtime::setMemoryLimit(0);
+  EXPECT_ANY_THROW(callFor(0, "writeEncodedStrip", file, 0, zeros(vxUINT8, {1024, 2048})));
+  const auto said = runtime::collectedDiagnostics();
+  ASSERT_EQ(said.size(), 2U);
+  EXPECT_NE(said[0].message, said[1].message);
 }
 
 }  // namespace
