@@ -61,6 +61,9 @@ Layout layoutOf(TIFF* tif) {
     fetch(tif, TIFFTAG_YCBCRSUBSAMPLING, layout.subsampling[0], layout.subsampling[1]);
   }
   (void)fetchField(tif, TIFFTAG_PREDICTOR, &layout.predictor);
+  if (layout.compression == COMPRESSION_CCITTFAX3) {
+    (void)fetchField(tif, TIFFTAG_GROUP3OPTIONS, &layout.faxOptions);
+  }
   return layout;
 }
 

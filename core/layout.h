@@ -25,6 +25,7 @@ struct Layout {
   std::uint16_t photometric = 0;  // 0 unless a codec treats it in its own way
   std::uint16_t subsampling[2] = {0, 0};
   std::uint16_t predictor = 0;
+  std::uint32_t faxOptions = 0;  // Group 3's: coding in two dimensions needs the row above
 
   bool operator==(const Layout&) const = default;
 };

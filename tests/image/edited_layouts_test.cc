@@ -242,6 +242,18 @@ TEST_F(EditedLayout, WithoutByteCountsRefusesItsStrips) {
       {1}, [&, &handle = file] { call("writeEncodedStrip", handle, 0, y, chroma, chroma); });
 }
 
+// Coding in two dimensions needs the row above, for which the codec made no room.
+TEST_F(EditedLayout, WithOtherFaxOptionsNeitherReadsNorWritesAfterARead) {
+  const OpenedFile& file = scene_.written(
+      {{.width = 32, .bits = 1, .compression = COMPRESSION_CCITTFAX3, .rowsPerStrip = 16}}, "r+");
+  call("readEncodedStrip", file, 0);
+  call("setField", file, TIFFTAG_GROUP3OPTIONS, GROUP3OPT_2DENCODING);
+  EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(512));
+  expectError<Tiff::stripWriteFailure>({1}, [&, &handle = file] {
+    call("writeEncodedStrip", handle, 0, zeros(vxLOGICAL, {16, 32}));
+  });
+}
+
 // --- Another compression
 
 constexpr std::uint32_t kCodecAndMapTags[] = {TIFFTAG_COLORMAP,      TIFFTAG_SMINSAMPLEVALUE,
