@@ -233,8 +233,9 @@ bool writeLoadedDirectory(TIFF* tif, std::uint64_t offset, const char* operation
   const bool hasNewTags = file == nullptr || file->tagsEdited || file->storedDepth;
   if (isSubDirectory && !hasNewTags && canWritePlaces(tif)) {
     // Loading it again ends the writing of blocks, after which no tag could be stored.
-    return writeAsAWhole(tif, writePlaces) && TIFFSetSubDirectory(tif, offset) &&
-           TIFFCreateDirectory(tif) == 0;
+    if (!writeAsAWhole(tif, writePlaces) || !TIFFSetSubDirectory(tif, offset)) return false;
+    beginDirectory(tif);
+    return true;
   }
   if (!canMove(tif, offset, operation)) return false;
   makeWritable(tif);

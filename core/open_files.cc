@@ -87,11 +87,15 @@ bool isWithoutDirectory(TIFF* tif) noexcept {
   return file != nullptr && (file->suspendedMode.has_value() || file->isSpoilt);
 }
 
-int dropDirectory(TIFF* tif) {
+void beginDirectory(TIFF* tif) {
   (void)TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);  // ends the codec
   TIFFFreeDirectory(tif);
   (void)TIFFCreateDirectory(tif);
   if (OpenFile* file = findOpenFile(tif)) file->forgetDirectory();
+}
+
+int dropDirectory(TIFF* tif) {
+  beginDirectory(tif);
   return TIFFSetMode(tif, O_RDONLY);
 }
 

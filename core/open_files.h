@@ -101,6 +101,9 @@ bool isReadOnly(TIFF* tif);
 // OpenFile::isSpoilt.
 bool isWithoutDirectory(TIFF* tif) noexcept;
 
+// Makes a new, empty directory the current one.
+void beginDirectory(TIFF* tif);
+
 // Leaves the handle with an empty directory, of which nothing is ever written, after libtiff has
 // failed half-way. Returns the access mode that it had.
 int dropDirectory(TIFF* tif);

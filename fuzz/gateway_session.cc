@@ -40,6 +40,20 @@ constexpr double kMostBlocks = 16;
 constexpr double kMostPixels = 1 << 20;
 
 bool hostWasWarned = false;
+CallObserver callObserver = nullptr;
+
+class ObservedCall {
+ public:
+  ObservedCall() { tell(true); }
+  ObservedCall(const ObservedCall&) = delete;
+  ObservedCall& operator=(const ObservedCall&) = delete;
+  ~ObservedCall() { tell(false); }
+
+ private:
+  static void tell(bool isInside) {
+    if (callObserver != nullptr) callObserver(isInside);
+  }
+};
 
 void prepareOnce() {
   static const bool prepared = [] {
@@ -107,6 +121,8 @@ void readSubDirectories(const vxArray* file) {
 
 }  // namespace
 
+void observeCalls(CallObserver observer) noexcept { callObserver = observer; }
+
 Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs) {
   prepareOnce();
   const vxArrayPtr name = matrix::create(operation);
@@ -116,8 +132,11 @@ Outcome attempt(const std::string& operation, std::initializer_list<const vxArra
   const runtime::GatewayScope scope;
   hostWasWarned = false;
   try {
-    tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
-              static_cast<int>(arguments.size()), arguments.data());
+    {
+      const ObservedCall observed;
+      tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
+                static_cast<int>(arguments.size()), arguments.data());
+    }
     outcome.warned = hostWasWarned;
     return outcome;
   } catch (const foundation::core::except::IMsgIDException& error) {

@@ -19,6 +19,10 @@ struct Outcome {
   bool warned = false;  // whatever came of it, the host was warned
 };
 
+// Is told when the module is entered and left; null, the default, when nobody is.
+using CallObserver = void (*)(bool isInside) noexcept;
+void observeCalls(CallObserver observer) noexcept;
+
 // Runs an operation with room for three outputs. Errors that have an identifier and std::bad_alloc
 // leave the outputs empty; any other exception is a finding and ends the process.
 Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs);
