@@ -17,7 +17,7 @@
 #include "runtime/loader.h"
 #include "runtime/memory.h"
 #include "runtime/reporting.h"
-#include "tags/tag_rows.h"
+#include "tags/tag_table.h"
 
 // Stands in for the C library's: the pauses between attempts to open a file that is none would take
 // nearly all of a fuzzer's time.
@@ -78,7 +78,8 @@ void readBlocks(const vxArray* file) {
 }
 
 void readTags(const vxArray* file) {
-  for (const ReadRow& row : readRows()) call("getField", {file, number(row.tag).get()});
+  for (const TagRow& row : tagTable())
+    if (row.reading.read != nullptr) call("getField", {file, number(row.tag).get()});
 }
 
 void readRgba(const vxArray* file) {

@@ -72,8 +72,8 @@ void registerJPEG2000Codecs();
 // after the files are closed.
 void unregisterJPEG2000Codecs();
 
-// Makes the GeoTIFF and RPC tags 33550, 33922, 34264, 34735, 34736, 34737 and 50844 known to every
-// file that is opened afterwards, through TIFFSetTagExtender. Calling it again changes nothing.
+// Makes the GeoTIFF and RPC tags, whose numbers tiffutils has, known to every file that is opened
+// afterwards, through TIFFSetTagExtender. Calling it again changes nothing.
 void registerCustomGeoTags();
 
 // Puts the tag extender that was there before back, so that registerCustomGeoTags works again.
@@ -83,6 +83,15 @@ void unregisterCustomGeoTags();
 std::string getCompressionScheme(std::uint16_t compression);
 
 namespace tiffutils {
+
+// The tags of registerCustomGeoTags, which libtiff's headers do not name.
+inline constexpr std::uint32_t kModelPixelScaleTag = 33550;
+inline constexpr std::uint32_t kModelTiepointTag = 33922;
+inline constexpr std::uint32_t kModelTransformationTag = 34264;
+inline constexpr std::uint32_t kGeoKeyDirectoryTag = 34735;
+inline constexpr std::uint32_t kGeoDoubleParamsTag = 34736;
+inline constexpr std::uint32_t kGeoAsciiParamsTag = 34737;
+inline constexpr std::uint32_t kRpcCoefficientTag = 50844;
 
 // Opens a TIFF file with libtiff; null when that fails. The name is UTF-16; `mode` is r, r+, w or a
 // followed by libtiff's flags.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "runtime/arrays.h"
+#include "runtime/text.h"
 
 namespace py = pybind11;
 

@@ -6,8 +6,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "runtime/arrays.h"
-#include "runtime/blocks.h"
+#include "runtime/containers.h"
 #include "runtime/memory.h"
 
 namespace tb::runtime {
@@ -58,17 +57,6 @@ std::size_t effectiveRank(std::span<const std::size_t> dimensions) noexcept {
   return std::max<std::size_t>(rank, 2);
 }
 
-std::size_t countElements(std::span<const std::size_t> dimensions) {
-  std::size_t count = 1;
-  bool overflow = false;
-  for (const std::size_t dimension : dimensions) {
-    if (dimension == 0) return 0;
-    overflow |= __builtin_mul_overflow(count, dimension, &count);
-  }
-  if (overflow) throw std::bad_alloc();
-  return count;
-}
-
 std::size_t* dimensionsOf(vxArray& array) noexcept {
   return array.rank > vxArray::kInlineRank ? array.dimensions.many : array.dimensions.few;
 }
@@ -116,6 +104,17 @@ const char* className(vxClassID classId) noexcept { return kClasses[classId].nam
 
 std::size_t elementSize(vxClassID classId) noexcept { return kClasses[classId].elementSize; }
 
+std::size_t countElements(std::span<const std::size_t> dimensions) {
+  std::size_t count = 1;
+  bool overflow = false;
+  for (const std::size_t dimension : dimensions) {
+    if (dimension == 0) return 0;
+    overflow |= __builtin_mul_overflow(count, dimension, &count);
+  }
+  if (overflow) throw std::bad_alloc();
+  return count;
+}
+
 double firstNumber(const vxArray& array) noexcept {
   const auto scalar = kClasses[array.classId].scalar;
   return scalar != nullptr ? scalar(array.data) : 0;
@@ -124,12 +123,6 @@ double firstNumber(const vxArray& array) noexcept {
 void requireNumbers(vxClassID classId) {
   if (classId < 0 || classId > vxUINT64 || kClasses[classId].scalar == nullptr)
     throw std::invalid_argument("not a class of numbers, logicals or characters");
-}
-
-std::size_t checkedProduct(std::size_t a, std::size_t b) {
-  std::size_t product = 0;
-  if (__builtin_mul_overflow(a, b, &product)) throw std::bad_alloc();
-  return product;
 }
 
 vxArrayPtr createArray(vxClassID classId, std::span<const std::size_t> dimensions,
@@ -155,22 +148,11 @@ vxArrayPtr createArray(vxClassID classId, std::span<const std::size_t> dimension
   return array;
 }
 
-vxArrayPtr wrapMemory(vxClassID classId, std::span<const std::size_t> dimensions, const void* data,
-                      void (*release)(void*), void* context) {
-  requireNumbers(classId);
-  const std::size_t count = countElements(dimensions);
-  const std::size_t bytes = checkedProduct(count, elementSize(classId));
-  if (bytes < kSlack) {
-    vxArrayPtr copy = createArray(classId, dimensions, 1, Contents::kZero);
-    if (bytes > 0) std::memcpy(copy->data, data, bytes);
-    release(context);
-    return copy;
-  }
-  if (bytes > memoryLimit()) throw std::bad_alloc();
-
+vxArrayPtr createForeign(vxClassID classId, std::span<const std::size_t> dimensions,
+                         const void* data, void (*release)(void*), void* context) {
   vxArrayPtr array = takeRecord(classId, 0);
   setDimensions(*array, dimensions, effectiveRank(dimensions));
-  array->elementCount = count;
+  array->elementCount = countElements(dimensions);
   array->data = const_cast<void*>(data);  // the module writes no input
   array->release = release;
   array->context = context;

@@ -5,11 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
-#include <vector>
 
 #include "host/array.h"
 #include "runtime/cells.h"
+#include "runtime/memory.h"
 
 struct alignas(tb::runtime::kLine) vxArray {
   static constexpr std::size_t kInlineRank = 3;
@@ -33,8 +32,6 @@ static_assert(sizeof(vxArray) == tb::runtime::kLine);
 
 namespace tb::runtime {
 
-enum class Contents;
-
 inline bool isContainer(const vxArray& array) noexcept {
   return array.classId == vxCELL || array.classId == vxSTRUCT;
 }
@@ -50,14 +47,16 @@ double firstNumber(const vxArray& array) noexcept;
 void requireNumbers(vxClassID classId);
 
 // The product. Throws std::bad_alloc on overflow.
-std::size_t checkedProduct(std::size_t a, std::size_t b);
+std::size_t countElements(std::span<const std::size_t> dimensions);
 
 // An array of any class with `itemsPerElement` items of the class's size for each element. Throws
 // std::bad_alloc, before any memory is touched, when the size overflows or exceeds the limit.
 vxArrayPtr createArray(vxClassID classId, std::span<const std::size_t> dimensions,
                        std::size_t itemsPerElement, Contents contents);
 
-// Releases what the cells of a cell or the fields of a struct hold, and the field names.
-void releaseContained(vxArray& container) noexcept;
+// An array over `data`, which someone else owns; `release(context)` is called when the array is
+// released.
+vxArrayPtr createForeign(vxClassID classId, std::span<const std::size_t> dimensions,
+                         const void* data, void (*release)(void*), void* context);
 
 }  // namespace tb::runtime

@@ -1,8 +1,28 @@
-#include <cstddef>
+#include "runtime/arrays.h"
 
-#include "host/array.h"
+#include <cstring>
+#include <new>
+
 #include "runtime/array_record.h"
-#include "runtime/blocks.h"
+#include "runtime/memory.h"
+
+namespace tb::runtime {
+
+vxArrayPtr wrapMemory(vxClassID classId, std::span<const std::size_t> dimensions, const void* data,
+                      void (*release)(void*), void* context) {
+  requireNumbers(classId);
+  const std::size_t bytes = checkedProduct(countElements(dimensions), elementSize(classId));
+  if (bytes < kSlack) {
+    vxArrayPtr copy = createArray(classId, dimensions, 1, Contents::kZero);
+    if (bytes > 0) std::memcpy(copy->data, data, bytes);
+    release(context);
+    return copy;
+  }
+  if (bytes > memoryLimit()) throw std::bad_alloc();
+  return createForeign(classId, dimensions, data, release, context);
+}
+
+}  // namespace tb::runtime
 
 using tb::runtime::Contents;
 using tb::runtime::createArray;

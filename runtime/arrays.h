@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <span>
-#include <string_view>
 
 #include "host/array.h"
 
@@ -19,8 +18,5 @@ namespace tb::runtime {
 // other class; `release` is not called then.
 vxArrayPtr wrapMemory(vxClassID classId, std::span<const std::size_t> dimensions, const void* data,
                       void (*release)(void*), void* context);
-
-// A 1-by-N char array of the units of `text`; empty text gives 0-by-0.
-vxArrayPtr createText(std::u16string_view text);
 
 }  // namespace tb::runtime

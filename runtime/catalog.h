@@ -1,27 +1,13 @@
-// The message catalog: the text of every identifier that the module and this host use.
+// The message catalog: what a message's identifier and arguments say in words.
 #pragma once
 
-#include <span>
 #include <string>
 #include <string_view>
 
 #include "host/errors.h"
+#include "runtime/catalog_entries.h"
 
 namespace tb::runtime {
-
-// One message. `text` refers to the arguments by position, {0}, {1}, ... in {fmt}'s notation, and
-// uses every one of them.
-struct CatalogEntry {
-  std::string_view identifier;  // component, a colon, name
-  const char* text;
-  const char* arguments;  // what they are, in order, parted by "; "; empty when there are none
-  const char* when;       // one sentence: when the message is issued
-  bool warning;           // false for an error
-};
-
-// Every entry, grouped by subject. An identifier has one entry, or one for the error and one for
-// the warning of that name.
-std::span<const CatalogEntry> catalog() noexcept;
 
 // The entry of an identifier; where it has two, that of the warning or that of the error. Null for
 // an unknown identifier.

@@ -1,6 +1,6 @@
 // The texts of all messages, grouped by subject. A row: identifier; text; what the arguments are,
 // in order; when the message is issued; whether it is a warning.
-#include "runtime/catalog.h"
+#include "runtime/catalog_entries.h"
 
 #define TAGBRIDGE_HOST "KORVAL:pictoria:host:"
 #define TAGBRIDGE_TIFF "KORVAL:pictoria:Tiff:"

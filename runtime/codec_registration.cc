@@ -1,10 +1,10 @@
-// Makes the JPEG 2000 codec known to libtiff, and forgets it.
+#include "runtime/codec_registration.h"
+
 #include <tiffio.h>
 
 #include <atomic>
 #include <iterator>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 #include "host/tiff_utilities.h"

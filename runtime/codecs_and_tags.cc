@@ -18,20 +18,23 @@ char geoDoubleParams[] = "GeoDoubleParamsTag";
 char geoAsciiParams[] = "GeoASCIIParamsTag";
 char rpcCoefficient[] = "RPCCoefficientTag";
 
-constexpr short kAny = TIFF_VARIABLE;
 constexpr unsigned char kSettableLater = 1;
 constexpr unsigned char kPassCount = 1;
 
-// Tag, values read and written, type, kind of storage, settable after writing began, count is
-// passed, name.
+// A tag of any number of values.
+constexpr TIFFFieldInfo field(std::uint32_t tag, TIFFDataType type, unsigned char passCount,
+                              char* name) {
+  return {tag, TIFF_VARIABLE, TIFF_VARIABLE, type, FIELD_CUSTOM, kSettableLater, passCount, name};
+}
+
 const std::array<TIFFFieldInfo, 7> kTags = {{
-    {33550, kAny, kAny, TIFF_DOUBLE, FIELD_CUSTOM, kSettableLater, kPassCount, modelPixelScale},
-    {33922, kAny, kAny, TIFF_DOUBLE, FIELD_CUSTOM, kSettableLater, kPassCount, modelTiepoint},
-    {34264, kAny, kAny, TIFF_DOUBLE, FIELD_CUSTOM, kSettableLater, kPassCount, modelTransformation},
-    {34735, kAny, kAny, TIFF_SHORT, FIELD_CUSTOM, kSettableLater, kPassCount, geoKeyDirectory},
-    {34736, kAny, kAny, TIFF_DOUBLE, FIELD_CUSTOM, kSettableLater, kPassCount, geoDoubleParams},
-    {34737, kAny, kAny, TIFF_ASCII, FIELD_CUSTOM, kSettableLater, 0, geoAsciiParams},
-    {50844, kAny, kAny, TIFF_DOUBLE, FIELD_CUSTOM, kSettableLater, kPassCount, rpcCoefficient},
+    field(tiffutils::kModelPixelScaleTag, TIFF_DOUBLE, kPassCount, modelPixelScale),
+    field(tiffutils::kModelTiepointTag, TIFF_DOUBLE, kPassCount, modelTiepoint),
+    field(tiffutils::kModelTransformationTag, TIFF_DOUBLE, kPassCount, modelTransformation),
+    field(tiffutils::kGeoKeyDirectoryTag, TIFF_SHORT, kPassCount, geoKeyDirectory),
+    field(tiffutils::kGeoDoubleParamsTag, TIFF_DOUBLE, kPassCount, geoDoubleParams),
+    field(tiffutils::kGeoAsciiParamsTag, TIFF_ASCII, 0, geoAsciiParams),
+    field(tiffutils::kRpcCoefficientTag, TIFF_DOUBLE, kPassCount, rpcCoefficient),
 }};
 
 bool registered = false;

@@ -1,12 +1,16 @@
-// Cells and structs: their elements are owning pointers, a struct's field by field within each
+// The elements of cells and structs are owning pointers, a struct's field by field within each
 // element.
+#include "runtime/containers.h"
+
 #include <algorithm>
 #include <memory>
+#include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
-#include "host/array.h"
 #include "runtime/array_record.h"
-#include "runtime/blocks.h"
+#include "runtime/memory.h"
 
 namespace tb::runtime {
 namespace {

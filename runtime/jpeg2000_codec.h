@@ -1,10 +1,7 @@
-// The codec that libtiff gets for JPEG 2000. It decodes only; registerJPEG2000Codecs and
-// unregisterJPEG2000Codecs of host/tiff_utilities.h make it known and forget it.
+// The codec that libtiff gets for JPEG 2000. It decodes only.
 #pragma once
 
 #include <tiffio.h>
-
-#include <optional>
 
 #include "runtime/codec_hooks.h"
 
@@ -16,10 +13,5 @@ int initialiseJpeg2000(TIFF* tif, int scheme) noexcept;
 
 // Says where libtiff's hooks are. Before the codec is registered.
 void setJpeg2000Places(const CodecHookPlaces& places) noexcept;
-
-// What registerJPEG2000Codecs does when nothing is registered, with the places that `find` finds;
-// where it finds none, nothing is registered and nothing is tried again before the codecs are
-// unregistered.
-void registerJpeg2000Codecs(std::optional<CodecHookPlaces> (*find)());
 
 }  // namespace tb::runtime

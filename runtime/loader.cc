@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "host/tiff_utilities.h"
-#include "runtime/messages.h"
 
 namespace tb::runtime {
 namespace {

@@ -7,35 +7,9 @@
 #include <vector>
 
 #include "host/array.h"
+#include "runtime/messages.h"
 
 namespace tb::runtime {
-
-// A message of libtiff's.
-struct Diagnostic {
-  bool warning;  // false for an error
-  std::string module;
-  std::string message;
-
-  bool operator==(const Diagnostic&) const = default;
-};
-
-// Marks this thread as being inside the module for as long as the object lives: libtiff's messages
-// are collected on the thread's error stack then and forwarded to the process's other handlers
-// elsewhere. Module does this itself; code that calls the module's functions directly does it here.
-class GatewayScope {
- public:
-  GatewayScope() noexcept;
-  ~GatewayScope();
-  GatewayScope(const GatewayScope&) = delete;
-  GatewayScope& operator=(const GatewayScope&) = delete;
-
- private:
-  bool outer_;
-};
-
-// What libtiff said on this thread since the error stack was last initialised, also what was
-// reported as warnings meanwhile.
-std::vector<Diagnostic> collectedDiagnostics();
 
 // Puts the same into `diagnostics`, and the stack is empty afterwards.
 void takeDiagnostics(std::vector<Diagnostic>& diagnostics) noexcept;

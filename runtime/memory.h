@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
 
 namespace tb::runtime {
 
@@ -29,5 +30,24 @@ std::size_t cachedBytes() noexcept;
 
 // Gives every kept block back to the system.
 void releaseCachedMemory() noexcept;
+
+inline constexpr std::size_t kSlack = 16;  // readable bytes of 0 beyond every block
+
+enum class Contents { kZero, kIndeterminate };
+
+// `bytes` at a multiple of 64, 1 KiB into a page from a page's size on, followed by kSlack bytes of
+// 0. Zeroed contents of a fresh large block cost nothing: its pages are not touched.
+// Throws std::bad_alloc, before anything is allocated, when `bytes` exceeds the memory limit.
+void* takeBlock(std::size_t bytes, Contents contents);
+
+// Takes a block back on any thread; null is ignored.
+void giveBlock(void* block) noexcept;
+
+// The product. Throws std::bad_alloc on overflow.
+inline std::size_t checkedProduct(std::size_t a, std::size_t b) {
+  std::size_t product = 0;
+  if (__builtin_mul_overflow(a, b, &product)) throw std::bad_alloc();
+  return product;
+}
 
 }  // namespace tb::runtime

@@ -2,9 +2,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
-
-#include "runtime/loader.h"
 
 namespace tb::runtime {
 
@@ -27,5 +26,32 @@ class OutsideScope {
   struct Kept;
   std::unique_ptr<Kept> kept_;
 };
+
+// A message of libtiff's.
+struct Diagnostic {
+  bool warning;  // false for an error
+  std::string module;
+  std::string message;
+
+  bool operator==(const Diagnostic&) const = default;
+};
+
+// Marks this thread as being inside the module for as long as the object lives: libtiff's messages
+// are collected on the thread's error stack then and forwarded to the process's other handlers
+// elsewhere. Module does this itself; code that calls the module's functions directly does it here.
+class GatewayScope {
+ public:
+  GatewayScope() noexcept;
+  ~GatewayScope();
+  GatewayScope(const GatewayScope&) = delete;
+  GatewayScope& operator=(const GatewayScope&) = delete;
+
+ private:
+  bool outer_;
+};
+
+// What libtiff said on this thread since the error stack was last initialised, also what was
+// reported as warnings meanwhile.
+std::vector<Diagnostic> collectedDiagnostics();
 
 }  // namespace tb::runtime

@@ -1,4 +1,5 @@
-// Text, and the memory that the module asks for itself.
+#include "runtime/text.h"
+
 #include <algorithm>
 #include <cstring>
 #include <span>
@@ -6,8 +7,6 @@
 
 #include "host/array.h"
 #include "runtime/array_record.h"
-#include "runtime/arrays.h"
-#include "runtime/blocks.h"
 #include "runtime/host_errors.h"
 #include "runtime/memory.h"
 
@@ -94,16 +93,3 @@ char* vxArrayToString(const vxArray* array) {
   text[units.size()] = '\0';
   return text;
 }
-
-bool vxIsWithinMemoryLimit(std::size_t size) noexcept { return size <= tb::runtime::memoryLimit(); }
-
-void* vxCalloc(std::size_t count, std::size_t size) {
-  return tb::runtime::takeBlock(tb::runtime::checkedProduct(count, size),
-                                tb::runtime::Contents::kZero);
-}
-
-void* vxMalloc(std::size_t size) {
-  return tb::runtime::takeBlock(size, tb::runtime::Contents::kIndeterminate);
-}
-
-void vxFree(void* memory) noexcept { tb::runtime::giveBlock(memory); }

@@ -50,8 +50,7 @@ int storeFloats(TIFF* tif, std::uint32_t tag, const std::vector<float>& values) 
   return storeField(tif, tag, values.data());
 }
 
-}  // namespace
-
+// Fills the three tables of a ColorMap, or raises as setColorMap and leaves them unchanged.
 void unpack_colormap(TIFF* tif, const vxArray* value, std::vector<std::uint16_t>& red,
                      std::vector<std::uint16_t>& green, std::vector<std::uint16_t>& blue) {
   const std::uint16_t bits =
@@ -67,6 +66,14 @@ void unpack_colormap(TIFF* tif, const vxArray* value, std::vector<std::uint16_t>
   red = colorTable(elements.subspan(0, length));
   green = colorTable(elements.subspan(length, length));
   blue = colorTable(elements.subspan(2 * length, length));
+}
+
+}  // namespace
+
+int setColorMap(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray* value) {
+  std::vector<std::uint16_t> red, green, blue;
+  unpack_colormap(tif, value, red, green, blue);
+  return storeField(tif, tag, red.data(), green.data(), blue.data());
 }
 
 int setTransferFunction(TIFF* tif, std::uint32_t tag, const std::string& tagName,

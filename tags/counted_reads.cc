@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 
 #include "core/errors.h"
 #include "core/field_guard.h"
-#include "tags/tag_number.h"
+#include "core/values.h"
 
 namespace tb {
 namespace {
@@ -37,8 +38,12 @@ vxArrayPtr rowOf(vxClassID classId, std::span<const T> values) {
 }
 
 // One record of `width` values a row.
+// Raises badMultipleTagValueRetrieved(count, tagName, width).
 template <class T>
-vxArrayPtr matrixOfRecords(std::span<const T> values, std::size_t width) {
+vxArrayPtr matrixOfRecords(std::span<const T> values, const std::string& tagName,
+                           std::size_t width) {
+  if (values.size() % width != 0)
+    raise<Tiff::badMultipleTagValueRetrieved>(values.size(), tagName, width);
   const std::size_t records = values.size() / width;
   const std::size_t dimensions[] = {records, width};
   vxArrayPtr matrix = matrix::detail::do_create_numeric(vxDOUBLE, dimensions);
@@ -55,63 +60,42 @@ void checkReadOnce(int status, std::uint32_t tag) {
   if (status == 0) raise<Tiff::unableToReadTag>(tag);
 }
 
-std::size_t floatCount(std::uint32_t tag) noexcept {
-  switch (tag) {
-    case TIFFTAG_WHITEPOINT:
-      return 2;
-    case TIFFTAG_YCBCRCOEFFICIENTS:
-      return 3;
-    case TIFFTAG_PRIMARYCHROMATICITIES:
-    case TIFFTAG_REFERENCEBLACKWHITE:
-      return 6;
-    default:
-      return 0;
-  }
-}
-
-void warnAboutCount(std::uint32_t tag, std::size_t count) {
-  if (tag == kModelPixelScaleTag && count != 3)
-    warn(Warning::wrongSizedTagRetrieval, 3, "ModelPixelScaleTag", count);
-  if (tag == kModelTransformationTag && count != 16)
-    warn(Warning::wrongSizedTagRetrieval, 16, "ModelTransformationTag", count);
-  // The RPC tag warns with the other identifier and the count first; the host's catalog relies on
-  // this order.
-  if (tag == kRpcCoefficientTag && count != 92)
-    warn(Warning::badMultipleTagValueRetrieved, count, "RPCCoefficientTag", 92);
-}
-
 }  // namespace
 
-vxArrayPtr retrieveCountpVoidpp(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
+vxArrayPtr retrieveCountpVoidpp(TIFF* tif, std::uint32_t tag, const std::string& tagName,
+                                vxClassID classId) {
   const auto bytes = fetchCounted<std::uint32_t, std::uint8_t>(tif, tag, tagName).values;
-  if (tag == TIFFTAG_XMLPACKET) return rowOf<std::uint8_t, char16_t>(vxCHAR, bytes);
-  return rowOf(vxUINT8, bytes);
+  if (classId == vxCHAR) return rowOf<std::uint8_t, char16_t>(classId, bytes);
+  return rowOf(classId, bytes);
 }
 
-vxArrayPtr retrieveFloatpp(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
+vxArrayPtr retrieveFloatpp(TIFF* tif, std::uint32_t tag, const std::string& tagName,
+                           std::size_t count) {
   const float* values = nullptr;
   check_field_status(fetchField(tif, tag, &values), tagName);
-  const std::size_t count = floatCount(tag);
-  if (count == 0) return nullptr;
   return doubleRow(std::span(values, values != nullptr ? count : 0));
 }
 
-vxArrayPtr retrieveCountpDoublepp(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
+vxArrayPtr retrieveCountpDoublepp(TIFF* tif, std::uint32_t tag, const std::string& tagName,
+                                  std::size_t expected, WrongCount wrong) {
   const auto values = fetchCounted<std::uint16_t, double>(tif, tag, tagName).values;
-  if (tag == kModelTiepointTag) {
-    if (values.size() % 6 != 0)
-      raise<Tiff::badMultipleTagValueRetrieved>(values.size(), "ModelTiepointTag", 6);
-    return matrixOfRecords(values, 6);
-  }
-  warnAboutCount(tag, values.size());
+  const std::size_t count = values.size();
+  if (wrong == WrongCount::warns && count != expected)
+    warn(Warning::wrongSizedTagRetrieval, expected, tagName, count);
+  // The RPC tag warns with the other identifier and the count first; the host's catalog relies on
+  // this order.
+  if (wrong == WrongCount::warnsCountFirst && count != expected)
+    warn(Warning::badMultipleTagValueRetrieved, count, tagName, expected);
   return doubleRow(values);
+}
+
+vxArrayPtr retrieveTiepoints(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
+  return matrixOfRecords(fetchCounted<std::uint16_t, double>(tif, tag, tagName).values, tagName, 6);
 }
 
 vxArrayPtr retrieveGeoKeyDirectory(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
   const auto [status, keys] = fetchCounted<std::uint16_t, std::uint16_t>(tif, tag, tagName);
-  if (keys.size() % 4 != 0)
-    raise<Tiff::badMultipleTagValueRetrieved>(keys.size(), "GeoKeyDirectoryTag", 4);
-  vxArrayPtr matrix = matrixOfRecords(keys, 4);
+  vxArrayPtr matrix = matrixOfRecords(keys, tagName, 4);
   checkReadOnce(status, tag);
   return matrix;
 }

@@ -5,39 +5,38 @@
 // when the tag is absent. A count without values, which a file with an empty tag leads to, is 0.
 #pragma once
 
-#include <tiffio.h>
+#include <cstddef>
 
-#include <cstdint>
-#include <span>
-#include <string>
-
-#include "core/values.h"
-#include "host/array.h"
+#include "tags/tag_table.h"
 
 namespace tb {
 
-// XMLPacket as a char row of its bytes, undecoded; RichTIFFIPTC, Photoshop and ICC Profile as a
-// uint8 row.
-vxArrayPtr retrieveCountpVoidpp(TIFF* tif, std::uint32_t tag, const std::string& tagName);
+// The bytes as a row of this class: vxCHAR, one character a byte, undecoded, or vxUINT8.
+TagReaderWith<vxClassID> retrieveCountpVoidpp;
 
-// WhitePoint (2 values), PrimaryChromaticities (6), YCbCrCoefficients (3) and ReferenceBlackWhite
-// (6) as a double row. Null for any other tag.
-vxArrayPtr retrieveFloatpp(TIFF* tif, std::uint32_t tag, const std::string& tagName);
+// So many floats as a double row: the length is the tag's, libtiff gives none.
+TagReaderWith<std::size_t> retrieveFloatpp;
 
-// ModelTiepointTag as a matrix with one tie point a row, and the other GeoTIFF and RPC tags of
-// doubles as a row.
-// Raises badMultipleTagValueRetrieved(count, "ModelTiepointTag", 6). Warns, and goes on, with
-// wrongSizedTagRetrieval(expected, tagName, count) for ModelPixelScaleTag and
-// ModelTransformationTag, with badMultipleTagValueRetrieved(count, tagName, expected) for
-// RPCCoefficientTag.
-vxArrayPtr retrieveCountpDoublepp(TIFF* tif, std::uint32_t tag, const std::string& tagName);
+// What becomes of a tag of doubles that has another number of them than it should.
+enum class WrongCount {
+  passes,
+  warns,            // wrongSizedTagRetrieval(expected, tagName, count)
+  warnsCountFirst,  // badMultipleTagValueRetrieved(count, tagName, expected)
+};
+
+// The doubles as a row, whatever their number.
+TagReaderWith<std::size_t, WrongCount> retrieveCountpDoublepp;
+
+// ModelTiepointTag as a matrix with one tie point a row.
+// Raises badMultipleTagValueRetrieved(count, tagName, 6).
+TagReader retrieveTiepoints;
 
 // GeoKeyDirectoryTag as a matrix with one key entry a row.
-// Raises badMultipleTagValueRetrieved(count, "GeoKeyDirectoryTag", 4), then unableToReadTag(tag).
-vxArrayPtr retrieveGeoKeyDirectory(TIFF* tif, std::uint32_t tag, const std::string& tagName);
+// Raises badMultipleTagValueRetrieved(count, tagName, 4), then unableToReadTag(tag).
+TagReader retrieveGeoKeyDirectory;
 
 // ExtraSamples as a double row, SubIFD as a uint64 row. Raise unableToReadTag(tag).
-vxArrayPtr retrieveExtraSamples(TIFF* tif, std::uint32_t tag, const std::string& tagName);
-vxArrayPtr retrieveSubIfd(TIFF* tif, std::uint32_t tag, const std::string& tagName);
+TagReader retrieveExtraSamples;
+TagReader retrieveSubIfd;
 
 }  // namespace tb

@@ -40,7 +40,8 @@ int setNumberOfInks(TIFF* tif, std::uint32_t tag, const std::string& tagName,
   return storeField(tif, tag, inks);
 }
 
-int setInkNames(TIFF* tif, std::uint32_t tag, const vxArray* value) {
+int setInkNames(TIFF* tif, std::uint32_t tag, const std::string& tagName, const vxArray* value) {
+  checkForSeparatedPhotometricInterpretation(tif, tag, tagName);
   if (vxGetClassID(value) != vxCELL) raise<Tiff::notCellString>("InkNames");
   std::uint16_t inks = 0;
   (void)TIFFGetFieldDefaulted(tif, TIFFTAG_NUMBEROFINKS, &inks);

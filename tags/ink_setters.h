@@ -1,13 +1,7 @@
-// Setters of the ink tags, which only go with separated images. They return the status of the
-// store, 0 when libtiff refuses the value; a failed check stores nothing.
+// Setters of the ink tags, which only go with separated images.
 #pragma once
 
-#include <tiffio.h>
-
-#include <cstdint>
-#include <string>
-
-#include "host/array.h"
+#include "tags/tag_table.h"
 
 namespace tb {
 
@@ -16,11 +10,12 @@ namespace tb {
 // Raises as checkForSeparatedPhotometricInterpretation and unpackTagScalar, then
 // tagRetrievalBeforeWriteFailed("SamplesPerPixel", "NumberOfInks"),
 // invalidNumberOfInksValue(value, SamplesPerPixel, number of ExtraSamples).
-int setNumberOfInks(TIFF* tif, std::uint32_t tag, const std::string& tagName, const vxArray* value);
+TagSetter setNumberOfInks;
 
-// A cell of NumberOfInks texts; the caller has checked that the image is separated.
-// Raises notCellString("InkNames") for a value that is no cell,
-// badNumberOfInkNames(NumberOfInks), notCellString("InkNames") for a cell that is no text.
-int setInkNames(TIFF* tif, std::uint32_t tag, const vxArray* value);
+// A cell of NumberOfInks texts.
+// Raises as checkForSeparatedPhotometricInterpretation, then notCellString("InkNames") for a value
+// that is no cell, badNumberOfInkNames(NumberOfInks), notCellString("InkNames") for a cell that is
+// no text.
+TagSetter setInkNames;
 
 }  // namespace tb

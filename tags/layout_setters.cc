@@ -149,4 +149,13 @@ int setSgiLogDataFmt(TIFF* tif, std::uint32_t tag, const std::string& tagName,
   return status;
 }
 
+int setExtraSamples(TIFF* tif, std::uint32_t tag, const std::string& tagName,
+                    const vxArray* value) {
+  // libtiff corrects the values where they lie: they must be a copy of the host's.
+  auto kinds = unpackTagArray<std::uint16_t>(value, tag, tagName);
+  if (kinds.size() > largestCount(CountWidth::bits16)) return 0;
+  return storeField<CountWidth::bits16>(tif, tag, static_cast<std::uint32_t>(kinds.size()),
+                                        kinds.data());
+}
+
 }  // namespace tb

@@ -1,9 +1,6 @@
 // Writers of the tags that stand alone: a number, a pair, text or an array of a fixed length. They
-// are templates, so that a row of the setField table picks one with its type, count and the name
-// that its message carries.
-//
-// They return the status of the store, 0 when libtiff refuses the value; a failed check, which
-// raises as the converters do, stores nothing.
+// are templates, so that a row of the table picks one with its type, count and the name
+// that its message carries. Their checks raise as the converters do.
 #pragma once
 
 #include <tiffio.h>

@@ -41,10 +41,10 @@ vxArrayPtr matrixOfCurves(std::size_t rows, std::span<const Curve> curves, doubl
   return matrix;
 }
 
-// Raises when the tag belongs to the other layout; returns the number of strips or tiles. libtiff
-// counts those of every plane already, so that there is nothing to multiply.
-std::uint32_t blockCountForTag(TIFF* tif, std::uint32_t tag) {
-  if (tag == TIFFTAG_STRIPOFFSETS || tag == TIFFTAG_STRIPBYTECOUNTS) {
+// Raises when the image has the other kind of blocks; returns the number of them. libtiff counts
+// those of every plane already, so that there is nothing to multiply.
+std::uint32_t countBlocks(TIFF* tif, BlockKind kind) {
+  if (kind == BlockKind::strip) {
     if (TIFFIsTiled(tif)) raise<Tiff::strippedOperationOnTiledImage>();
     return TIFFNumberOfStrips(tif);
   }
@@ -54,59 +54,57 @@ std::uint32_t blockCountForTag(TIFF* tif, std::uint32_t tag) {
 
 }  // namespace
 
-vxArrayPtr retrieveColorMap(TIFF* tif) {
+vxArrayPtr retrieveColorMap(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
   const std::uint16_t bitsPerSample = defaultedShort(tif, TIFFTAG_BITSPERSAMPLE);
   Curve colors[3] = {};
-  if (!fetchField(tif, TIFFTAG_COLORMAP, &colors[0], &colors[1], &colors[2]))
-    raise<Tiff::tagRetrievalFailed>("ColorMap");
+  if (!fetchField(tif, tag, &colors[0], &colors[1], &colors[2]))
+    raise<Tiff::tagRetrievalFailed>(tagName);
   return matrixOfCurves(curveLength(bitsPerSample), colors, 65535.0);
 }
 
-vxArrayPtr retrieveTransferFunction(TIFF* tif) {
+vxArrayPtr retrieveTransferFunction(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
   const std::uint16_t bitsPerSample = defaultedShort(tif, TIFFTAG_BITSPERSAMPLE);
   const std::uint16_t samplesPerPixel = defaultedShort(tif, TIFFTAG_SAMPLESPERPIXEL);
   if (samplesPerPixel != 1 && samplesPerPixel != 3)
     raise<Tiff::badTransferFunctionSppCombination>(samplesPerPixel);
 
   Curve curves[3] = {};
-  if (!fetchField(tif, TIFFTAG_TRANSFERFUNCTION, &curves[0], &curves[1], &curves[2]))
-    raise<Tiff::tagRetrievalFailed>("TransferFunction");
+  if (!fetchField(tif, tag, &curves[0], &curves[1], &curves[2]))
+    raise<Tiff::tagRetrievalFailed>(tagName);
   const std::size_t length = curveLength(bitsPerSample);
   if (samplesPerPixel == 3) return matrixOfCurves(length, curves, 1.0);
   // A single curve is a row where three are columns: callers tell the two by the shape.
   return doubleRow(std::span(curves[0], curves[0] != nullptr ? length : 0));
 }
 
-vxArrayPtr retrievePerTilePerStrip(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
-  const std::uint32_t count = blockCountForTag(tif, tag);
+vxArrayPtr retrievePerTilePerStrip(TIFF* tif, std::uint32_t tag, const std::string& tagName,
+                                   BlockKind kind, BlockNumber* numberOf) {
+  const std::uint32_t count = countBlocks(tif, kind);
   const std::uint64_t* values = nullptr;
   check_field_status(fetchField(tif, tag, &values), tagName);
 
   // libtiff's array can be shorter than the count, since ImageLength and RowsPerStrip may have
-  // changed after it was made; these two functions know its length.
-  const bool offsets = tag == TIFFTAG_STRIPOFFSETS || tag == TIFFTAG_TILEOFFSETS;
-  const auto valueOf = offsets ? TIFFGetStrileOffsetWithErr : TIFFGetStrileByteCountWithErr;
+  // changed after it was made; libtiff's functions for one block know its length.
   const std::size_t dimensions[] = {1, count};
   vxArrayPtr row = matrix::detail::do_create_numeric(vxUINT64, dimensions);
   auto* elements = static_cast<std::uint64_t*>(vxGetWritableData(row.get()));
   for (std::uint32_t block = 0; block < count; ++block) {
     int failed = 0;
-    const std::uint64_t value = valueOf(tif, block, &failed);
+    const std::uint64_t value = numberOf(tif, block, &failed);
     if (failed) break;
     elements[block] = value;
   }
   return row;
 }
 
-vxArrayPtr retrieveInkNames(TIFF* tif) {
+vxArrayPtr retrieveInkNames(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
   const std::uint16_t count = defaultedShort(tif, TIFFTAG_NUMBEROFINKS);
   const std::size_t dimensions[] = {1, count};
   vxArrayPtr cell = matrix::detail::do_create_cell(dimensions);
   // InkNames is the one tag with a count to store but none to fetch; that makes NumberOfInks, which
   // libtiff keeps equal to the number of names, the only bound of the walk.
   const char* names = nullptr;
-  if (!fetchField<CountWidth::bits16>(tif, TIFFTAG_INKNAMES, &names))
-    raise<Tiff::tagRetrievalFailed>("InkNames");
+  if (!fetchField<CountWidth::bits16>(tif, tag, &names)) raise<Tiff::tagRetrievalFailed>(tagName);
   for (std::size_t ink = 0; names != nullptr && ink < count; ++ink) {
     const std::string_view name(names);
     vxSetCell(cell.get(), ink, matrix::create(name).release());
@@ -115,8 +113,8 @@ vxArrayPtr retrieveInkNames(TIFF* tif) {
   return cell;
 }
 
-vxArrayPtr retrievePlanarConfiguration(TIFF* tif) {
-  return doubleScalar(defaultedShort(tif, TIFFTAG_PLANARCONFIG));
+vxArrayPtr retrievePlanarConfiguration(TIFF* tif, std::uint32_t tag, const std::string&) {
+  return doubleScalar(defaultedShort(tif, tag));
 }
 
 }  // namespace tb

@@ -11,6 +11,9 @@
 namespace tb {
 namespace {
 
+// DateTime's length in a file, without its NUL: YYYY:MM:DD HH:MM:SS.
+constexpr std::size_t kDateTimeLength = 19;
+
 using SampleConverter = double (*)(const vxArray*, std::uint32_t, const std::string&);
 
 template <class T>
@@ -60,15 +63,16 @@ int setSSampleValue(TIFF* tif, std::uint32_t tag, const std::string& tagName,
       requiredBeforeWrite(tif, TIFFTAG_SAMPLEFORMAT, "SampleFormat", tagName);
   const std::uint16_t bits =
       requiredBeforeWrite(tif, TIFFTAG_BITSPERSAMPLE, "BitsPerSample", tagName);
-  return storeField(tif, tag, sampleValue(value, tag, tagName, format, bits));
+  (void)storeField(tif, tag, sampleValue(value, tag, tagName, format, bits));
+  return 1;
 }
 
 int setUninterpretedByteType(TIFF* tif, std::uint32_t tag, const std::string& tagName,
-                             const vxArray* value) {
+                             const vxArray* value, std::uint32_t least) {
   if (vxGetClassID(value) != vxUINT8) raise<Tiff::badUninterpretedTagType>(tagName);
   const auto count =
       convertNumber<std::uint32_t>(static_cast<double>(vxGetNumberOfElements(value)));
-  if (tag == TIFFTAG_PHOTOSHOP && count < 7) raise<Tiff::lengthTooShort>("Photoshop", 7);
+  if (count < least) raise<Tiff::lengthTooShort>(tagName, least);
   const auto* bytes = static_cast<const std::uint8_t*>(vxGetData(value));
   return storeArray<CountWidth::bits32>(tif, tag, std::span(bytes, count));
 }
@@ -80,6 +84,23 @@ int setXmlPacket(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray
   std::string text = matrix::get_string(value);
   text.resize(count);  // libtiff reads as many bytes as it is told, whatever the host delivers
   return storeArray<CountWidth::bits32>(tif, tag, std::span<const char>(text));
+}
+
+int setDateTime(TIFF* tif, std::uint32_t tag, const std::string& tagName, const vxArray* value) {
+  std::string text = unpack_string(value, tag, tagName);
+  if (text.size() > kDateTimeLength) raise<Tiff::dateTimeTooLong>();
+  text.resize(kDateTimeLength, ' ');
+  return storeField(tif, tag, text.c_str());
+}
+
+int setSubIfd(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray* value) {
+  const vxClassID classId = vxGetClassID(value);
+  if (classId == vxCELL || classId == vxSTRUCT || classId == vxCHAR) {
+    raise<validate::argumentOutOfBounds>();
+  }
+  const auto count = convertNumber<std::uint16_t>(vxGetScalar(value));
+  const std::vector<std::uint64_t> offsets(count);
+  return storeField<CountWidth::bits16>(tif, tag, count, offsets.data());
 }
 
 }  // namespace tb

@@ -2,8 +2,7 @@
 #include <iostream>
 #include <string>
 
-#include "tags/tag_names.h"
-#include "tags/tag_rows.h"
+#include "tags/tag_table.h"
 
 namespace tb {
 namespace {
@@ -56,18 +55,16 @@ constexpr const char* kFoot = R"(
 - NumberOfInks follows the number of InkNames. A ZIPQuality that is refused is kept all the same.
 )";
 
-std::string returned(std::uint32_t tag) {
-  const ReadRow* row = findRow(readRows(), tag);
-  if (row == nullptr) return "refused: `unhandledTagId`";
-  return row->kind.result != nullptr ? row->kind.result : "refused: `unsupportedTag`";
+std::string returned(const ReadKind& reading) {
+  if (reading.read == nullptr) return "refused: `unhandledTagId`";
+  return reading.result != nullptr ? reading.result : "refused: `unsupportedTag`";
 }
 
 // The two last columns.
-std::string accepted(std::uint32_t tag) {
-  const WriteRow* row = findRow(writeRows(), tag);
-  if (row == nullptr) return "refused: `unrecognizedTagNumber` | ";
-  if (row->kind.accepted == nullptr) return "refused: `unsupportedTag` | ";
-  return std::string(row->kind.accepted) + " | " + row->kind.checks;
+std::string accepted(const WriteKind& writing) {
+  if (writing.write == nullptr) return "refused: `unrecognizedTagNumber` | ";
+  if (writing.accepted == nullptr) return "refused: `unsupportedTag` | ";
+  return std::string(writing.accepted) + " | " + writing.checks;
 }
 
 }  // namespace
@@ -75,8 +72,8 @@ std::string accepted(std::uint32_t tag) {
 
 int main() {
   std::cout << tb::kHead;
-  for (const auto& [tag, name] : tb::allTagNames())
-    std::cout << "| " << tag << " | " << name << " | " << tb::returned(tag) << " | "
-              << tb::accepted(tag) << " |\n";
+  for (const tb::TagRow& row : tb::tagTable())
+    std::cout << "| " << row.tag << " | " << row.name << " | " << tb::returned(row.reading) << " | "
+              << tb::accepted(row.writing) << " |\n";
   std::cout << tb::kFoot;
 }

@@ -1,12 +1,12 @@
 // Prints the Python module of tags: a row for each tag that getField or setField serves, from the
 // tables by which they work.
+#include "tags/tag_table.h"
+
+#include <algorithm>
 #include <array>
 #include <iostream>
 #include <string_view>
 #include <utility>
-
-#include "tags/tag_names.h"
-#include "tags/tag_rows.h"
 
 namespace tb {
 namespace {
@@ -39,17 +39,10 @@ constexpr std::array<std::pair<ValueKind, std::string_view>, 11> kWords = {{
     {ValueKind::refused, ""},
 }};
 
-std::string_view valueWords(std::uint32_t tag) {
-  const ReadRow* row = findRow(readRows(), tag);
-  const ValueKind kind = row == nullptr ? ValueKind::refused : row->kind.kind;
+std::string_view valueWords(ValueKind kind) {
   const auto found =
       std::ranges::find(kWords, kind, &std::pair<ValueKind, std::string_view>::first);
   return found == kWords.end() ? std::string_view() : found->second;
-}
-
-bool isWritable(std::uint32_t tag) {
-  const WriteRow* row = findRow(writeRows(), tag);
-  return row != nullptr && row->kind.accepted != nullptr;
 }
 
 }  // namespace
@@ -57,9 +50,10 @@ bool isWritable(std::uint32_t tag) {
 
 int main() {
   std::cout << tb::kHead;
-  for (const auto& [tag, name] : tb::allTagNames()) {
-    std::cout << "    (" << tag << ", \"" << name << "\", \"" << tb::valueWords(tag) << "\", "
-              << (tb::isWritable(tag) ? "True" : "False") << "),\n";
+  for (const tb::TagRow& row : tb::tagTable()) {
+    std::cout << "    (" << row.tag << ", \"" << row.name << "\", \""
+              << tb::valueWords(row.reading.kind) << "\", "
+              << (row.writing.accepted != nullptr ? "True" : "False") << "),\n";
   }
   std::cout << ")\n";
 }

@@ -10,7 +10,7 @@
 #include "gateway/cleanup.h"
 #include "host/tiff_utilities.h"
 #include "runtime/codec_hooks.h"
-#include "runtime/jpeg2000_codec.h"
+#include "runtime/codec_registration.h"
 #include "tests/support/codestreams.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/scene.h"

@@ -9,7 +9,7 @@
 #include <cstddef>
 
 #include "host/tiff_utilities.h"
-#include "runtime/jpeg2000_codec.h"
+#include "runtime/codec_registration.h"
 #include "tests/support/codestreams.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/tiff_files.h"

@@ -1,4 +1,6 @@
 // Text between bytes and char arrays.
+#include "runtime/text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -6,7 +8,6 @@
 #include <string>
 
 #include "host/array.h"
-#include "runtime/arrays.h"
 #include "runtime/host_errors.h"
 #include "runtime/reporting.h"
 #include "tests/support/arrays.h"

@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "tags/tag_rows.h"
+#include "tags/tag_table.h"
 #include "tests/support/temporary_folder.h"
 
 namespace tb::test {
@@ -33,7 +33,8 @@ Answer answerFor(const Input& file, std::uint32_t tag) {
 
 std::map<std::uint32_t, Answer> directoryOf(const Input& file) {
   std::map<std::uint32_t, Answer> answers;
-  for (const ReadRow& row : readRows()) answers[row.tag] = answerFor(file, row.tag);
+  for (const TagRow& row : tagTable())
+    if (row.reading.read != nullptr) answers[row.tag] = answerFor(file, row.tag);
   return answers;
 }
 

@@ -5,7 +5,6 @@
 #include <bit>
 #include <numeric>
 
-#include "tags/counted_reads.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/tag_files.h"
 #include "tests/support/temporary_folder.h"
@@ -297,13 +296,6 @@ TEST_F(StructuredReads, FloatTagsOfAnotherLengthAreAbsent) {
   replaceEntry(entries, {TIFFTAG_WHITEPOINT, TIFF_FLOAT, {bits(0.25F), bits(0.5F), bits(9), 0}});
   const Input file = openRaw(entries);
   expectError<Tiff::tagRetrievalFailed>({"WhitePoint"}, [&] { call("getField", file, 318); });
-}
-
-TEST(RetrieveFloatpp, ReturnsNothingForTagsOfOtherTypes) {
-  const TemporaryFolder folder;
-  writeTiff(folder / "a.tif", {{.more = stores(270, "text")}});
-  const OpenedFile file(folder / "a.tif", "r");
-  EXPECT_EQ(retrieveFloatpp(file.handle(), 270, "ImageDescription"), nullptr);
 }
 
 }  // namespace

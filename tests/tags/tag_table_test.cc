@@ -1,5 +1,5 @@
-// The names of tags.
-#include "tags/tag_names.h"
+// The table of tags, and their names in it.
+#include "tags/tag_table.h"
 
 #include <gtest/gtest.h>
 
@@ -30,13 +30,13 @@ INSTANTIATE_TEST_SUITE_P(
                     Named{65538, "JPEGColorMode"}, Named{65560, "SGILogDataFmt"}),
     [](const auto& test) { return "Tag" + std::to_string(test.param.tag); });
 
-TEST(TagNameTable, HasEachNumberOnceThoughTheListRepeatsOne) {
-  const auto names = allTagNames();
-  EXPECT_EQ(names.size(), 103U);
-  EXPECT_TRUE(std::ranges::is_sorted(names, std::ranges::less_equal{}, &TagName::tag));
+TEST(TagTable, HasEachNumberOnceThoughTheListRepeatsOne) {
+  const auto rows = tagTable();
+  EXPECT_EQ(rows.size(), 103U);
+  EXPECT_TRUE(std::ranges::is_sorted(rows, std::ranges::less_equal{}, &TagRow::tag));
 }
 
-TEST(TagNameTable, MakesNoNameUp) {
+TEST(TagTable, MakesNoNameUp) {
   for (const std::uint32_t tag : {0U, 253U, 260U, 701U, 65536U, 0xFFFFFFFFU}) {
     clearRecord();
     expectError<Tiff::unrecognizedTagNumber>({tag}, [tag] { tag_num_to_tag_name(nullptr, tag); });

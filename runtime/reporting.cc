@@ -1,14 +1,13 @@
 // Message identifiers and exceptions, and the way from the module to the installed sinks. The
 // members that every user of host/errors.h links against are defined here, once in the process, so
 // that an exception of the module is caught by its type outside.
-#include "host/errors.h"
+#include "runtime/reporting.h"
 
 #include <fmt/format.h>
 
 #include <cstdio>
 
 #include "runtime/catalog.h"
-#include "runtime/reporting.h"
 
 namespace resource_core {
 

@@ -9,7 +9,7 @@
 // A copy is several times slower on common processors when its destination lies a few bytes past
 // its source's offset in the page, and TIFF data tends to start a few bytes into a mapped page.
 // Blocks of a page and more therefore start 1 KiB into one.
-#include "runtime/blocks.h"
+#include "runtime/memory.h"
 
 #include <unistd.h>
 
@@ -23,9 +23,9 @@
 #include <mutex>
 #include <new>
 
+#include "host/array.h"
 #include "runtime/cells.h"
 #include "runtime/fork.h"
-#include "runtime/memory.h"
 #include "runtime/sanitizer.h"
 #include "runtime/system_memory.h"
 
@@ -230,3 +230,16 @@ void releaseCachedMemory() noexcept {
 }
 
 }  // namespace tb::runtime
+
+bool vxIsWithinMemoryLimit(std::size_t size) noexcept { return size <= tb::runtime::memoryLimit(); }
+
+void* vxCalloc(std::size_t count, std::size_t size) {
+  return tb::runtime::takeBlock(tb::runtime::checkedProduct(count, size),
+                                tb::runtime::Contents::kZero);
+}
+
+void* vxMalloc(std::size_t size) {
+  return tb::runtime::takeBlock(size, tb::runtime::Contents::kIndeterminate);
+}
+
+void vxFree(void* memory) noexcept { tb::runtime::giveBlock(memory); }
