@@ -65,7 +65,7 @@ HWY_INLINE void TransposeSquares(const Panel& panel) {
         else
           TransposeSquare<T>(panel.in, panel.out, line, element);
       } else {
-        TransposePatchs<kLines, T>(
+        TransposePatches<kLines, T>(
             panel.in, panel.out,
             {std::min(line, panel.lines - kLines), std::min(endLine, panel.lines)},
             {std::min(element, panel.elements - kElements), std::min(endElement, panel.elements)});
@@ -81,7 +81,7 @@ void TransposePanel(const Panel& panel) {
   else if (panel.lines >= kPatchLines<T>)
     TransposeSquares<T>(panel);
   else
-    TransposePatchs<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
+    TransposePatches<kElements, T>(panel.in, panel.out, {0, panel.lines}, {0, panel.elements});
 }
 
 #endif

@@ -75,8 +75,8 @@ HWY_INLINE void TransposePatch(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT ou
 
 // Transposes part of a panel that is at least a patch.
 template <std::size_t kLines, class T>
-HWY_INLINE void TransposePatchs(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
-                                Range elements) {
+HWY_INLINE void TransposePatches(InLines HWY_RESTRICT in, OutLines HWY_RESTRICT out, Range lines,
+                                 Range elements) {
   constexpr std::size_t kElements = kPatchElements<T>;
   for (std::size_t element = elements.begin; element < elements.end; element += kElements)
     for (std::size_t line = lines.begin; line < lines.end; line += kLines) {
