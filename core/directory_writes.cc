@@ -302,17 +302,15 @@ void warnAboutEdits(TIFF* tif) noexcept {
 
 }  // namespace
 
-void closeFile(TIFF* tif) noexcept {
+void storeEdits(TIFF* tif) noexcept {
   const OpenFile* file = findOpenFile(tif);
-  if (file != nullptr && file->isOpenedHere) {
-    try {
-      if (!writeEdits(tif, *file)) warnAboutEdits(tif);
-    } catch (...) {
-      warnAboutEdits(tif);
-    }
-    (void)TIFFSetMode(tif, O_RDONLY);  // nothing more is written
+  if (file == nullptr || !file->isOpenedHere) return;
+  try {
+    if (!writeEdits(tif, *file)) warnAboutEdits(tif);
+  } catch (...) {
+    warnAboutEdits(tif);
   }
-  TIFFClose(tif);
+  (void)TIFFSetMode(tif, O_RDONLY);  // nothing more is written
 }
 
 }  // namespace tb

@@ -15,9 +15,9 @@ bool writeDirectory(TIFF* tif);
 // A directory outside the main chain, which libtiff would look for in vain, is refused.
 bool rewriteDirectory(TIFF* tif);
 
-// TIFFClose, which writes what was stored since the directory was loaded or begun. When that is
-// impossible the file stays as it was, and the warning directoryNotWritten says so. A file that was
-// only looked at is left as it is.
-void closeFile(TIFF* tif) noexcept;
+// What comes before TIFFClose: writes what was stored since the directory was loaded or begun. When
+// that is impossible the file stays as it was, and the warning directoryNotWritten says so. A file
+// that was only looked at is left as it is.
+void storeEdits(TIFF* tif) noexcept;
 
 }  // namespace tb

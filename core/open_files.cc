@@ -4,18 +4,23 @@
 
 #include <cstdint>
 #include <cstring>
-#include <map>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 #include "core/errors.h"
+#include "core/registry.h"
+#include "core/turns.h"
 #include "core/values.h"
 
 namespace tb {
+
+FileRegistry OpenFileRegistry;
+
 namespace {
 
-// Owns the records, not the handles. Those that TagBridgeCleanup closed stay, but whoever still
-// holds their identifier must not reach freed memory.
-std::map<TIFF*, OpenFile> OpenFileRegistry;
+// Records that were taken out while it was somebody's turn on them.
+std::multimap<TIFF*, std::unique_ptr<RegisteredFile>> departed;
 
 TIFF* requireOpen(TIFF* tif) {
   const OpenFile* file = findOpenFile(tif);
@@ -46,20 +51,45 @@ TIFF* unpackTiffFileId(const vxArray* fileId, s_tagbridge_op* op) {
   return op->opcode == kCloseOpcode ? tif : requireOpen(tif);
 }
 
+void unregister(FileRegistry::iterator place) noexcept {
+  RegisteredFile& file = *place->second;
+  file.isRegistered.store(false, std::memory_order_relaxed);
+  departed.insert(OpenFileRegistry.extract(place));
+  file.freed.tell();
+  releaseIfUnused(file);
+}
+
+void releaseIfUnused(RegisteredFile& file) noexcept {
+  if (file.isRegistered || file.depth > 0 || file.freed.isAwaited()) return;
+  std::erase_if(departed, [&](const auto& entry) { return entry.second.get() == &file; });
+}
+
 void TiffAtExitRegister(TIFF* tif) {
-  OpenFile& file = OpenFileRegistry[tif];
-  if (file.closedByCleanup) file = {};
+  const std::lock_guard lock(registryLock);
+  auto& file = OpenFileRegistry[tif];
+  if (file == nullptr) file = std::make_unique<RegisteredFile>();
+  if (file->known.closedByCleanup) file->known = {};
 }
 
 void registerOpenedFile(TIFF* tif) {
-  OpenFile file;
-  file.isOpenedHere = true;
-  OpenFileRegistry.insert_or_assign(tif, std::move(file));
+  auto file = std::make_unique<RegisteredFile>();
+  file->known.isOpenedHere = true;
+  const std::lock_guard lock(registryLock);
+  const auto former = OpenFileRegistry.find(tif);
+  if (former != OpenFileRegistry.end()) unregister(former);
+  OpenFileRegistry.emplace(tif, std::move(file));
 }
 
-void TiffAtExitUnregister(TIFF* tif) { OpenFileRegistry.erase(tif); }
+void TiffAtExitUnregister(TIFF* tif) {
+  const std::lock_guard lock(registryLock);
+  const auto place = OpenFileRegistry.find(tif);
+  if (place != OpenFileRegistry.end()) unregister(place);
+}
 
-bool TiffFilePointerIsInvalid(TIFF* tif) { return !OpenFileRegistry.contains(tif); }
+bool TiffFilePointerIsInvalid(TIFF* tif) {
+  const std::lock_guard lock(registryLock);
+  return !OpenFileRegistry.contains(tif);
+}
 
 void OpenFile::forgetDirectory() noexcept {
   edited = tagsEdited = hasFailed = hasNewPlaces = isSubDirectory = coderUsed = false;
@@ -70,11 +100,15 @@ void OpenFile::forgetDirectory() noexcept {
 }
 
 OpenFile* findOpenFile(TIFF* tif) noexcept {
+  const OwnTurn turn = ownTurn(tif);
+  if (turn.isMine) return turn.file;
+  const std::lock_guard lock(registryLock);
   const auto found = OpenFileRegistry.find(tif);
-  return found != OpenFileRegistry.end() ? &found->second : nullptr;
+  return found != OpenFileRegistry.end() ? &found->second->known : nullptr;
 }
 
 std::vector<TIFF*> registeredFiles() {
+  const std::lock_guard lock(registryLock);
   std::vector<TIFF*> files;
   for (const auto& [tif, file] : OpenFileRegistry) files.push_back(tif);
   return files;

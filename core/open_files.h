@@ -2,8 +2,9 @@
 //
 // A file identifier is a 1-by-1 "uint64" array that holds the address of libtiff's handle. The
 // registry is the ordered map of handles that the module opened; identifiers are checked against
-// it, so that a stale or forged one is never dereferenced. Nothing here locks: the host serialises
-// the calls. The exported functions let other code of the host share the registry.
+// it, so that a stale or forged one is never dereferenced. A lock of its own guards the registry;
+// what is known of a file belongs to the thread whose turn it is on it (core/turns.h). The exported
+// functions let other code of the host share the registry.
 #pragma once
 
 #include <tiffio.h>
@@ -88,7 +89,8 @@ struct OpenFile {
 // Inserts a handle that "open" opened.
 void registerOpenedFile(TIFF* tif);
 
-// The record of a registered handle; null for any other.
+// The record of a registered handle; null for any other. It lives for as long as the caller has its
+// turn on the file, or until the handle is unregistered.
 OpenFile* findOpenFile(TIFF* tif) noexcept;
 
 // The registered handles, ascending by address.

@@ -6,6 +6,7 @@
 #include "core/errors.h"
 #include "core/geo_tags.h"
 #include "core/open_files.h"
+#include "core/turns.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {
@@ -27,7 +28,8 @@ void closeAllRegisteredFiles() {
     if (file == nullptr || file->closedByCleanup) continue;
     file->closedByCleanup = true;
     warnAboutOpenFile(tif);
-    closeFile(tif);
+    storeEdits(tif);
+    TIFFClose(tif);
   }
 }
 
@@ -35,6 +37,7 @@ void closeAllRegisteredFiles() {
 }  // namespace tb
 
 void TagBridgeCleanup() {
+  const tb::CleanupTurn turn;
   tb::closeAllRegisteredFiles();
   tb::unregisterGeoTags();
   unregisterJPEG2000Codecs();

@@ -1,6 +1,6 @@
-// The module's one entry. Every call names an operation, is looked up in the operation table, and
-// runs between the installation of the host's libtiff handlers and the report of what they
-// collected.
+// The module's one entry. Every call waits for its turn on the file that it names, which installs
+// the host's libtiff handlers; its operation is looked up in the operation table, runs, and what
+// the handlers collected is reported.
 #include "gateway/gateway.h"
 
 #include <boost/numeric/conversion/cast.hpp>
@@ -8,21 +8,11 @@
 
 #include "core/errors.h"
 #include "core/operation.h"
+#include "core/turns.h"
 #include "host/tiff_utilities.h"
 
-namespace tb {
-namespace {
-
-void installTiffHandlers() {
-  ZQTIFFsetPreviousHandlers(TIFFSetErrorHandler(ZQTIFFerrHandler),
-                            TIFFSetWarningHandler(ZQTIFFwarnHandler));
-}
-
-}  // namespace
-}  // namespace tb
-
 void tagbridge(int outputCount, vxArrayPtr* outputs, int inputCount, const vxArray* const* inputs) {
-  tb::installTiffHandlers();
+  const tb::CallTurn turn(inputCount > 1 ? inputs[1] : nullptr);
   ZQTIFFinitializeErrorStack();
   registerJPEG2000Codecs();
   // A call without inputs has the empty name, which no operation has.

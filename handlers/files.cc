@@ -6,6 +6,7 @@
 #include "core/errors.h"
 #include "core/geo_tags.h"
 #include "core/open_files.h"
+#include "core/turns.h"
 #include "handlers/compression.h"
 #include "handlers/handlers.h"
 #include "host/tiff_utilities.h"
@@ -25,12 +26,12 @@ void requireChar(const vxArray* argument, const char* meaning) {
   if (vxGetClassID(argument) != vxCHAR) raise<Tiff::argumentWasNotChar>(meaning);
 }
 
-// Other calls may run during a pause. Nothing that they change is held over one: the name and the
+// A cleanup may come during a pause. Nothing that it changes is held over one: the name and the
 // mode are copies, and the file is registered when it is open.
 TIFF* openWithRetries(const std::u16string& fileName, const std::string& mode) {
   TIFF* tif = tiffutils::UOpen(fileName, mode.c_str());
   for (int retry = 0; !tif && retry < kRetries; ++retry) {
-    tiffutils::Pause(kPause);
+    pauseCall(kPause);
     registerGeoTagsOnce();  // a cleanup may have come between
     tif = tiffutils::UOpen(fileName, mode.c_str());
   }
@@ -60,8 +61,11 @@ void TIFFClose_handler(int, vxArrayPtr*, int, const vxArray* const* inputs, s_ta
   TIFF* tif = unpackTiffFileId(inputs[0], op);
   const OpenFile* file = findOpenFile(tif);
   if (file == nullptr) return;
-  if (!file->closedByCleanup) closeFile(tif);
+  const bool isOpen = !file->closedByCleanup;
+  if (isOpen) storeEdits(tif);
+  // First this: another thread's open may be given the address as soon as the handle is gone.
   TiffAtExitUnregister(tif);
+  if (isOpen) TIFFClose(tif);
 }
 
 }  // namespace tb

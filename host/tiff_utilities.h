@@ -98,7 +98,7 @@ inline constexpr std::uint32_t kRpcCoefficientTag = 50844;
 TIFF* UOpen(const std::u16string& fileName, const char* mode);
 
 // Waits for so long before the module tries again what failed. The module holds nothing then that
-// another call could change or release: a host that serialises the calls may let others in.
+// another call could change or release, and nothing waits for this one.
 void Pause(std::chrono::milliseconds duration);
 
 }  // namespace tiffutils

@@ -10,8 +10,9 @@ bool hasRoomForTables(TIFF* tif, std::uint32_t blockCount) {
   (void)TIFFGetStrileByteCountWithErr(tif, 0, &isMissing);
   const std::uint64_t bytes = blockCount * kBytesPerBlock;
   if (isMissing == 0 || (bytes <= kMost && vxIsWithinMemoryLimit(bytes))) return true;
-  TIFFError("TIFFSetupStrips", "%s: The tables of %u strips or tiles would take %llu bytes",
-            TIFFFileName(tif), blockCount, static_cast<unsigned long long>(bytes));
+  TIFFErrorExtR(tif, "TIFFSetupStrips",
+                "%s: The tables of %u strips or tiles would take %llu bytes", TIFFFileName(tif),
+                blockCount, static_cast<unsigned long long>(bytes));
   return false;
 }
 

@@ -6,118 +6,113 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <thread>
 #include <utility>
 
+#include "runtime/fast_thread_local.h"
 #include "runtime/reporting.h"
 
 namespace tb::python {
 namespace {
 
-// A lock that the thread which holds it may take again. std::recursive_mutex cannot be released in
-// a child process by the thread that took it before the fork.
-class CallLock {
+// How many calls and closings of the gate this thread is inside of, and how many closings.
+TAGBRIDGE_FAST_THREAD_LOCAL int s_depth = 0;
+TAGBRIDGE_FAST_THREAD_LOCAL int s_closedHere = 0;
+
+// Lets calls in and counts the threads that are inside one. Closed, it keeps out calls that begin;
+// those inside a call of their thread, and those of a thread that closed it, go on.
+class Gate {
  public:
-  void lock() {
-    if (!isMine()) mutex_.lock();
-    take();
+  void enter() noexcept {
+    if (s_depth++ == 0) stepIn();
   }
-  bool try_lock() {
-    if (!isMine() && !mutex_.try_lock()) return false;
-    take();
-    return true;
+  void leave() noexcept {
+    if (--s_depth == 0) stepOut();
   }
-  void unlock() {
-    if (--depth_ > 0) return;
-    owner_ = std::thread::id();
-    mutex_.unlock();
+
+  // Between these two nobody waits for this thread, though it is inside a call.
+  void stepOut() noexcept {
+    --inside_;
+    if (closed_ != 0) inside_.notify_all();
   }
-  // How often the thread that holds the lock has taken it.
-  int depth() const noexcept { return depth_; }
+  void stepIn() noexcept {
+    ++inside_;
+    while (closed_ != 0) {
+      stepOut();
+      for (int closed = closed_; closed != 0; closed = closed_) closed_.wait(closed);
+      ++inside_;
+    }
+  }
+
+  // This thread stays inside its call for good, if it is inside one.
+  void abandon() noexcept {
+    if (s_depth > 0) stepOut();
+  }
+
+  // Waits until no other thread is inside, and keeps all others out until `open`.
+  void close() noexcept {
+    const int mine = s_depth++ > 0 ? 1 : 0;
+    ++closed_;
+    ++s_closedHere;
+    for (int inside = inside_; inside > mine; inside = inside_) inside_.wait(inside);
+  }
+  void open() noexcept {
+    --s_depth;
+    --s_closedHere;
+    if (--closed_ == 0) closed_.notify_all();
+  }
+
+  // Whether the call that runs is inside another one of this thread.
+  bool isNested() const noexcept { return s_depth > 1; }
+
+  // A forked process has this thread only.
+  void forgetOthers() noexcept {
+    inside_ = s_depth > s_closedHere ? 1 : 0;
+    closed_ = s_closedHere;
+  }
 
  private:
-  // Only the owner itself can find its own number there.
-  bool isMine() const noexcept { return owner_ == std::this_thread::get_id(); }
-  void take() {
-    owner_ = std::this_thread::get_id();
-    ++depth_;
-  }
-
-  std::mutex mutex_;
-  std::atomic<std::thread::id> owner_;
-  int depth_ = 0;
+  std::atomic<int> inside_ = 0;
+  std::atomic<int> closed_ = 0;
 };
 
 struct Bridge {
   explicit Bridge(runtime::Module loaded) : module(std::move(loaded)) {}
 
-  CallLock mutex;
-  // Guarded by mutex, all of them.
   runtime::Module module;
-  std::vector<resource_core::BaseMsgID>* warnings = nullptr;  // of the call that holds mutex
-  int pausing = 0;                                            // calls that others may overtake
-  std::condition_variable_any nonePauses;
-  bool lockedForFork = false;
+  Gate gate;
 };
 
 Bridge* s_bridge = nullptr;
-constinit std::atomic<bool> callsAreStopped = false;
 
-// Says that a thread stopped for good inside a call, with the lock.
-std::atomic<bool> s_callAbandoned = false;
+// Where the warnings of this thread's call go; null outside one.
+TAGBRIDGE_FAST_THREAD_LOCAL std::vector<resource_core::BaseMsgID>* s_warnings = nullptr;
 
-void collectWarnings() {
-  runtime::setWarningSink([](const resource_core::BaseMsgID& warning) {  //
-    s_bridge->warnings->push_back(warning);
-  });
+void collectWarning(const resource_core::BaseMsgID& warning) {
+  if (s_warnings == nullptr) return runtime::writeWarning(warning);
+  s_warnings->push_back(warning);
 }
 
-// Lets other calls in while the one that holds the lock waits.
+// A call that waits keeps nobody from ending the process. Inside another call of this thread it is
+// that call's thread too.
 void pauseCall(std::chrono::milliseconds duration) noexcept {
-  // Inside another call of this thread the lock is that call's too.
-  if (s_bridge->mutex.depth() > 1) return std::this_thread::sleep_for(duration);
-  std::vector<resource_core::BaseMsgID>* const warnings = s_bridge->warnings;
-  ++s_bridge->pausing;
-  s_bridge->mutex.unlock();
+  const bool isNested = s_bridge->gate.isNested();
+  if (!isNested) s_bridge->gate.stepOut();
   std::this_thread::sleep_for(duration);
-  s_bridge->mutex.lock();
-  s_bridge->warnings = warnings;
-  if (--s_bridge->pausing == 0) s_bridge->nonePauses.notify_all();
-}
-
-// --- Forks. A child must neither find the lock held by a thread that it does not have nor libtiff
-// in the middle of something, so a fork waits for the call that runs.
-
-void beforeFork() {
-  if (callsAreStopped) return;  // the lock is held for good
-  s_bridge->mutex.lock();
-  s_bridge->lockedForFork = true;
-}
-
-void afterFork() {
-  if (!std::exchange(s_bridge->lockedForFork, false)) return;
-  s_bridge->mutex.unlock();
-}
-
-void afterForkInChild() {
-  s_bridge->pausing = 0;  // those threads are the parent's
-  afterFork();
+  if (!isNested) s_bridge->gate.stepIn();
 }
 
 // --- Calls
 
 // Everything that a call throws ends up in the outcome: the interpreter's lock has to be taken
 // again before anything can be reported.
-void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
-                const std::function<void()>& then, Outcome& outcome) noexcept {
-  const std::lock_guard lock(s_bridge->mutex);
+void callCounted(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
+                 const std::function<void()>& then, Outcome& outcome) noexcept {
+  s_bridge->gate.enter();
   // Not null when a file object, called by another call on this thread, has led here.
-  std::vector<resource_core::BaseMsgID>* const outer =
-      std::exchange(s_bridge->warnings, &outcome.warnings);
+  std::vector<resource_core::BaseMsgID>* const outer = std::exchange(s_warnings, &outcome.warnings);
   try {
     try {
       s_bridge->module.call(static_cast<int>(outputs.size()), outputs.data(),
@@ -131,7 +126,8 @@ void callLocked(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> i
   } catch (...) {
     outcome.failure = std::current_exception();
   }
-  s_bridge->warnings = outer;
+  s_warnings = outer;
+  s_bridge->gate.leave();
 }
 
 // Takes the interpreter's lock again. A daemon thread that comes back when the interpreter has gone
@@ -151,10 +147,11 @@ void loadModule(const std::filesystem::path& plugin) {
   if (s_bridge != nullptr) return;
   // Left to the process on purpose: arrays and threads may outlive every static object.
   s_bridge = std::make_unique<Bridge>(runtime::Module::load(plugin)).release();
-  collectWarnings();
+  runtime::setWarningSink(&collectWarning);
   runtime::setPauser(&pauseCall);
-  // A fork takes the locks of the run-time after this one, as a call does.
-  if (pthread_atfork(&beforeFork, &afterFork, &afterForkInChild) != 0) throw std::bad_alloc();
+  if (pthread_atfork(nullptr, nullptr, [] { s_bridge->gate.forgetOthers(); }) != 0) {
+    throw std::bad_alloc();
+  }
 }
 
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
@@ -165,22 +162,26 @@ Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const
                    const std::function<void()>& then) {
   Outcome outcome;
   PyThreadState* const thread = PyEval_SaveThread();
-  callLocked(outputs, inputs, then, outcome);
+  callCounted(outputs, inputs, then, outcome);
   restoreThread(thread);
   return outcome;
 }
 
 void cleanUpModule() {
+  holdCalls();
   PyThreadState* const thread = PyEval_SaveThread();
-  {
-    std::unique_lock lock(s_bridge->mutex);
-    s_bridge->nonePauses.wait(lock, [] { return s_bridge->pausing == 0; });
-    runtime::setWarningSink({});  // standard error
-    s_bridge->module.cleanup();
-    collectWarnings();
-  }
+  s_bridge->module.cleanup();
+  restoreThread(thread);
+  releaseCalls();
+}
+
+void holdCalls() {
+  PyThreadState* const thread = PyEval_SaveThread();
+  s_bridge->gate.close();
   restoreThread(thread);
 }
+
+void releaseCalls() { s_bridge->gate.open(); }
 
 bool withInterpreter(const std::function<void()>& action) noexcept {
   if (_Py_IsFinalizing() != 0) return false;
@@ -190,17 +191,12 @@ bool withInterpreter(const std::function<void()>& action) noexcept {
     PyGILState_Release(state);
     return true;
   } catch (...) {
-    // The interpreter went meanwhile and ends the thread: see restoreThread. The lock stays taken.
-    s_callAbandoned = true;
+    // The interpreter went meanwhile and ends the thread: see restoreThread.
+    s_bridge->gate.abandon();
     for (;;) pause();
   }
 }
 
-void stopCalls() noexcept {
-  callsAreStopped = true;
-  while (!s_bridge->mutex.try_lock() && !s_callAbandoned) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-}
+void stopCalls() noexcept { s_bridge->gate.close(); }
 
 }  // namespace tb::python

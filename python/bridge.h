@@ -1,13 +1,14 @@
-// The loaded module and the one lock that serialises its calls.
+// The loaded module and the way into it.
 //
-// The module takes no lock of its own, so a call holds this one; it gives the interpreter's lock
-// back first, because a thread that waited here with it would stop every other thread, the one
-// inside the module included. Of what runs inside a call only file objects touch Python: they take
+// A call gives the interpreter's lock back first, because it may have to wait for its turn on a
+// file whose holder needs that lock: of what runs inside a call file objects touch Python, and take
 // the interpreter's lock for as long as they need it (withInterpreter). So the interpreter's lock
-// may be waited for with this one held, and never the other way round. Python code that runs so may
-// call the module again, on this thread: the collector of garbage may close a file. While a call
-// waits before it tries something again, others may run. A fork waits until no call runs, so that
-// the module can be used on both sides.
+// may be waited for inside a call, and never the other way round. Python code that runs so may call
+// the module again, on this thread: the collector of garbage may close a file.
+//
+// The module itself has a fork wait for the calls of other threads. In os.fork that would be too
+// late, since it holds the interpreter's lock, which such a call may be waiting for; so the calls
+// are held before (holdCalls).
 #pragma once
 
 #include <exception>
@@ -39,8 +40,8 @@ void loadModule(const std::filesystem::path& plugin);
 // which is released meanwhile.
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
 
-// The same; when the call has returned and before another can begin, runs `then`, which does not
-// touch Python.
+// The same; when the call has returned, runs `then`, which does not touch Python. No cleanup comes
+// between, but calls of other threads may.
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
                    const std::function<void()>& then);
 
@@ -49,11 +50,15 @@ Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const
 bool withInterpreter(const std::function<void()>& action) noexcept;
 
 // Closes the files that are still open, with the closing warnings on standard error whatever
-// Python's warning filters say. Does nothing the second time. Waits for calls that pause.
+// Python's warning filters say. Does nothing the second time. Waits for the calls of other threads.
 void cleanUpModule();
 
-// Waits for a call that is still running on another thread, or for its next pause, and keeps every
-// later one waiting for good. For the very end of the process, when static objects are about to go.
+// Waits for the calls of other threads, or for their next pause, and keeps later ones waiting until
+// the thread releases them, whose own calls go on.
+void holdCalls();
+void releaseCalls();
+
+// The same for good. For the very end of the process, when static objects are about to go.
 void stopCalls() noexcept;
 
 }  // namespace tb::python

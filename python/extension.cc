@@ -62,6 +62,13 @@ void addMemory(py::module_& extension) {
   extension.def("release_cached_memory", &runtime::releaseCachedMemory);
 }
 
+void addFork() {
+  const py::cpp_function hold(&holdCalls), release(&releaseCalls);
+  py::module_::import("os").attr("register_at_fork")(py::arg("before") = hold,
+                                                     py::arg("after_in_parent") = release,
+                                                     py::arg("after_in_child") = release);
+}
+
 // Files are closed while Python still runs; calls of threads that outlive it are held up before the
 // process takes the libraries down under them.
 void addExit() {
@@ -85,5 +92,6 @@ PYBIND11_MODULE(_core, extension) {
   addMemory(extension);
   extension.def("catalog_rows", &catalogRows);
   extension.attr("__version__") = TAGBRIDGE_VERSION;
+  addFork();
   addExit();
 }

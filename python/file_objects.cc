@@ -1,6 +1,6 @@
-// A file object's methods are called from inside the module, which holds the bridge's lock and has
-// given the interpreter's back. An exception stays here until the call has ended: libtiff's frames
-// must not be unwound.
+// A file object's methods are called from inside the module, with a turn on the file and
+// without the interpreter's lock. An exception stays here until the call has ended: libtiff's
+// frames must not be unwound.
 #include "python/file_objects.h"
 
 #include <algorithm>

@@ -158,8 +158,8 @@ void setSubsampling(TIFF* tif, const CodestreamSize& size) {
   const bool isSet = TIFFGetField(tif, TIFFTAG_YCBCRSUBSAMPLING, &horizontal, &vertical) != 0;
   if (isSet && horizontal == dx && vertical == dy) return;
   if (isSet) {
-    TIFFWarningExt(
-        TIFFClientdata(tif), "JPEG2000FixupTags",
+    TIFFWarningExtR(
+        tif, "JPEG2000FixupTags",
         "%s: YCbCrSubSampling is %u,%u, but the first codestream has %u,%u: taking these",
         TIFFFileName(tif), horizontal, vertical, dx, dy);
   }

@@ -2,7 +2,7 @@
 #include <tiffio.h>
 
 #include <array>
-#include <utility>
+#include <atomic>
 
 #include "host/tiff_utilities.h"
 
@@ -37,8 +37,9 @@ const std::array<TIFFFieldInfo, 7> kTags = {{
     field(tiffutils::kRpcCoefficientTag, TIFF_DOUBLE, kPassCount, rpcCoefficient),
 }};
 
-bool registered = false;
-TIFFExtendProc parentExtender = nullptr;
+// libtiff calls the extender on any thread that opens a file.
+constinit std::atomic<bool> registered = false;
+constinit std::atomic<TIFFExtendProc> parentExtender = nullptr;
 constinit thread_local bool extending = false;
 
 // libtiff calls this for every file that the process opens.
@@ -47,7 +48,7 @@ void addTags(TIFF* tif) {
   if (extending) return;
   extending = true;
   if (registered) (void)TIFFMergeFieldInfo(tif, kTags.data(), kTags.size());
-  if (parentExtender != nullptr) parentExtender(tif);
+  if (const TIFFExtendProc parent = parentExtender) parent(tif);
   extending = false;
 }
 
@@ -57,14 +58,14 @@ void addTags(TIFF* tif) {
 // NOLINTBEGIN(google-build-using-namespace): these two act on what the unnamed namespace holds
 void registerCustomGeoTags() {
   using namespace tb::runtime;
-  if (std::exchange(registered, true)) return;
+  if (registered.exchange(true)) return;
   const TIFFExtendProc previous = TIFFSetTagExtender(addTags);
   if (previous != addTags) parentExtender = previous;
 }
 
 void unregisterCustomGeoTags() {
   using namespace tb::runtime;
-  if (!std::exchange(registered, false)) return;
+  if (!registered.exchange(false)) return;
   const TIFFExtendProc current = TIFFSetTagExtender(parentExtender);
   // Somebody who extended libtiff after us stays; our part of the chain does nothing by now.
   if (current != addTags) TIFFSetTagExtender(current);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/tiff_utilities.h"
+#include "runtime/messages.h"
 
 namespace tb::runtime {
 namespace {
@@ -213,10 +214,10 @@ bool fits(FileSource& source, std::uint64_t offset, Format format, bool forWriti
 bool fitsOrSaysWhy(FileSource& source, const char* name, std::uint64_t offset, Format format,
                    bool forWriting) {
   if (fits(source, offset, format, forWriting)) return true;
-  TIFFError("TIFFReadDirectory",
-            "%s: The directory at offset %llu would take far more memory than the file's size "
-            "accounts for",
-            name, static_cast<unsigned long long>(offset));
+  sayError("TIFFReadDirectory",
+           "%s: The directory at offset %llu would take far more memory than the file's size "
+           "accounts for",
+           name, static_cast<unsigned long long>(offset));
   return false;
 }
 

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "host/tiff_utilities.h"
+#include "runtime/messages.h"
 
 namespace tb::runtime {
 
@@ -141,7 +142,7 @@ int closeProcedure(thandle_t handle) noexcept {
   const int failure = source->close();
   if (failure == 0) return 0;
   // Some file systems find out only now that there was no room for what was written.
-  TIFFError("TIFFClose", "%s", std::generic_category().message(failure).c_str());
+  sayError("TIFFClose", "%s", std::generic_category().message(failure).c_str());
   return -1;
 }
 
@@ -169,6 +170,7 @@ TIFF* openSource(std::unique_ptr<FileSource> source, const std::string& name,
   constexpr auto kLargest = static_cast<std::size_t>(std::numeric_limits<tmsize_t>::max());
   TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(),
                                       static_cast<tmsize_t>(std::min(largestAllocation, kLargest)));
+  collectMessagesOf(options.get());
   TIFF* tif = TIFFClientOpenExt(name.c_str(), mode.c_str(), source.get(), readProcedure,
                                 writeProcedure, seekProcedure, closeProcedure, sizeProcedure,
                                 mapProcedure, unmapProcedure, options.get());

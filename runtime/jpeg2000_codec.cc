@@ -57,9 +57,9 @@ DecodedBlock& blockOf(TIFF* tif) {
 
 void tell(TIFF* tif, const char* reason) noexcept {
   const bool isTiled = TIFFIsTiled(tif) != 0;
-  TIFFErrorExt(TIFFClientdata(tif), kDecoding, "%s: %s %u cannot be decoded: %s", TIFFFileName(tif),
-               isTiled ? "Tile" : "Strip", isTiled ? TIFFCurrentTile(tif) : TIFFCurrentStrip(tif),
-               reason);
+  TIFFErrorExtR(tif, kDecoding, "%s: %s %u cannot be decoded: %s", TIFFFileName(tif),
+                isTiled ? "Tile" : "Strip", isTiled ? TIFFCurrentTile(tif) : TIFFCurrentStrip(tif),
+                reason);
 }
 
 // Runs a step; when it throws, tells libtiff why and returns false.
@@ -167,8 +167,8 @@ int seek(TIFF* tif, std::uint32_t rows) noexcept {
 // This and not the step that sets encoding up, which libtiff leaves out after a read; and not the
 // encoders, whose failure libtiff's own stub reports with a number that it takes for success.
 int refuseEncoding(TIFF* tif, std::uint16_t) noexcept {
-  TIFFErrorExt(TIFFClientdata(tif), "JPEG2000Encode", "%s: JPEG 2000 can be read but not written",
-               TIFFFileName(tif));
+  TIFFErrorExtR(tif, "JPEG2000Encode", "%s: JPEG 2000 can be read but not written",
+                TIFFFileName(tif));
   return 0;
 }
 

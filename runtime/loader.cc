@@ -44,8 +44,7 @@ Module::Module(Module&& other) noexcept
     : library_(std::exchange(other.library_, nullptr)),
       entry_(std::exchange(other.entry_, nullptr)),
       cleanup_(std::exchange(other.cleanup_, nullptr)),
-      clean_(std::exchange(other.clean_, true)),
-      diagnostics_(std::move(other.diagnostics_)) {}
+      clean_(other.clean_.exchange(true)) {}
 
 Module& Module::operator=(Module&& other) noexcept {
   if (this == &other) return *this;
@@ -53,8 +52,7 @@ Module& Module::operator=(Module&& other) noexcept {
   library_ = std::exchange(other.library_, nullptr);
   entry_ = std::exchange(other.entry_, nullptr);
   cleanup_ = std::exchange(other.cleanup_, nullptr);
-  clean_ = std::exchange(other.clean_, true);
-  diagnostics_ = std::move(other.diagnostics_);
+  clean_ = other.clean_.exchange(true);
   return *this;
 }
 
@@ -70,7 +68,7 @@ void Module::unload() noexcept {
 }
 
 void Module::cleanup() {
-  if (std::exchange(clean_, true)) return;
+  if (clean_.exchange(true)) return;
   const GatewayScope scope;
   ZQTIFFinitializeErrorStack();
   cleanup_();

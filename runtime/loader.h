@@ -1,6 +1,7 @@
 // Loads the module, a shared library, and calls it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -11,18 +12,15 @@
 
 namespace tb::runtime {
 
-// Puts the same into `diagnostics`, and the stack is empty afterwards.
-void takeDiagnostics(std::vector<Diagnostic>& diagnostics) noexcept;
-
 // What happens while the module waits before it tries something again. It need only let the time
-// pass; one that serialises the calls of threads lets others in meanwhile. It must not throw.
+// pass; one that counts the calls of threads leaves this one out meanwhile. It must not throw.
 using Pauser = void (*)(std::chrono::milliseconds duration) noexcept;
 
 // Installs a pauser for the whole process; null, the default, sleeps.
 void setPauser(Pauser pauser) noexcept;
 
-// The loaded module. Calls must follow one another, or come while the one before pauses; they may
-// come from different threads. An exception that the module threw must not outlive it.
+// The loaded module. Threads may call it side by side; see docs/embedding.md. An exception that the
+// module threw must not outlive it.
 class Module {
  public:
   // Opens the plug-in and finds its entries. Throws std::runtime_error with the reason when there
@@ -38,18 +36,14 @@ class Module {
   // error leaves as the exception that the module throws. Inline, because an exception stops in
   // each function that has something to undo: what is undone here is done where it is caught.
   void call(int outputCount, vxArrayPtr* outputs, int inputCount, const vxArray* const* inputs) {
-    struct Keep {
-      std::vector<Diagnostic>& kept;
-      ~Keep() { takeDiagnostics(kept); }
-    };
     const GatewayScope scope;
-    const Keep keep{diagnostics_};
-    clean_ = false;
+    // Looked at first: threads that only read it do not take it from each other's caches.
+    if (clean_.load(std::memory_order_relaxed)) clean_ = false;
     entry_(outputCount, outputs, inputCount, inputs);
   }
 
-  // What libtiff said during the last call, whether that returned or threw.
-  const std::vector<Diagnostic>& diagnostics() const noexcept { return diagnostics_; }
+  // What libtiff said during this thread's last call, whether that returned or threw.
+  std::vector<Diagnostic> diagnostics() const { return collectedDiagnostics(); }
 
   // Runs TagBridgeCleanup, which closes the files that are still open; it does nothing when the
   // module was not called since the last time. What libtiff says is reported as warnings.
@@ -65,8 +59,7 @@ class Module {
   void* library_ = nullptr;
   Entry* entry_ = nullptr;
   Cleanup* cleanup_ = nullptr;
-  bool clean_ = true;  // nothing was called since the last cleanup
-  std::vector<Diagnostic> diagnostics_;
+  std::atomic<bool> clean_ = true;  // nothing was called since the last cleanup
 };
 
 }  // namespace tb::runtime

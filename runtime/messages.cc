@@ -1,6 +1,8 @@
 // libtiff's handlers serve the whole process, in which other libraries may use libtiff on other
 // threads. Messages are therefore collected for each thread, and only while it is inside the
-// module; every other message goes to the handlers that were there before.
+// module; every other message goes to the handlers that were there before. The embedded host's
+// handles have handlers of their own besides: another library may replace the process's at any
+// time.
 #include "runtime/messages.h"
 
 #include <tiffio.h>
@@ -84,6 +86,23 @@ void handle(bool warning, const char* module, const char* format, std::va_list a
   // Without memory the message is lost; libtiff's frames must not be unwound.
 }
 
+// A handle's own handler. What it returns keeps libtiff from handing the message on.
+template <bool warning>
+int handleOwn(TIFF*, void*, const char* module, const char* format,
+              std::va_list arguments) noexcept {
+  if (!insideModule) return 0;
+  handle(warning, module, format, arguments);
+  return 1;
+}
+
+void say(bool warning, const char* module, const char* format, std::va_list arguments) noexcept
+    try {
+  if (insideModule) return collect(warning, module, format, arguments);
+  (warning ? TIFFWarning : TIFFError)(module, "%s", formatted(format, arguments).c_str());
+} catch (...) {
+  // Without memory the message is lost.
+}
+
 // The last message of a call stands for those beyond the limit.
 void mentionDropped() {
   if (stack.dropped == 0) return;
@@ -124,19 +143,31 @@ OutsideScope::~OutsideScope() {
 }
 
 std::vector<Diagnostic> collectedDiagnostics() {
+  if (!stackIsUsed) return {};
   mentionDropped();
   return stack.messages;
 }
 
-void takeDiagnostics(std::vector<Diagnostic>& diagnostics) noexcept {
-  if (!std::exchange(stackIsUsed, false)) return diagnostics.clear();
-  try {
-    mentionDropped();
-  } catch (...) {
-    // The messages themselves are worth more than their number.
-  }
-  diagnostics = std::exchange(stack, {}).messages;
+void collectMessagesOf(TIFFOpenOptions* options) noexcept {
+  TIFFOpenOptionsSetErrorHandlerExtR(options, handleOwn<false>, nullptr);
+  TIFFOpenOptionsSetWarningHandlerExtR(options, handleOwn<true>, nullptr);
 }
+
+// NOLINTBEGIN(cert-dcl50-cpp): libtiff's own functions are such
+void sayError(const char* module, const char* format, ...) noexcept {
+  std::va_list arguments;
+  va_start(arguments, format);
+  say(false, module, format, arguments);
+  va_end(arguments);
+}
+
+void sayWarning(const char* module, const char* format, ...) noexcept {
+  std::va_list arguments;
+  va_start(arguments, format);
+  say(true, module, format, arguments);
+  va_end(arguments);
+}
+// NOLINTEND(cert-dcl50-cpp)
 
 std::size_t messageCount() noexcept { return stack.messages.size(); }
 

@@ -1,11 +1,23 @@
 // libtiff's messages, collected for each thread.
 #pragma once
 
+#include <tiffio.h>
+
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace tb::runtime {
+
+// Makes what libtiff says about a handle that is opened with these options reach the call's error
+// stack by a handler of the handle's own. The process's may be replaced at any time, by libraries
+// that know nothing of this one.
+void collectMessagesOf(TIFFOpenOptions* options) noexcept;
+
+// Says something as libtiff's TIFFError and TIFFWarning do, but to the call's error stack whatever
+// the process's handlers are; outside a call to these.
+[[gnu::format(printf, 2, 3)]] void sayError(const char* module, const char* format, ...) noexcept;
+[[gnu::format(printf, 2, 3)]] void sayWarning(const char* module, const char* format, ...) noexcept;
 
 // Forgets the messages since `start` when they repeat the run of messages just before it. Opening
 // is tried several times, and each attempt says the same. `start` is an earlier messageCount().

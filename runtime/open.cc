@@ -27,7 +27,7 @@ namespace {
 
 // Says why, the way libtiff does for its own failures.
 std::nullopt_t refuse(const std::string& name, const std::string& reason) {
-  TIFFError("TIFFOpen", "%s: %s", name.c_str(), reason.c_str());
+  sayError("TIFFOpen", "%s: %s", name.c_str(), reason.c_str());
   return std::nullopt;
 }
 
@@ -46,8 +46,8 @@ std::optional<OpenMode> knownMode(const std::string& name, const char* text) {
   std::optional<OpenMode> mode = parseOpenMode(text);
   if (!mode) return refuse(name, std::string("Bad mode \"") + text + "\"");
   if (!mode->dropped.empty())
-    TIFFWarning("TIFFOpen", "%s: The letters \"%s\" of the mode are ignored", name.c_str(),
-                mode->dropped.c_str());
+    sayWarning("TIFFOpen", "%s: The letters \"%s\" of the mode are ignored", name.c_str(),
+               mode->dropped.c_str());
   return mode;
 }
 

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "runtime/fork.h"
+#include "runtime/messages.h"
 
 namespace tb::runtime {
 namespace {
@@ -149,7 +150,7 @@ class RegularFile final : public FileSource {
 
 // Says why, the way libtiff does for its own failures.
 std::nullptr_t refuse(const std::string& name, const std::string& reason) {
-  TIFFError("TIFFOpen", "%s: %s", name.c_str(), reason.c_str());
+  sayError("TIFFOpen", "%s: %s", name.c_str(), reason.c_str());
   return nullptr;
 }
 

@@ -53,11 +53,12 @@ std::string IMsgIDException::messageText() const { return tb::runtime::messageTe
 }  // namespace foundation::core::except
 
 namespace tb::runtime {
-namespace {
 
 void writeWarning(const resource_core::BaseMsgID& warning) {
   fmt::print(stderr, "warning: {} [{}]\n", warningText(warning), warning.identifier());
 }
+
+namespace {
 
 ErrorReporter& errorReporter() {
   static ErrorReporter reporter;
