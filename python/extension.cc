@@ -27,13 +27,21 @@ void importNumpy() {
   if (_import_array() < 0) throw py::error_already_set();
 }
 
-// The plug-in lies beside this library.
-std::filesystem::path pluginPath() {
+// The folder of the library in which that function lies.
+std::filesystem::path folderOf(const void* function) {
   Dl_info library{};
-  if (dladdr(reinterpret_cast<const void*>(&pluginPath), &library) == 0) {
-    throw py::import_error("the extension's own file cannot be found");
+  if (dladdr(function, &library) == 0) {
+    throw py::import_error("the extension's own files cannot be found");
   }
-  return std::filesystem::path(library.dli_fname).replace_filename("tagbridge.so");
+  return std::filesystem::path(library.dli_fname).parent_path();
+}
+
+// The plug-in lies beside this library, as in a wheel, or where it is installed with the runtime.
+std::filesystem::path pluginPath() {
+  const auto beside = folderOf(reinterpret_cast<const void*>(&importNumpy)) / "tagbridge.so";
+  if (std::filesystem::exists(beside)) return beside;
+  return folderOf(reinterpret_cast<const void*>(&runtime::memoryLimit)) / TAGBRIDGE_PLUGIN_DIRECTORY
+         "/tagbridge.so";
 }
 
 void importModule() {
