@@ -28,6 +28,8 @@ from __future__ import annotations
 
 from typing import NamedTuple
 
+import numpy as _numpy  # noqa: F401 - the extension would not say that it is what is missing
+
 from . import _core
 from ._core import (
     __version__,

@@ -5,6 +5,8 @@ from __future__ import annotations
 import ast
 import inspect
 import re
+import subprocess
+import sys
 import textwrap
 from pathlib import Path
 
@@ -94,3 +96,9 @@ def test_the_extension_and_the_plug_in_lie_side_by_side():
     assert Path(_core.__file__).parent == PACKAGE
     assert (PACKAGE / "tagbridge.so").exists()
     assert (PACKAGE / "libtagbridge_runtime.so").exists()
+
+
+def test_a_missing_numpy_is_named():
+    words = "import sys; sys.modules['numpy'] = None; import tagbridge"
+    done = subprocess.run([sys.executable, "-c", words], capture_output=True, text=True, check=False)
+    assert done.stderr.splitlines()[-1].startswith("ModuleNotFoundError: import of numpy")

@@ -229,3 +229,13 @@ def test_other_shells_have_every_option(prefix: Path, shell: str, name: str):
     text = script.read_text()
     for option in ["rows-per-strip", "compression", "json", "tags", "region", "size", "version"]:
         assert option in text
+
+
+@pytest.mark.skipif(shutil.which("fish") is None, reason="there is no fish")
+@pytest.mark.parametrize(("line", "found"), [
+    ("tagbridge co", "convert"), ("tagbridge convert --pl", "--planar"),
+    ("tagbridge get a.tif ImageDes", "ImageDescription"),
+    ("tagbridge convert a.tif --compression p", "packbits")])
+def test_fish_completes(prefix: Path, line: str, found: str):
+    script = prefix / "share" / "fish" / "vendor_completions.d" / "tagbridge.fish"
+    assert run("fish", "-c", f"source {script}; complete -C '{line}'").split("\t")[0].strip() == found
