@@ -27,13 +27,21 @@ void importNumpy() {
   if (_import_array() < 0) throw py::error_already_set();
 }
 
-// The plug-in lies beside this library.
-std::filesystem::path pluginPath() {
+// The folder of the library in which that function lies.
+std::filesystem::path folderOf(const void* function) {
   Dl_info library{};
-  if (dladdr(reinterpret_cast<const void*>(&pluginPath), &library) == 0) {
-    throw py::import_error("the extension's own file cannot be found");
+  if (dladdr(function, &library) == 0) {
+    throw py::import_error("the extension's own files cannot be found");
   }
-  return std::filesystem::path(library.dli_fname).replace_filename("tagbridge.so");
+  return std::filesystem::path(library.dli_fname).parent_path();
+}
+
+// The plug-in lies beside this library, as in a wheel, or where it is installed with the runtime.
+std::filesystem::path pluginPath() {
+  const auto beside = folderOf(reinterpret_cast<const void*>(&importNumpy)) / "tagbridge.so";
+  if (std::filesystem::exists(beside)) return beside;
+  return folderOf(reinterpret_cast<const void*>(&runtime::memoryLimit)) / TAGBRIDGE_PLUGIN_DIRECTORY
+         "/tagbridge.so";
 }
 
 void importModule() {
@@ -54,12 +62,22 @@ py::list catalogRows() {
 }
 
 void addMemory(py::module_& extension) {
-  extension.def("set_memory_limit", &runtime::setMemoryLimit, py::arg("bytes"));
-  extension.def("memory_limit", &runtime::memoryLimit);
-  extension.def("set_cache_limit", &runtime::setCacheLimit, py::arg("bytes"));
-  extension.def("cache_limit", &runtime::cacheLimit);
-  extension.def("cached_bytes", &runtime::cachedBytes);
-  extension.def("release_cached_memory", &runtime::releaseCachedMemory);
+  extension.def("set_memory_limit", &runtime::setMemoryLimit, py::arg("bytes"),
+                "Set the size of the largest single array or block.\n\n"
+                "What needs more is a MemoryError before any memory is touched.\n\n"
+                ":param bytes: the limit; 0, the default, stands for the memory of the machine");
+  extension.def("memory_limit", &runtime::memoryLimit,
+                "Return the size of the largest single array or block, in bytes.");
+  extension.def("set_cache_limit", &runtime::setCacheLimit, py::arg("bytes"),
+                "Set how much released memory is kept for reuse.\n\n"
+                ":param bytes: the limit, 256 MiB by default; what is above it goes back to the "
+                "system at once");
+  extension.def("cache_limit", &runtime::cacheLimit,
+                "Return how much released memory may be kept for reuse, in bytes.");
+  extension.def("cached_bytes", &runtime::cachedBytes,
+                "Return how much released memory is kept at the moment, in bytes.");
+  extension.def("release_cached_memory", &runtime::releaseCachedMemory,
+                "Give the released memory that is kept for reuse back to the system.");
 }
 
 void addFork() {

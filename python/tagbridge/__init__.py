@@ -8,8 +8,17 @@
         corner = page[:256, :256]
         print(page.tags["DateTime"])
 
-:func:`imread` and :func:`imwrite` read and write a whole image. :func:`call` runs one of the 25
-operations beneath.
+:func:`imread` and :func:`imwrite` read and write a whole image::
+
+    tagbridge.imwrite("copy.tif", tagbridge.imread("scan.tif"), compression="deflate")
+
+What is where:
+
+- ``help(tagbridge.open)`` has the modes, ``help(tagbridge.File.write)`` the options of writing;
+- :class:`Directory` is an image: ``read``, indexing, ``tags``, ``blocks``, ``subdirectories``;
+- :class:`Error` and :class:`Warning` have an ``identifier``; :func:`catalog` lists them all;
+- :func:`call` runs one of the 25 operations beneath;
+- ``set_memory_limit`` bounds what a damaged file can ask for.
 
 Directories, strips, tiles, rows and columns count from 0. Arrays are column-major (Fortran order):
 rows x columns, or rows x columns x samples.
@@ -18,6 +27,8 @@ rows x columns, or rows x columns x samples.
 from __future__ import annotations
 
 from typing import NamedTuple
+
+import numpy as _numpy  # noqa: F401 - the extension would not say that it is what is missing
 
 from . import _core
 from ._core import (

@@ -5,8 +5,13 @@ from __future__ import annotations
 import ast
 import inspect
 import re
+import subprocess
+import sys
+import textwrap
 from pathlib import Path
 
+import numpy as np
+import pytest
 import tagbridge
 from tagbridge import _core
 
@@ -47,7 +52,27 @@ def test_the_package_is_marked_as_typed():
 def test_everything_public_is_listed_and_described():
     for name in tagbridge.__all__:
         thing = getattr(tagbridge, name)
-        assert name == "__version__" or inspect.getdoc(thing), name
+        words = (inspect.getdoc(thing) or "").splitlines()
+        # The extension's functions begin with a line of types.
+        sentences = [line for line in words if line.endswith(".") and " -> " not in line]
+        assert name == "__version__" or sentences, name
+
+
+@pytest.mark.parametrize("kind", [tagbridge.File, tagbridge.Directory, tagbridge.Block])
+def test_every_public_member_is_described(kind: type):
+    for name in dir(kind):
+        assert name.startswith("_") or inspect.getdoc(getattr(kind, name)), name
+
+
+def test_what_help_says_first_runs(tmp_path: Path, monkeypatch: pytest.MonkeyPatch):
+    monkeypatch.chdir(tmp_path)
+    tagbridge.imwrite("scan.tif", np.zeros((300, 300), np.uint8),
+                      tags={"DateTime": "2026:01:02 03:04:05"})
+    blocks = re.findall(r"::\n\n((?:    .*\n|\n)+)", inspect.getdoc(tagbridge) + "\n")
+    assert len(blocks) == 2
+    for block in blocks:
+        exec(textwrap.dedent(block), {"tagbridge": tagbridge})  # noqa: S102 - the package's own
+    assert (tmp_path / "copy.tif").exists()
 
 
 def test_the_version_is_a_version():
@@ -71,3 +96,9 @@ def test_the_extension_and_the_plug_in_lie_side_by_side():
     assert Path(_core.__file__).parent == PACKAGE
     assert (PACKAGE / "tagbridge.so").exists()
     assert (PACKAGE / "libtagbridge_runtime.so").exists()
+
+
+def test_a_missing_numpy_is_named():
+    words = "import sys; sys.modules['numpy'] = None; import tagbridge"
+    done = subprocess.run([sys.executable, "-c", words], capture_output=True, text=True, check=False)
+    assert done.stderr.splitlines()[-1].startswith("ModuleNotFoundError: import of numpy")

@@ -1,4 +1,4 @@
-"""docs/command-line.md shows what the commands print."""
+"""The pages show what the commands print."""
 
 from __future__ import annotations
 
@@ -10,7 +10,8 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
-PAGES = [ROOT / "docs" / "command-line.md", ROOT / "README.md"]
+PAGES = [ROOT / "docs" / "command-line.md", ROOT / "README.md", ROOT / "docs" / "index.md",
+         ROOT / "docs" / "how-to.md"]
 BLOCK = re.compile(r"^```console\n(.*?)^```$", re.DOTALL | re.MULTILINE)
 
 

@@ -28,6 +28,8 @@ _KEPT = (Compression.NONE, Compression.LZW, Compression.ADOBE_DEFLATE, Compressi
 _FAX = (Compression.CCITT_GROUP3, Compression.CCITT_GROUP4)
 _WRITABLE = (*_KEPT, *_FAX, Compression.JPEG, Compression.DEFLATE)
 _PYRAMID_TILE = (256, 256)
+#: The names of compressions that ``--compression`` takes.
+COMPRESSIONS = ("none", "packbits", "lzw", "deflate", "jpeg", "group3", "group4")
 
 
 def compression(text: str) -> Compression:
@@ -38,7 +40,7 @@ def compression(text: str) -> Compression:
         found = Compression.NEXT
     if found not in _WRITABLE:
         raise argparse.ArgumentTypeError(
-            f"{text!r} is none of none, packbits, lzw, deflate, jpeg, group3, group4")
+            f"{text!r} is none of {', '.join(COMPRESSIONS)}")
     return found
 
 

@@ -9,10 +9,12 @@ from collections.abc import Callable, Sequence
 from typing import Any, NoReturn
 
 from .. import __version__
+from .._tag_table import ROWS
 from . import convert, diff, export, info, preview, tag_values, verify
 
 Command = Callable[[Any], int | None]
 _NUMBER = re.compile(r"-?\d+")
+_TAGS = tuple(name for _, name, kind, _ in ROWS if kind)
 
 
 class Parser(argparse.ArgumentParser):
@@ -82,7 +84,7 @@ def make_parser() -> argparse.ArgumentParser:
         return command
 
     command = add("info", info.run, "show the directories of files", "--tags scan.tif")
-    command.add_argument("files", nargs="+", metavar="FILE")
+    _add_files(command)
     command.add_argument("--json", action="store_true", help="one JSON object a file")
     command.add_argument("--tags", action="store_true", help="all tags of each directory")
 
@@ -102,15 +104,15 @@ def make_parser() -> argparse.ArgumentParser:
 
     command = add("export", export.run, "write an image as an array or a picture",
                   "scan.tif part.png --region 0:512,0:512")
-    command.add_argument("file", metavar="FILE")
+    _add_file(command)
     command.add_argument("output", metavar="OUT", type=export.output_name,
                          help="a name that ends in .npy or .png")
     _add_directory(command)
-    command.add_argument("--region", type=region, metavar="R0:R1,C0:C1")
+    _add_region(command)
 
     command = add("preview", preview.run, "show a small picture of an image",
                   "scan.tif -o small.png")
-    command.add_argument("file", metavar="FILE")
+    _add_file(command)
     _add_directory(command)
     command.add_argument("--size", type=positive, metavar="N",
                          help="rows or columns at most, whichever are more")
@@ -118,18 +120,36 @@ def make_parser() -> argparse.ArgumentParser:
                          help="write a file instead of drawing in the terminal")
 
     command = add("verify", verify.run, "decode every block of every directory", "*.tif")
-    command.add_argument("files", nargs="+", metavar="FILE")
+    _add_files(command)
 
     command = add("diff", diff.run, "compare layouts, tags and pixels of two files",
                   "before.tif after.tif")
-    command.add_argument("first", metavar="A")
-    command.add_argument("second", metavar="B")
+    command.add_argument("first", metavar="A", help="a TIFF file")
+    command.add_argument("second", metavar="B", help="another")
     return parser
 
 
+def _completed(action: argparse.Action, words: Sequence[str]) -> None:
+    """Say what a shell may complete an argument to."""
+    action.completer = lambda **_: words  # type: ignore[attr-defined]  # of argcomplete
+
+
+def _add_files(command: argparse.ArgumentParser) -> None:
+    command.add_argument("files", nargs="+", metavar="FILE", help="TIFF files")
+
+
+def _add_file(command: argparse.ArgumentParser) -> None:
+    command.add_argument("file", metavar="FILE", help="a TIFF file")
+
+
 def _add_tag(command: argparse.ArgumentParser) -> None:
-    command.add_argument("file", metavar="FILE")
-    command.add_argument("tag", metavar="TAG", help="name or number")
+    _add_file(command)
+    _completed(command.add_argument("tag", metavar="TAG", help="name or number"), _TAGS)
+
+
+def _add_region(command: argparse.ArgumentParser) -> None:
+    command.add_argument("--region", type=region, metavar="R0:R1,C0:C1",
+                         help="only these rows and columns, counted from 0")
 
 
 def _add_directory(command: argparse.ArgumentParser) -> None:
@@ -138,21 +158,27 @@ def _add_directory(command: argparse.ArgumentParser) -> None:
 
 
 def _add_convert(command: argparse.ArgumentParser) -> None:
-    command.add_argument("inputs", nargs="+", metavar="IN")
-    command.add_argument("output", metavar="OUT")
-    command.add_argument("--compression", metavar="C", type=convert.compression,
-                         help="none, packbits, lzw, deflate, jpeg, group3 or group4 (default: that "
-                         "of the image if it loses nothing, else deflate)")
+    command.add_argument("inputs", nargs="+", metavar="IN", help="TIFF files")
+    command.add_argument("output", metavar="OUT", help="the file that is written")
+    _completed(
+        command.add_argument("--compression", metavar="C", type=convert.compression,
+                             help=f"{', '.join(convert.COMPRESSIONS[:-1])} or "
+                             f"{convert.COMPRESSIONS[-1]} (default: that of the image if it loses "
+                             "nothing, else deflate)"),
+        convert.COMPRESSIONS)
     command.add_argument("--level", type=int, metavar="N", help="quality of JPEG or Deflate")
     command.add_argument("--predictor", action="store_true", help="the one that fits the samples")
     blocks = command.add_mutually_exclusive_group()
-    blocks.add_argument("--tile", type=tile, metavar="RxC")
-    blocks.add_argument("--rows-per-strip", type=positive, metavar="N")
-    command.add_argument("--planar", choices=("contig", "separate"))
+    blocks.add_argument("--tile", type=tile, metavar="RxC",
+                        help="rows and columns of a tile, multiples of 16")
+    blocks.add_argument("--rows-per-strip", type=positive, metavar="N",
+                        help="strips of so many rows (default: of about 256 KiB)")
+    command.add_argument("--planar", choices=("contig", "separate"),
+                         help="samples of a pixel together or in planes (default: as they are)")
     command.add_argument("--bigtiff", action="store_true",
                          help="offsets of 64 bits (a large image has them anyway)")
     command.add_argument("-d", dest="directories", type=int, action="append", metavar="N",
                          help="only these directories of each file, counted from 0")
-    command.add_argument("--region", type=region, metavar="R0:R1,C0:C1")
+    _add_region(command)
     command.add_argument("--pyramid", action="store_true",
                          help="add images of half the size each as sub-directories")
