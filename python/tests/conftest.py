@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import gc
+import io
 import os
 from collections.abc import Iterator
 from pathlib import Path
@@ -12,6 +13,7 @@ import numpy as np
 import pytest
 import tagbridge
 import tifffile
+from images import image, pages, write
 
 
 @pytest.fixture
@@ -21,6 +23,49 @@ def gray(tmp_path: Path) -> Path:
     pixels = np.arange(1200, dtype=np.uint16).reshape(40, 30).astype(np.uint8)
     tifffile.imwrite(path, pixels, rowsperstrip=16, photometric="minisblack")
     return path
+
+
+@pytest.fixture
+def file(tmp_path: Path) -> Path:
+    """A file of three gray images, each a row higher."""
+    path = tmp_path / "a.tif"
+    pages(path)
+    return path
+
+
+@pytest.fixture
+def array() -> np.ndarray:
+    """The first image of `data`."""
+    return image((100, 130, 3), np.uint16)
+
+
+@pytest.fixture
+def data(array: np.ndarray) -> bytes:
+    """The bytes of a file of two images, the second a part of the first."""
+    stream = io.BytesIO()
+    with tagbridge.open(stream, "w") as tif:
+        tif.write(array, tile=(32, 48), compression="deflate", tags={"Artist": "me"})
+        tif.write(array[:50, :, 0])
+    return stream.getvalue()
+
+
+def check_data(file: Any, array: np.ndarray) -> None:
+    """Read a file object that holds `data`, and see that it stays open."""
+    with tagbridge.open(file) as tif:
+        assert len(tif) == 2
+        assert tif.tags["Artist"] == "me"
+        np.testing.assert_array_equal(tif.read(), array)
+        np.testing.assert_array_equal(tif[1][10:20, ::-3], array[10:20, ::-3, 0])
+    assert not file.closed
+
+
+@pytest.fixture(params=[(75, 101), (75, 101, 3)], ids=["grey", "rgb"])
+def tiles(request: Any, tmp_path: Path) -> Iterator[tuple[tagbridge.Directory, np.ndarray]]:
+    """A directory of tiles, and its image."""
+    array = image(request.param, np.uint16)
+    write(tmp_path / "tiles.tif", array, tile=(32, 16))
+    with tagbridge.open(tmp_path / "tiles.tif") as tif:
+        yield tif[0], array
 
 
 @pytest.fixture

@@ -27,6 +27,15 @@ def image(shape: tuple[int, ...], dtype: Any = np.uint8) -> np.ndarray:
     return RANDOM.integers(limits.min, limits.max, shape, kind.newbyteorder("="), endpoint=True)
 
 
+def write(path: Path, array: np.ndarray, planar: str | None = None, **options: Any) -> None:
+    """Write an image of samples together with tifffile, in planes when told to."""
+    samples = array.shape[2] if array.ndim == 3 else 1
+    if planar == "separate":
+        array = np.moveaxis(array, 2, 0)
+    tifffile.imwrite(path, array, photometric="rgb" if samples in (3, 4) else "minisblack",
+                     planarconfig=planar, metadata=None, **options)
+
+
 def pages(path: Path, count: int = 3, **options: Any) -> list[np.ndarray]:
     """Write a file of that many images with tifffile, each a row higher; return the images."""
     images = [image((20 + number, 30)) for number in range(count)]

@@ -1,4 +1,4 @@
-"""File objects: in memory, open files, zip members, over HTTP, and ones that fail."""
+"""File objects: in memory, open files, zip members, and over HTTP."""
 
 from __future__ import annotations
 
@@ -17,41 +17,19 @@ import numpy as np
 import pytest
 import tagbridge
 import tifffile
-from images import image, recorded
-
-
-@pytest.fixture
-def array() -> np.ndarray:
-    return image((100, 130, 3), np.uint16)
-
-
-@pytest.fixture
-def data(array: np.ndarray) -> bytes:
-    stream = io.BytesIO()
-    with tagbridge.open(stream, "w") as tif:
-        tif.write(array, tile=(32, 48), compression="deflate", tags={"Artist": "me"})
-        tif.write(array[:50, :, 0])
-    return stream.getvalue()
-
-
-def check(file, array: np.ndarray) -> None:
-    with tagbridge.open(file) as tif:
-        assert len(tif) == 2
-        assert tif.tags["Artist"] == "me"
-        np.testing.assert_array_equal(tif.read(), array)
-        np.testing.assert_array_equal(tif[1][10:20, ::-3], array[10:20, ::-3, 0])
-    assert not file.closed
+from conftest import check_data
+from images import image
 
 
 def test_a_file_in_memory(data: bytes, array: np.ndarray):
-    check(io.BytesIO(data), array)
+    check_data(io.BytesIO(data), array)
 
 
 def test_an_open_file(tmp_path: Path, data: bytes, array: np.ndarray):
     (tmp_path / "a.tif").write_bytes(data)
     for buffering in (-1, 0):
         with open(tmp_path / "a.tif", "rb", buffering=buffering) as file:
-            check(file, array)
+            check_data(file, array)
             with tagbridge.open(file) as tif:
                 assert tif.name == str(tmp_path / "a.tif")
 
@@ -60,7 +38,7 @@ def test_a_member_of_a_zip_file(tmp_path: Path, data: bytes, array: np.ndarray):
     with zipfile.ZipFile(tmp_path / "a.zip", "w", zipfile.ZIP_DEFLATED) as archive:
         archive.writestr("inner.tif", data)
     with zipfile.ZipFile(tmp_path / "a.zip") as archive, archive.open("inner.tif") as file:
-        check(file, array)
+        check_data(file, array)
         with tagbridge.open(file) as tif:
             assert tif.name == "inner.tif"
 
@@ -201,131 +179,6 @@ def test_an_open_file_is_written(tmp_path: Path, array: np.ndarray):
         np.testing.assert_array_equal(tif[2].read(), array)
 
 
-# --- Failures
-
-class Failing(io.BytesIO):
-    """Raises in its n-th call from when it is told."""
-
-    def __init__(self, data: bytes, method: str = "read") -> None:
-        super().__init__(data)
-        self.left = -1
-        self.method = method
-        self.exception: BaseException = OSError(5, "the disk is gone")
-
-    def _count(self, method: str) -> None:
-        if method == self.method:
-            self.left -= 1
-            if self.left == 0:
-                raise self.exception
-
-    def read(self, size: int | None = -1) -> bytes:
-        self._count("read")
-        return super().read(size)
-
-    def seek(self, offset: int, whence: int = 0) -> int:
-        self._count("seek")
-        return super().seek(offset, whence)
-
-    def write(self, data: bytes) -> int:
-        self._count("write")
-        return super().write(data)
-
-
-@pytest.mark.parametrize("method", ["read", "seek"])
-@pytest.mark.parametrize("call", range(1, 26, 3))
-def test_an_exception_arrives_as_it_was(data: bytes, array: np.ndarray, method: str, call: int):
-    file = Failing(data, method)
-    file.left = call
-    with pytest.raises(OSError) as caught:
-        with tagbridge.open(file) as tif:
-            for page in tif:
-                dict(page.tags)
-                page.read()
-    assert caught.value is file.exception
-    assert caught.value.__context__ is None and caught.value.__cause__ is None
-    assert any(entry.name == method for entry in caught.traceback)
-    check(file, array)  # and nothing of it is left
-
-
-def test_failures_leave_no_file_open(tmp_path: Path, data: bytes):
-    (tmp_path / "a.tif").write_bytes(data)
-    program = f"""
-import sys
-sys.path.insert(0, {str(Path(__file__).parent)!r})
-from test_file_objects import Failing
-import tagbridge
-for call in range(1, 26):
-    file = Failing(open({str(tmp_path / "a.tif")!r}, "rb").read())
-    file.left = call
-    try:
-        with tagbridge.open(file) as tif:
-            tif.read()
-    except OSError:
-        pass
-"""
-    run = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True,
-                         check=False)
-    assert (run.returncode, run.stderr) == (0, "")
-
-
-@pytest.mark.parametrize("kind", [KeyboardInterrupt, SystemExit, StopIteration, MemoryError])
-def test_exceptions_of_any_kind_arrive(data: bytes, kind):
-    file = Failing(data)
-    with tagbridge.open(file) as tif:
-        file.exception, file.left = kind(), 1
-        with pytest.raises(kind) as caught:
-            tif.read()
-        assert caught.value is file.exception
-
-
-@pytest.mark.parametrize("call", range(1, 9))
-def test_an_exception_of_write_arrives_as_it_was(call: int):
-    file = Failing(b"", "write")
-    file.left = call
-    with pytest.raises(OSError) as caught, recorded():
-        with tagbridge.open(file, "w") as tif:
-            for _ in range(3):
-                tif.write(image((20, 20)))
-    assert caught.value is file.exception
-
-
-def test_other_things_than_bytes_are_a_type_error(data: bytes):
-    class Text(io.StringIO):
-        pass
-
-    with pytest.raises(TypeError):
-        tagbridge.open(Text("II*\0"))
-
-
-def test_more_bytes_than_asked_for_are_a_value_error(data: bytes):
-    class Generous(io.BytesIO):
-        def read(self, size: int | None = -1) -> bytes:
-            return super().read(None if size is None else size + 1)
-
-    with pytest.raises(ValueError, match="more bytes"):
-        tagbridge.open(Generous(data))
-
-
-def test_short_reads_are_put_together(data: bytes, array: np.ndarray):
-    class Slow(io.BytesIO):
-        def read(self, size: int | None = -1) -> bytes:
-            return super().read(min(size or 0, 7))
-
-    class Start(Slow):
-        def read(self, size: int | None = -1) -> bytes:
-            return io.BytesIO.read(self, size) if size == 4 else super().read(size)
-
-    check(Start(data), array)
-
-
-def test_what_is_no_tiff_file_is_an_error_that_names_the_object():
-    with pytest.raises(tagbridge.Error) as caught:
-        tagbridge.open(io.BytesIO(b"hello, world"))
-    assert caught.value.identifier.endswith("unableToOpenFile")
-    assert caught.value.arguments == ("<BytesIO>",)
-    assert "<BytesIO>" in str(caught.value)
-
-
 # --- Callbacks and locks
 
 def test_the_module_may_be_used_while_a_file_object_is_read(data: bytes, array: np.ndarray):
@@ -335,7 +188,7 @@ def test_the_module_may_be_used_while_a_file_object_is_read(data: bytes, array: 
                 assert inner.tags["Artist"] == "me"
             return super().read(size)
 
-    check(Nosy(data), array)
+    check_data(Nosy(data), array)
 
 
 def test_a_file_that_garbage_collection_closes_meanwhile(data: bytes, array: np.ndarray):
@@ -348,7 +201,7 @@ def test_a_file_that_garbage_collection_closes_meanwhile(data: bytes, array: np.
                 gc.collect()
             return super().read(size)
 
-    check(Messy(data), array)
+    check_data(Messy(data), array)
 
 
 def test_a_file_object_cannot_use_its_own_file(data: bytes):

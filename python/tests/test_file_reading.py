@@ -1,4 +1,4 @@
-"""Images: whole, in parts, block by block, as RGBA, and when blocks are damaged."""
+"""Images: whole, in parts, block by block, and by several threads."""
 
 from __future__ import annotations
 
@@ -10,29 +10,13 @@ import numpy as np
 import pytest
 import tagbridge
 import tifffile
-from images import EXAMPLES, damage, image, recorded
+from images import EXAMPLES, image, write
 from PIL import Image
 
 LAYOUTS: list[dict[str, Any]] = [
     {"rowsperstrip": 16}, {"tile": (32, 48)}, {"rowsperstrip": 7, "compression": "zlib"},
     {"tile": (16, 16), "compression": "zlib"}]
 SHAPES = [(75, 101), (75, 101, 3), (75, 101, 2), (1, 40), (40, 1), (3, 5, 4)]
-
-
-def write(path: Path, array: np.ndarray, planar: str | None = None, **options: Any) -> None:
-    samples = array.shape[2] if array.ndim == 3 else 1
-    if planar == "separate":
-        array = np.moveaxis(array, 2, 0)
-    tifffile.imwrite(path, array, photometric="rgb" if samples in (3, 4) else "minisblack",
-                     planarconfig=planar, metadata=None, **options)
-
-
-@pytest.fixture(params=[(75, 101), (75, 101, 3)], ids=["grey", "rgb"])
-def tiles(request, tmp_path: Path):
-    array = image(request.param, np.uint16)
-    write(tmp_path / "tiles.tif", array, tile=(32, 16))
-    with tagbridge.open(tmp_path / "tiles.tif") as tif:
-        yield tif[0], array
 
 
 @pytest.mark.parametrize("layout", LAYOUTS, ids=str)
@@ -284,166 +268,6 @@ def test_blocks_of_planes_name_their_plane(tmp_path: Path):
         block = tif.blocks[5]
         assert (block.rows, block.columns) == (slice(32, 40), slice(0, 40))
         np.testing.assert_array_equal(block.read(), array[32:40, :, 1])
-
-
-# --- YCbCr and RGBA
-
-@pytest.mark.parametrize("layout", [{"tile": (32, 48)}, {"rows_per_strip": 16}], ids=str)
-@pytest.mark.parametrize("subsampling", [(1, 1), (2, 2)])
-def test_ycbcr_comes_as_rgb(tmp_path: Path, layout, subsampling):
-    array = np.zeros((64, 96, 3), np.uint8)
-    array[:32], array[32:] = (200, 30, 60), (10, 180, 250)  # apart at an edge of blocks
-    path = tmp_path / "a.tif"
-    tagbridge.imwrite(path, array, photometric="ycbcr", compression="jpeg", level=95,
-                      tags={"YCbCrSubsampling": subsampling}, **layout)
-    with Image.open(path) as other:
-        assert np.abs(np.asarray(other.convert("RGB")).astype(int) - array).max() < 6
-    with tagbridge.open(path) as tif:
-        assert tif.photometric is tagbridge.Photometric.YCBCR
-        assert (tif.shape, tif.dtype) == ((64, 96, 3), np.dtype(np.uint8))
-        assert np.abs(tif.read().astype(int) - array).max() < 6
-        np.testing.assert_array_equal(tif[0][10:40, 30:80, ::-1], tif.read()[10:40, 30:80, ::-1])
-        block = tif.blocks[3]
-        np.testing.assert_array_equal(block.read(), tif.read()[block.rows, block.columns])
-        np.testing.assert_array_equal(tif.rgba()[..., :3], tif.read())
-
-
-def test_raw_ycbcr_has_each_value_over_its_unit():
-    path = EXAMPLES / "ycbcr-jpeg-tiles.tif"
-    with tagbridge.open(path) as tif:
-        raw = tif.read(raw=True)
-        rows, columns = tif.metadata["ImageLength"], tif.metadata["ImageWidth"]
-    assert (raw.shape, raw.dtype) == ((rows, columns, 3), np.dtype(np.uint8))
-    file = tagbridge.call("open", str(path), "r")
-    luma, blue, red = tagbridge.call("readEncodedTile", file, 1, outputs=3)
-    tagbridge.call("close", file, outputs=0)
-    part = raw[:64, 64:128]
-    np.testing.assert_array_equal(part[..., 0], luma)
-    for sample, plane in ((1, blue), (2, red)):
-        for row in range(2):
-            for column in range(2):
-                np.testing.assert_array_equal(part[row::2, column::2, sample], plane)
-
-
-def test_raw_changes_nothing_else(tiles):
-    page, array = tiles
-    np.testing.assert_array_equal(page.read(raw=True), array)
-
-
-@pytest.mark.parametrize("orientation", range(1, 9))
-@pytest.mark.parametrize("layout", [{"rowsperstrip": 7}, {"tile": (16, 32)}], ids=str)
-def test_row_0_of_rgba_is_at_the_top(tmp_path: Path, orientation: int, layout):
-    array = image((40, 50, 3))
-    write(tmp_path / "a.tif", array, "contig", **layout,
-          extratags=[(274, "H", 1, orientation, True)])
-    with tagbridge.open(tmp_path / "a.tif") as tif:
-        rgba = tif.rgba()
-    assert (rgba.shape, rgba.dtype) == ((40, 50, 4), np.dtype(np.uint8))
-    assert rgba.flags.f_contiguous
-    np.testing.assert_array_equal(rgba[..., :3], array)
-    assert (rgba[..., 3] == 255).all()
-
-
-@pytest.mark.parametrize("shape", [(1, 9, 3), (9, 1, 3), (1, 1, 3)])
-def test_small_images_have_rgba_too(tmp_path: Path, shape):
-    array = image(shape)
-    write(tmp_path / "a.tif", array, "contig", rowsperstrip=4)
-    with tagbridge.open(tmp_path / "a.tif") as tif:
-        np.testing.assert_array_equal(tif.rgba()[..., :3], array)
-
-
-def test_what_libtiff_cannot_convert_is_an_error(tmp_path: Path):
-    write(tmp_path / "a.tif", image((4, 4), np.float32))
-    with tagbridge.open(tmp_path / "a.tif") as tif, pytest.raises(tagbridge.Error):
-        tif.rgba()
-
-
-# --- Damage
-
-@pytest.fixture
-def damaged(tmp_path: Path):
-    array = image((60, 40))
-    path = tmp_path / "damaged.tif"
-    write(path, array, rowsperstrip=10, compression="zlib")
-    for block in (1, 4):
-        damage(path, block)
-    with tagbridge.open(path) as tif:
-        yield tif, array
-
-
-@pytest.mark.parametrize("threads", [1, 3])
-def test_a_block_that_cannot_be_decoded_is_one_warning_and_zeros(damaged, threads: int):
-    tif, array = damaged
-    with recorded() as said:
-        got = tif.read(threads=threads)
-    assert [each.identifier for each in said] == ["KORVAL:pictoria:tiffutils:libtiffError"] * 2
-    wanted = array.copy()
-    wanted[10:20] = wanted[40:50] = 0
-    np.testing.assert_array_equal(got, wanted)
-
-
-def test_indexing_warns_of_the_blocks_it_touches(damaged):
-    tif, array = damaged
-    with recorded() as said:
-        got = tif[0][15:35]
-    assert len(said) == 1
-    np.testing.assert_array_equal(got[5:], array[20:35])
-    assert not got[:5].any()
-    with recorded() as said:
-        tif[0][20:40]
-    assert said == []
-
-
-def test_a_damaged_block_reads_as_zeros(damaged):
-    tif, _ = damaged
-    with recorded() as said:
-        assert not tif.blocks[4].read().any()
-    assert len(said) == 1
-
-
-@pytest.mark.parametrize("threads", [1, 3])
-def test_strict_raises_with_the_numbers_of_the_blocks(damaged, threads: int):
-    tif, _ = damaged
-    with recorded() as said, pytest.raises(tagbridge.DecodeError) as caught:
-        tif.read(strict=True, threads=threads)
-    assert isinstance(caught.value, tagbridge.Error)
-    assert caught.value.blocks == [1, 4]
-    assert caught.value.identifier == "KORVAL:pictoria:tiffutils:libtiffError"
-    assert len(caught.value.diagnostics) == 2 and "1, 4" in str(caught.value)
-    assert said == []
-
-
-def test_a_decode_error_can_be_pickled(damaged):
-    import pickle
-
-    with pytest.raises(tagbridge.DecodeError) as caught:
-        damaged[0].read(strict=True)
-    again = pickle.loads(pickle.dumps(caught.value))
-    assert (again.blocks, str(again)) == (caught.value.blocks, str(caught.value))
-
-
-def test_strict_reads_what_is_whole(tiles):
-    page, array = tiles
-    np.testing.assert_array_equal(page.read(strict=True), array)
-
-
-def test_a_compression_that_libtiff_lacks_is_an_error_however_one_gets_there(tmp_path: Path):
-    path = tmp_path / "a.tif"
-    with tifffile.TiffWriter(path) as writer:
-        for _ in range(2):
-            writer.write(image((16, 16)), photometric="minisblack", compression="zlib",
-                         metadata=None)
-    with tifffile.TiffFile(path) as tiff:
-        place = tiff.pages[1].tags[259].valueoffset
-    data = bytearray(path.read_bytes())
-    data[place:place + 2] = (60001).to_bytes(2, "little")  # no codec's number
-    path.write_bytes(data)
-    with tagbridge.open(path) as tif:
-        for page in (list(tif)[1], tif[1]):
-            assert page.tags["ImageWidth"] == 16
-            with recorded(), pytest.raises(tagbridge.Error) as caught:
-                page.read()
-            assert caught.value.identifier.endswith("unsupportedCompressionScheme")
 
 
 # --- Several threads at one file

@@ -1,32 +1,21 @@
 // Directories are written as a whole or not at all: whatever fails, every directory that was in the
 // file can be read afterwards, by libtiff alone.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <chrono>
-#include <cmath>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "core/open_files.h"
 #include "gateway/cleanup.h"
+#include "tests/support/directory_pages.h"
 #include "tests/support/patched_tiff.h"
-#include "tests/support/scene.h"
 
 namespace tb::test {
 namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-
-std::string contentOf(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // No file of the process can grow past the size of the given one while this lives.
 class NoRoom {
@@ -43,35 +32,6 @@ class NoRoom {
 
  private:
   rlimit before_{};
-};
-
-const std::vector<Layout> kPages = {{.width = 30}, {.width = 31}, {.width = 32}};
-
-std::vector<std::uint32_t> widthsOf(const std::filesystem::path& path) {
-  std::vector<std::uint32_t> widths;
-  const TiffHandle tif = openTiff(path, "r");
-  if (tif == nullptr) return widths;
-  do {
-    std::uint32_t width = 0;
-    TIFFGetField(tif.get(), TIFFTAG_IMAGEWIDTH, &width);
-    widths.push_back(width);
-  } while (TIFFReadDirectory(tif.get()));
-  return widths;
-}
-
-class DirectoryWrites : public testing::Test {
- protected:
-  DirectoryWrites() { writeTiff(path_, kPages); }
-  void expectUnchanged(const std::string& before) const {
-    EXPECT_TRUE(contentOf(path_) == before);
-    EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32));
-  }
-  Message notWritten() const {
-    return warningOf(Warning::directoryNotWritten, {path_.u16string()});
-  }
-
-  TemporaryFolder folder_;
-  std::filesystem::path path_ = folder_ / "pages.tif";
 };
 
 const std::string kLongText(3000, 'x');
@@ -253,110 +213,6 @@ TEST_F(DirectoryWrites, OfADirectoryBeforeALoopSucceed) {
   call("rewriteDirectory", file);
   call("setDirectory", file, 0);
   EXPECT_EQ(textOf(call("getField", file, TIFFTAG_ARTIST)), "somebody");
-}
-
-// --- Sub-directories, which are in no chain
-
-class SubDirectoryWrites : public DirectoryWrites {
- protected:
-  SubDirectoryWrites() {
-    const Layout main{.width = 40, .more = [](TIFF* tif) {
-                        const std::uint64_t none = 0;
-                        TIFFSetField(tif, TIFFTAG_SUBIFD, 1, &none);
-                      }};
-    writeTiff(path_, {main, Layout{.width = 20}});
-  }
-  static void moveToSubDirectory(const Input& file) {
-    const auto offsets = elementsOf<std::uint64_t>(call("getField", file, TIFFTAG_SUBIFD));
-    call("setSubDirectory", file, scalar(offsets.at(0)));
-  }
-};
-
-TEST_F(SubDirectoryWrites, AreRefusedAndTheHandleGoesOn) {
-  const std::string before = contentOf(path_);
-  OpenedFile file(path_, "r+");
-  moveToSubDirectory(file);
-  call("setField", file, TIFFTAG_ARTIST, "somebody");
-  expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
-  EXPECT_EQ(textOf(call("getField", file, TIFFTAG_ARTIST)), "somebody");
-  file.close();
-  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
-  EXPECT_TRUE(contentOf(path_) == before);
-}
-
-TEST_F(SubDirectoryWrites, OfBlocksThatGotLongerAreMadeInPlace) {
-  {
-    const OpenedFile file(path_, "r+");
-    moveToSubDirectory(file);
-    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 20}));
-  }
-  const OpenedFile file(path_, "r");
-  moveToSubDirectory(file);
-  EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(320));
-}
-
-TEST_F(SubDirectoryWrites, OfBlocksGoOnToANewDirectory) {
-  {
-    const OpenedFile file(path_, "r+");
-    moveToSubDirectory(file);
-    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 20}));
-    call("writeDirectory", file);
-    setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
-    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
-  }
-  EXPECT_THAT(widthsOf(path_), ElementsAre(40, 16));
-  const OpenedFile file(path_, "r");
-  moveToSubDirectory(file);
-  EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), std::vector<std::byte>(320));
-}
-
-TEST_F(SubDirectoryWrites, OfNewTagsAreRefusedByWriteDirectoryToo) {
-  const std::string before = contentOf(path_);
-  OpenedFile file(path_, "r+");
-  moveToSubDirectory(file);
-  call("setField", file, TIFFTAG_ARTIST, "somebody");
-  expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
-  file.close();
-  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
-  EXPECT_TRUE(contentOf(path_) == before);
-}
-
-TEST_F(SubDirectoryWrites, OfTheirParentKeepThemWhateverIsWrittenNext) {
-  {
-    const OpenedFile file(path_, "r+");
-    call("setField", file, TIFFTAG_ARTIST, "somebody");
-    call("rewriteDirectory", file);
-    setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
-    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
-  }
-  EXPECT_THAT(widthsOf(path_), ElementsAre(40, 16));
-  const OpenedFile file(path_, "r");
-  moveToSubDirectory(file);
-  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_IMAGEWIDTH), 20);
-}
-
-TEST_F(DirectoryWrites, OfAnotherDirectoryWaitForSubDirectoriesThatAreAwaited) {
-  const OpenedFile file(path_, "a");
-  setFields(file, stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
-  call("setField", file, TIFFTAG_SUBIFD, 1);
-  call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
-  call("writeDirectory", file);
-  call("setDirectory", file, 1);
-  call("setField", file, TIFFTAG_ARTIST, "somebody");
-  expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
-  EXPECT_THAT(widthsOf(path_), ElementsAre(30, 31, 32, 16));
-}
-
-TEST_F(DirectoryWrites, AtTheEndDoNotTakeThePlaceOfSubDirectoriesThatAreAwaited) {
-  {
-    const OpenedFile file(path_, "r+");
-    setFields(file, {{TIFFTAG_IMAGEWIDTH, 64}, {TIFFTAG_TILEWIDTH, 32}, {TIFFTAG_TILELENGTH, 32}});
-    call("setField", file, TIFFTAG_SUBIFD, 1);
-    call("rewriteDirectory", file);
-    call("setDirectory", file, 0);
-    call("writeEncodedTile", file, 0, zeros(vxUINT8, {16, 32}));
-  }
-  EXPECT_THAT(widthsOf(path_), ElementsAre(64, 31, 32));
 }
 
 // --- Modes

@@ -2,22 +2,16 @@
 // several directories and with sub-directories are written through the module and walked again.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "tests/support/file_content.h"
 #include "tests/support/scene.h"
 
 namespace tb::test {
 namespace {
 
 using Bytes = std::vector<std::byte>;
-
-std::string contentOf(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Every block of a directory as libtiff alone decodes it.
 std::vector<Bytes> blocksOf(const std::filesystem::path& path, std::uint32_t directory) {

@@ -2,24 +2,14 @@
 // trusted them. Much of this is worth its while under AddressSanitizer only.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <limits>
-#include <new>
-#include <string>
 #include <vector>
 
-#include "core/image_metadata.h"
-#include "image/block_geometry.h"
-#include "image/read_transfer.h"
-#include "image/ycbcr_transfer.h"
-#include "runtime/memory.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/temporary_folder.h"
@@ -119,18 +109,6 @@ TEST_F(ReadHazards, OnlyTileWidthSetMeansNoTiles) {
   EXPECT_NO_THROW(call("computeTile", file, row({50, 50})));
 }
 
-TEST(BlockGeometry, QuotientsAndRemaindersByZeroAreZero) {
-  // A directory without rows, columns or tiles: no division may fault.
-  const TemporaryFolder folder;
-  const TiffHandle tif = openTiff(folder / "new.tif", "w");
-  for (const std::uint32_t tile : {0U, 1U, 4294967295U}) {
-    const BlockExtent extent = tileExtent({.tif = tif.get()}, tile, 0);
-    EXPECT_EQ(extent.rows, 0U);
-    EXPECT_EQ(extent.columns, 0U);
-    EXPECT_EQ(stripExtent({.tif = tif.get()}, tile).rows, 0U);
-  }
-}
-
 // --- Geometry that contradicts itself
 
 TEST_F(ReadHazards, TileDepthDoesNotMakeTilesLongerThanTheyAre) {
@@ -160,82 +138,6 @@ TEST_F(ReadHazards, ImageDepthOfManyKeepsTilesWithinTheirSize) {
     EXPECT_LE(dimensions[0], 16U);
     EXPECT_LE(dimensions[1], 16U);
   }
-}
-
-// --- Blocks shorter than the directory says: the transfer routines must stop at their end
-
-TiffImageMetaData_ blockOf(std::uint16_t bits, std::uint16_t samples) {
-  return {.bitsPerSample = bits,
-          .samplesPerPixel = samples,
-          .planarConfig = PLANARCONFIG_CONTIG,
-          .sampleFormat =
-              bits == 64 ? std::uint16_t{SAMPLEFORMAT_IEEEFP} : std::uint16_t{SAMPLEFORMAT_UINT},
-          .blockWidth = 5,
-          .blockLength = 4,
-          .samplesPerBlock = samples};
-}
-
-TEST(ShortBlocks, OfOneSampleFillTheRowsTheyHave) {
-  const std::vector<std::byte> block(12, std::byte{7});  // two rows of five and a part of a third
-  const vxArrayPtr array = zeros(vxUINT8, {4, 5});
-  transferBlockToVx(block, *array, blockOf(8, 1));
-  const std::vector<std::uint8_t> elements = elementsOf<std::uint8_t>(array);
-  for (std::size_t column = 0; column < 5; ++column) {
-    EXPECT_EQ(elements[column * 4 + 0], 7);
-    EXPECT_EQ(elements[column * 4 + 1], 7);
-    EXPECT_EQ(elements[column * 4 + 3], 0);
-  }
-}
-
-TEST(ShortBlocks, AreNeverReadPastTheirEnd) {
-  for (const std::uint16_t bits : std::vector<std::uint16_t>{1, 8, 16, 32, 64})
-    for (const std::uint16_t samples : std::vector<std::uint16_t>{1, 2, 3, 5})
-      for (std::size_t size = 0; size <= 4U * 5 * samples * bits / 8 + 4; ++size) {
-        const std::vector<std::byte> block(size, std::byte{0xFF});
-        const TiffImageMetaData_ record = blockOf(bits, samples);
-        const vxArrayPtr array = zeros(determineClassId(record), {4, 5, samples});
-        if (bits == 1)
-          transferLogicalBlockToVx(block, *array, record);
-        else
-          transferBlockToVx(block, *array, record);
-      }
-}
-
-TEST(ShortBlocks, SmallerThanAPixelCopyNothing) {
-  const std::vector<std::byte> block(5, std::byte{9});
-  const vxArrayPtr array = zeros(vxUINT16, {4, 5, 3});
-  transferBlockToVx(block, *array, blockOf(16, 3));
-  EXPECT_THAT(elementsOf<std::uint16_t>(array), Each(0));
-}
-
-TEST(ShortBlocks, WithoutRowsCopyNothing) {
-  TiffImageMetaData_ record = blockOf(8, 3);
-  record.blockLength = 0;
-  const std::vector<std::byte> block(60, std::byte{9});
-  const vxArrayPtr array = zeros(vxUINT8, {4, 5, 3});
-  transferBlockToVx(block, *array, record);
-  EXPECT_THAT(elementsOf<std::uint8_t>(array), Each(0));
-}
-
-TEST(ShortBlocks, WidthsWithoutARoutineAreNamed) {
-  const vxArrayPtr array = zeros(vxUINT8, {4, 5});
-  clearRecord();
-  expectError<Tiff::unhandledBitsPerSample>({12},
-                                            [&] { transferBlockToVx({}, *array, blockOf(12, 1)); });
-}
-
-TEST(ShortBlocks, OfYCbCrUnitsAreNeverReadPastTheirEnd) {
-  for (const std::uint16_t h : std::vector<std::uint16_t>{1, 2, 3, 4, 65535})
-    for (const std::uint16_t v : std::vector<std::uint16_t>{1, 2, 3, 4, 65535})
-      for (std::size_t size = 0; size <= 70; ++size) {
-        TiffImageMetaData_ record = blockOf(8, 3);
-        record.ycbcrSubsampling[0] = h;
-        record.ycbcrSubsampling[1] = v;
-        const std::vector<std::byte> block(size, std::byte{0xFF});
-        vxArrayPtr slots[3];
-        transferYCbCrContigBlockToVx(block, {4, 5}, {3, slots}, record);
-        EXPECT_EQ(dimensionsOf(slots[0]), (Dimensions{4, 5}));
-      }
 }
 
 // --- YCbCr
@@ -390,33 +292,6 @@ TEST_F(ReadHazards, EverySampleOfAWholeBlockIsFilled) {
   }
 }
 
-// --- Sizes that a small file only claims
-
-// A gray image of one strip of `width` x `length` bytes, of which the file holds 4096.
-std::vector<RawEntry> claiming(std::uint32_t width, std::uint32_t length, int scheme) {
-  std::vector<RawEntry> entries = rawGray(width, length);
-  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {static_cast<std::uint32_t>(scheme)}});
-  replaceEntry(entries, {TIFFTAG_STRIPBYTECOUNTS, TIFF_LONG, {4096}});
-  return entries;
-}
-
-class MemoryLimit {
- public:
-  explicit MemoryLimit(std::size_t bytes) { runtime::setMemoryLimit(bytes); }
-  ~MemoryLimit() { runtime::setMemoryLimit(0); }
-  MemoryLimit(const MemoryLimit&) = delete;
-  MemoryLimit& operator=(const MemoryLimit&) = delete;
-};
-
-TEST_F(ReadHazards, ClaimedStripBeyondTheMemoryLimitIsRefused) {
-  const MemoryLimit limit(std::size_t{64} << 20);
-  for (const int scheme : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_PACKBITS}) {
-    writeRaw(claiming(40000, 40000, scheme));
-    const OpenedFile file(path_, "rc");  // else libtiff chops one uncompressed strip into many
-    EXPECT_THROW(call("readEncodedStrip", file, 0), std::bad_alloc) << scheme;
-  }
-}
-
 TEST_F(ReadHazards, PackBitsThatEndEarlyGiveWhatTheyHaveBetweenZeros) {
   dirtyReleasedMemory({8, 8}, vxUINT8);
   std::vector<RawEntry> entries = rawGray(8, 8);
@@ -432,39 +307,6 @@ TEST_F(ReadHazards, PackBitsThatEndEarlyGiveWhatTheyHaveBetweenZeros) {
   }
   // That of the lacking byte and that of the lacking rows, each once.
   EXPECT_EQ(libtiffMessages().size(), 2U);
-}
-
-// The most memory that the process has had so far.
-std::size_t peakResidentBytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<std::size_t>(usage.ru_maxrss) * 1024;
-}
-
-TEST_F(ReadHazards, ClaimedStripThatDoesNotDecodeCostsNoMemory) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizer's shadow memory counts as resident";
-#endif
-  for (const int scheme : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE}) {
-    writeRaw(claiming(20000, 20000, scheme));
-    const OpenedFile file(path_, "rc");
-    const std::size_t before = peakResidentBytes();
-    const vxArrayPtr array = call("readEncodedStrip", file, 0);
-    EXPECT_EQ(dimensionsOf(array), (Dimensions{20000, 20000}));
-    EXPECT_LT(peakResidentBytes(), before + (std::size_t{64} << 20)) << scheme;
-  }
-}
-
-TEST_F(ReadHazards, SizesBeyondAllNumbersAreRefused) {
-  const OpenedFile file = fresh();
-  setLayout(file.handle(), {.width = 4294967295U,
-                            .length = 4294967295U,
-                            .bits = 64,
-                            .samples = 65535,
-                            .format = SAMPLEFORMAT_IEEEFP});
-  EXPECT_THROW(call("readEncodedStrip", file, 0), std::bad_alloc);
-  EXPECT_THROW(call("readRGBAImage", file), std::bad_alloc);
-  EXPECT_THROW(call("readRGBAStrip", file, 0), std::bad_alloc);
 }
 
 // --- The world around the file

@@ -6,17 +6,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstring>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "image/write_buffer.h"
 #include "runtime/memory.h"
+#include "tests/support/file_content.h"
 #include "tests/support/scene.h"
 
 namespace tb::test {
@@ -292,11 +289,6 @@ TEST_F(WriteHazards, TilesBeyondAllNumbersAreLibtiffsToRefuse) {
 }
 
 // --- All or nothing
-
-std::string contentOf(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 TEST_F(WriteHazards, EncoderThatFailsHalfwayLeavesNothingInTheFile) {
   // The byte count for 2:2 subsampling is not a whole number of the encoder's rows here.

@@ -1,60 +1,21 @@
-// The checks of images against the directory, before anything is written: on records where a table
-// wants them all, and through the gateway where the order of the whole operation matters.
+// The checks of images against the directory, before anything is written, on records.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "image/write_checks.h"
-#include "tests/support/scene.h"
+#include "tests/support/image_records.h"
 
 namespace tb::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr vxClassID kAllClasses[] = {vxCELL,   vxLOGICAL, vxCHAR,  vxDOUBLE, vxSINGLE,
                                      vxINT8,   vxUINT8,   vxINT16, vxUINT16, vxINT32,
                                      vxUINT32, vxINT64,   vxUINT64};
-
-// A contiguous gray image of 16 x 16 pixels in one strip, for changing some members.
-TiffImageMetaData_ grayRecord() {
-  return {.rowsPerStrip = 16,
-          .imageWidth = 16,
-          .imageLength = 16,
-          .imageDepth = 1,
-          .bitsPerSample = 8,
-          .samplesPerPixel = 1,
-          .planarConfig = PLANARCONFIG_CONTIG,
-          .photometric = PHOTOMETRIC_MINISBLACK,
-          .sampleFormat = SAMPLEFORMAT_UINT,
-          .compression = COMPRESSION_NONE,
-          .blockWidth = 16,
-          .blockLength = 16,
-          .samplesPerBlock = 1,
-          .ycbcrSubsampling = {2, 2}};
-}
-
-TiffImageMetaData_ record(std::uint16_t photometric, std::uint16_t samples) {
-  TiffImageMetaData_ result = grayRecord();
-  result.photometric = photometric;
-  result.samplesPerPixel = result.samplesPerBlock = samples;
-  return result;
-}
-
-// Expects the error from a check that is called directly.
-template <class Id>
-void expectRefusal(const Arguments& arguments, const std::function<void()>& check) {
-  clearRecord();
-  expectError<Id>(arguments, check);
-}
 
 // --- validateInputImage: the class
 
@@ -182,154 +143,6 @@ TEST(ValidateInputImage, ClassAgainstBitsThenShapeThenClassAgainstFormat) {
   expectRefusal<Tiff::badContigImageOneSpp>({}, check(zeros(vxUINT8, {16, 16, 2})));
   expectRefusal<Tiff::badDatatypeForSampleFormat>({"Int", "int8, int16, int32"},
                                                   check(zeros(vxUINT8, {16, 16})));
-}
-
-// --- validatePhotometric
-
-vxClassID check(const TiffImageMetaData_& image, const std::vector<const vxArrayPtr*>& arrays) {
-  std::vector<const vxArray*> inputs;
-  for (const vxArrayPtr* array : arrays) inputs.push_back(array->get());
-  return validatePhotometric(image, inputs);
-}
-
-class ValidatePhotometric : public testing::Test {
- protected:
-  const vxArrayPtr gray_ = zeros(vxUINT8, {16, 16});
-  const vxArrayPtr rgb_ = zeros(vxUINT8, {16, 16, 3});
-  const vxArrayPtr chroma_ = zeros(vxUINT8, {8, 8});
-  const vxArrayPtr wrong_ = zeros(vxCHAR, {16, 16});
-};
-
-TEST_F(ValidatePhotometric, OneImageUnlessYCbCr) {
-  for (const auto photometric :
-       std::vector<std::uint16_t>{0, 1, 2, 3, 4, 5, 7, 8, 9, 10, 32844, 32845, 999})
-    for (const auto& images : std::vector<std::vector<const vxArrayPtr*>>{
-             {&wrong_, &wrong_}, {&wrong_, &wrong_, &wrong_}})
-      expectRefusal<Tiff::wrongNumberOfInputImages>({},
-                                                    [&] { check(record(photometric, 1), images); });
-}
-
-TEST_F(ValidatePhotometric, LogImagesNeedAFormatBelowEightBits) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_LOGLUV, 3);
-  image.bitsPerSample = 16;
-  image.sampleFormat = SAMPLEFORMAT_INT;
-  const vxArrayPtr signed16 = zeros(vxINT16, {16, 16, 3});
-  for (const std::int32_t format : {-1, 0, 1, 2}) {
-    image.sgiLogDataFmt = format;
-    EXPECT_EQ(check(image, {&signed16}), vxINT16);
-  }
-  image.sgiLogDataFmt = 3;
-  expectRefusal<Tiff::eightBitSgiFormatNotAllowedWhenWriting>({}, [&] { check(image, {&wrong_}); });
-  image.sgiLogDataFmt = 4;
-  expectRefusal<Tiff::luvCodecNotSet>({}, [&] { check(image, {&wrong_}); });
-}
-
-TEST_F(ValidatePhotometric, RgbNeedsThreeSamplesBeforeTheImageIsLookedAt) {
-  for (const auto samples : std::vector<std::uint16_t>{0, 1, 2})
-    expectRefusal<Tiff::badRgbSamplesPerPixelConfiguration>(
-        {}, [&] { check(record(PHOTOMETRIC_RGB, samples), {&wrong_}); });
-  EXPECT_EQ(check(record(PHOTOMETRIC_RGB, 3), {&rgb_}), vxUINT8);
-}
-
-TEST_F(ValidatePhotometric, PaletteImageIsUint8OrUint16OfTheSameBits) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_PALETTE, 1);
-  const vxArrayPtr wide = zeros(vxUINT16, {16, 16});
-  expectRefusal<Tiff::badDatatypeForPaletteImage>({8, 8}, [&] { check(image, {&wide}); });
-  image.bitsPerSample = 16;
-  expectRefusal<Tiff::badDatatypeForPaletteImage>({16, 16}, [&] { check(image, {&gray_}); });
-  for (const auto bits : std::vector<std::uint16_t>{1, 4, 32, 64}) {
-    image.bitsPerSample = bits;
-    expectRefusal<Tiff::badPaletteWriteConfiguration>({}, [&] { check(image, {&gray_}); });
-  }
-}
-
-TEST_F(ValidatePhotometric, PaletteNeedsUnsignedSamplesThenAColorMap) {
-  Scene scene;
-  const OpenedFile& file = scene.fresh(stripTags(PHOTOMETRIC_PALETTE, 8, 1));
-  call("setField", file, TIFFTAG_SAMPLEFORMAT, 3);
-  expectError<Tiff::badPaletteWriteConfiguration>(
-      {}, [&] { call("writeEncodedStrip", file, 0, gray_); });
-  call("setField", file, TIFFTAG_SAMPLEFORMAT, 1);
-  expectError<Tiff::colorMapShouldbeSet>({}, [&] { call("writeEncodedStrip", file, 0, gray_); });
-  call("setField", file, TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3}));
-  EXPECT_NO_THROW(call("writeEncodedStrip", file, 0, gray_));
-}
-
-// --- YCbCr
-
-TEST_F(ValidatePhotometric, YCbCrNeedsThreeImagesUnlessTheCodecConverts) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_YCBCR, 3);
-  EXPECT_EQ(check(image, {&gray_, &chroma_, &chroma_}), vxUINT8);
-  expectRefusal<Tiff::wrongNumberOfInputImages>({}, [&] { check(image, {&gray_}); });
-  expectRefusal<Tiff::wrongNumberOfInputImages>({}, [&] { check(image, {&gray_, &chroma_}); });
-
-  image.jpegColorMode = JPEGCOLORMODE_RGB;
-  EXPECT_EQ(check(image, {&rgb_}), vxUINT8);
-  EXPECT_EQ(check(image, {&rgb_, &wrong_}), vxUINT8) << "only the first is looked at";
-}
-
-TEST_F(ValidatePhotometric, ConvertingCodecNeedsThreeSamples) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_YCBCR, 1);
-  image.jpegColorMode = JPEGCOLORMODE_RGB;
-  expectRefusal<Tiff::badRgbSamplesPerPixelConfiguration>({}, [&] { check(image, {&wrong_}); });
-}
-
-TEST_F(ValidatePhotometric, ConvertingCodecNeedsAllThreePlanesOfTheOneImage) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_YCBCR, 3);
-  image.jpegColorMode = JPEGCOLORMODE_RGB;
-  expectRefusal<Tiff::badContigImageMultipleSpp>({}, [&] { check(image, {&gray_}); });
-}
-
-TEST_F(ValidatePhotometric, ColourModesThatDoNotExistNeedThreeImagesToo) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_YCBCR, 3);
-  image.jpegColorMode = 2;
-  expectRefusal<Tiff::wrongNumberOfInputImages>({}, [&] { check(image, {&rgb_}); });
-  expectRefusal<Tiff::wrongNumberOfInputImages>({}, [&] { check(image, {&rgb_, &rgb_}); });
-  expectRefusal<Tiff::badContigImageMultipleSpp>({}, [&] {
-    check(image, {&gray_, &chroma_, &chroma_});
-  });
-}
-
-TEST_F(ValidatePhotometric, EveryYCbCrImageIsValidatedBeforeThePlanarConfiguration) {
-  TiffImageMetaData_ image = record(PHOTOMETRIC_YCBCR, 3);
-  image.planarConfig = PLANARCONFIG_SEPARATE;
-  image.samplesPerBlock = 1;
-  for (const auto& images : std::vector<std::vector<const vxArrayPtr*>>{
-           {&wrong_, &chroma_, &chroma_}, {&gray_, &wrong_, &chroma_}, {&gray_, &chroma_, &wrong_}})
-    expectRefusal<Tiff::imageDatatypeNot8bit>({"char"}, [&] { check(image, images); });
-  expectRefusal<Tiff::unsupportedYCbCrConfiguration>({}, [&] {
-    check(image, {&gray_, &gray_, &gray_});
-  });
-}
-
-struct ChromaCase {
-  Dimensions y, cb, cr;
-  std::uint16_t horizontal, vertical;
-  bool fits;
-};
-
-TEST_F(ValidatePhotometric, ChromaSizeIsTheLumaSizeOverTheFactorsRoundedUp) {
-  const ChromaCase cases[] = {
-      {{16, 15}, {8, 8}, {8, 8}, 2, 2, true},     {{16, 15}, {8, 7}, {8, 8}, 2, 2, false},
-      {{16, 15}, {8, 8}, {8, 7}, 2, 2, false},    {{16, 15}, {7, 8}, {8, 8}, 2, 2, false},
-      {{16, 15}, {8, 8}, {9, 8}, 2, 2, false},    {{7, 9}, {7, 3}, {7, 3}, 4, 1, true},
-      {{7, 9}, {2, 9}, {2, 9}, 1, 4, true},       {{1, 1}, {1, 1}, {1, 1}, 4, 4, true},
-      {{16, 16}, {16, 16}, {16, 16}, 1, 1, true}, {{0, 0}, {0, 0}, {0, 0}, 2, 2, true},
-      {{16, 16}, {0, 0}, {0, 0}, 0, 0, false},    {{16, 16}, {8, 8}, {8, 8}, 0, 2, false},
-      {{16, 16}, {8, 8}, {8, 8}, 2, 0, false},    {{16, 16}, {1, 1}, {1, 1}, 65535, 65535, true},
-  };
-  for (const auto& [y, cb, cr, h, v, fits] : cases) {
-    TiffImageMetaData_ image = record(PHOTOMETRIC_YCBCR, 3);
-    image.ycbcrSubsampling[0] = h;
-    image.ycbcrSubsampling[1] = v;
-    const vxArrayPtr arrays[] = {zeros(vxUINT8, y), zeros(vxUINT8, cb), zeros(vxUINT8, cr)};
-    const auto act = [&, &record = image] { check(record, {&arrays[0], &arrays[1], &arrays[2]}); };
-    if (fits) {
-      EXPECT_NO_THROW(act());
-    } else {
-      expectRefusal<Tiff::badYCbCrDimensions>({y[0], y[1], cb[0], cb[1], cr[0], cr[1], h, v}, act);
-    }
-  }
 }
 
 // --- validateExtraSamples
@@ -533,91 +346,6 @@ TEST(ValidateWriteConfiguration, EitherDimensionMissingIsReported) {
   image.isTiled = true;
   image.tileWidth = 16;
   expectRefusal<Tiff::tileDimensionsNotSet>({}, [&] { validateWriteConfiguration(image, images); });
-}
-
-// --- The whole operation
-
-class WriteErrors : public testing::Test {
- protected:
-  Scene scene_;
-  const vxArrayPtr image_ = zeros(vxUINT8, {16, 16});
-};
-
-TEST_F(WriteErrors, ImagesAreCheckedBeforeLayoutLayoutBeforeNumber) {
-  for (const bool tiled : {true, false}) {
-    const char* operation = tiled ? "writeEncodedStrip" : "writeEncodedTile";
-    const OpenedFile& file = scene_.fresh(tiled ? tileTags(1, 8, 1) : stripTags(1, 8, 1));
-    expectError<Tiff::imageDatatypeNot8bit>({"double"},
-                                            [&] { call(operation, file, -1, row({1})); });
-    expectError<Tiff::tiledOperationOnStrippedImage>({},
-                                                     [&] { call(operation, file, -1, image_); });
-  }
-}
-
-TEST_F(WriteErrors, BlockNumberOutOfRangeOrTooLarge) {
-  const OpenedFile& strips = scene_.fresh(also(stripTags(1, 8, 1), {{TIFFTAG_ROWSPERSTRIP, 4}}));
-  const OpenedFile& tiles = scene_.fresh(tileTags(1, 8, 1));
-  for (const double number : {-1.0, 4294967296.0}) {
-    expectError<validate::argumentOutOfBounds>(
-        {}, [&] { call("writeEncodedStrip", strips, number, image_); });
-    expectError<validate::argumentOutOfBounds>(
-        {}, [&] { call("writeEncodedTile", tiles, number, image_); });
-  }
-  for (const double number : {4.0, 5.9, 4294967295.0})
-    expectError<Tiff::stripNumberTooLarge>(
-        {4}, [&] { call("writeEncodedStrip", strips, number, image_); });
-  expectError<Tiff::tileNumberTooLarge>({1}, [&] { call("writeEncodedTile", tiles, 1, image_); });
-}
-
-TEST_F(WriteErrors, BlockNumberIsComparedBeforeTheDataIsClipped) {
-  const OpenedFile& file = scene_.fresh(stripTags(1, 8, 1));
-  expectError<Tiff::stripNumberTooLarge>({1}, [&] {
-    call("writeEncodedStrip", file, 1, zeros(vxUINT8, {99, 99}));
-  });
-  EXPECT_THAT(moduleWarnings(), IsEmpty());
-}
-
-TEST_F(WriteErrors, RefusalByLibtiffNamesTheBlockOneHigher) {
-  const OpenedFile& strips = scene_.written({Layout{.rowsPerStrip = 4}});
-  expectError<Tiff::stripWriteFailure>({3}, [&] { call("writeEncodedStrip", strips, 2, image_); });
-  const OpenedFile& tiles =
-      scene_.written({Layout{.width = 64, .tileWidth = 16, .tileLength = 16}});
-  expectError<Tiff::tileWritefailure>({3}, [&] { call("writeEncodedTile", tiles, 2, image_); });
-}
-
-TEST_F(WriteErrors, MissingTagsComeBeforeTheImages) {
-  const OpenedFile& file = scene_.fresh();
-  for (const char* operation : {"writeEncodedStrip", "writeEncodedTile"})
-    expectError<Tiff::tagRetrievalFailed>({"ImageLength"},
-                                          [&] { call(operation, file, -1, structure()); });
-}
-
-TEST_F(WriteErrors, MissingExtraSamplesWarnAndTheWriteGoesOn) {
-  const OpenedFile& file = scene_.fresh(stripTags(1, 8, 2));
-  const vxArrayPtr written = image<std::uint8_t>(
-      16, 16, 2, [](auto r, auto c, auto s) { return static_cast<std::uint8_t>(r + c + s); });
-  call("writeEncodedStrip", file, 0, written);
-  EXPECT_THAT(moduleWarnings(), ElementsAre(kWarns));
-  EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), bytesOf(written));
-}
-
-std::string contentOf(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-TEST_F(WriteErrors, RefusedWritesLeaveTheFileAsItWas) {
-  const OpenedFile& file = scene_.written({Layout{}}, "r+");
-  const std::filesystem::path path = TIFFFileName(file.handle());
-  const std::string before = contentOf(path);
-  for (const auto& image : {row({1}), zeros(vxUINT8, {16, 16, 3}), zeros(vxINT8, {16, 16})})
-    EXPECT_ANY_THROW(call("writeEncodedStrip", file, 0, image));
-  EXPECT_ANY_THROW(call("writeEncodedStrip", file, 7, image_));
-  EXPECT_ANY_THROW(call("writeEncodedTile", file, 0, image_));
-  EXPECT_ANY_THROW(call("writeEncodedStrip", file, 0, image_, image_, image_));
-  EXPECT_TRUE(contentOf(path) == before);
-  call("close", file);
-  EXPECT_TRUE(contentOf(path) == before);
 }
 
 }  // namespace
