@@ -167,6 +167,19 @@ Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const
   return outcome;
 }
 
+void withoutInterpreter(const std::function<void()>& action) noexcept {
+  PyThreadState* const thread = PyEval_SaveThread();
+  action();
+  restoreThread(thread);
+}
+
+Outcome callReleased(std::span<vxArrayPtr> outputs,
+                     std::span<const vxArray* const> inputs) noexcept {
+  Outcome outcome;
+  callCounted(outputs, inputs, {}, outcome);
+  return outcome;
+}
+
 void cleanUpModule() {
   holdCalls();
   PyThreadState* const thread = PyEval_SaveThread();

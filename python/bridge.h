@@ -45,6 +45,13 @@ Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const
 Outcome callModule(std::span<vxArrayPtr> outputs, std::span<const vxArray* const> inputs,
                    const std::function<void()>& then);
 
+// The two halves of callModule, for several calls one after the other: runs `action` without the
+// interpreter's lock, which the caller holds, and calls the gateway on a thread that does not hold
+// it.
+void withoutInterpreter(const std::function<void()>& action) noexcept;
+Outcome callReleased(std::span<vxArrayPtr> outputs,
+                     std::span<const vxArray* const> inputs) noexcept;
+
 // Runs `action` with the interpreter's lock, from inside a call of the module. Returns false when
 // there is no interpreter any more. `action` throws nothing.
 bool withInterpreter(const std::function<void()>& action) noexcept;

@@ -14,6 +14,7 @@
 #include "python/messages.h"
 #include "python/numpy_api.h"
 #include "python/place_blocks.h"
+#include "python/read_blocks.h"
 #include "python/tag_presence.h"
 #include "runtime/catalog.h"
 #include "runtime/memory.h"
@@ -107,6 +108,7 @@ PYBIND11_MODULE(_core, extension) {
   addTagPresence(extension);
   addFileObjects(extension);
   addPlaceBlocks(extension);
+  addReadBlocks(extension);
   addMemory(extension);
   extension.def("catalog_rows", &catalogRows);
   extension.attr("__version__") = TAGBRIDGE_VERSION;

@@ -4,24 +4,10 @@
 #include "python/place_blocks.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
-#include <vector>
-
 namespace py = pybind11;
 
 namespace tb::python {
-namespace {
-
-// An array whose columns are contiguous, with up to three dimensions.
-struct Columns {
-  std::byte* data;
-  std::size_t columnBytes;
-  npy_intp columns, samples;
-  npy_intp columnStride, sampleStride;  // in bytes
-};
-
-// Throws pybind11::value_error for an array of another kind.
 Columns columnsOf(PyObject* object, int itemSize) {
   auto* const array = reinterpret_cast<PyArrayObject*>(object);
   const bool fits = PyArray_Check(object) != 0 &&
@@ -51,6 +37,8 @@ void copyColumns(const Columns& target, const std::vector<Columns>& blocks) {
     }
   }
 }
+
+namespace {
 
 void placeBlocks(const py::object& target, const py::list& blocks) {
   if (PyArray_Check(target.ptr()) == 0) throw py::type_error("place_blocks() needs arrays");

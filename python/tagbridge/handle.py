@@ -116,6 +116,18 @@ class Handle:
             raise ValueError(CLOSED)
         return self._session.run(_core.set_tags, self._file, numbers)
 
+    def read_blocks(self, operation: str, blocks: list[tuple[int, int, int, int, int]],
+                    target: np.ndarray[Any, Any], origin: tuple[int, int, int],
+                    ) -> list[tuple[int, list[Warning]]]:
+        """Read blocks, below each other, into their places; return the warnings of each.
+
+        A block is its number and where it lies in the image: the first row and the row after the
+        last, and the same of columns. The target begins with the origin's row, column and sample.
+        """
+        if self._file is None:
+            raise ValueError(CLOSED)
+        return self._session.run(_core.read_blocks, operation, self._file, blocks, target, origin)
+
     # --- The current directory
 
     def at(self, place: Place) -> Handle:

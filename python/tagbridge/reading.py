@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import dataclasses
+import functools
 import math
 import os
 import threading
@@ -15,8 +16,7 @@ import numpy as np
 from . import _core
 from ._checks import up
 from ._messages import Warning
-from .decoding import Decoder, decoder_for
-from .enumerations import Compression
+from .decoding import Decoder, StoredBlocks, decoder_for
 from .errors import decode_error, failure_of, issue
 from .handle import Handle
 from .indexing import Selection
@@ -29,9 +29,7 @@ if TYPE_CHECKING:
 Array = np.ndarray[Any, Any]
 
 # From here on starting threads and opening the file for each takes less time than it saves.
-_WORTH_THREADS = 16 << 20
-# Calls of the module take turns in a process, so that threads wait for each other at present.
-_CALLS_TAKE_TURNS = True
+_WORTH_THREADS = 4 << 20
 
 # Of each column so many bytes are copied at the same time, of blocks that together have no more.
 _COLUMN_BYTES = 1024
@@ -53,6 +51,7 @@ class _Read:
     said: list[tuple[int, list[Warning]]] = dataclasses.field(default_factory=list)
     lock: threading.Lock = dataclasses.field(default_factory=threading.Lock)
     stopped: bool = False
+    threads: int = 1
 
     def jobs(self) -> Iterator[Job]:
         """Yield the blocks that the selection touches, those below each other together."""
@@ -75,7 +74,9 @@ class _Read:
         wanted = up(_COLUMN_BYTES, max(1, layout.block_rows * item))
         fitting = _GROUP_BYTES // max(
             1, layout.block_rows * layout.block_columns * item * self.decode.samples)
-        return max(1, min(wanted, fitting))
+        # Each thread should find several jobs, or the others wait for the last.
+        fair = self.count() // (4 * self.threads) if self.threads > 1 else wanted
+        return max(1, min(wanted, fitting, fair))
 
     def count(self) -> int:
         """Return the number of these blocks."""
@@ -84,8 +85,36 @@ class _Read:
         return (planes * len(axes[0].blocks(layout.block_rows))
                 * len(axes[1].blocks(layout.block_columns)))
 
+    @functools.cached_property
+    def _is_direct(self) -> bool:
+        """Whether blocks go into the image as they are stored, without steps between."""
+        return (type(self.decode) is StoredBlocks and self.target.ndim in (2, 3)
+                and all(axis.step == 1 for axis in self.selection.axes)
+                and (len(self.target) < 2 or self.target.strides[0] == self.target.itemsize))
+
     def run(self, handle: Handle, job: Job) -> None:
         """Decode blocks and copy what is selected of them into its place."""
+        if not self._is_direct:
+            self._run_decoded(handle, job)
+            return
+        axes, plane = self.selection.axes, job[0][1].plane
+        target, sample = self.target, 0
+        if len(axes) > 2 and self.decode.apart:
+            target = target[:, :, axes[2].within(plane or 0, (plane or 0) + 1).first]
+        elif len(axes) > 2:
+            sample = axes[2].start
+        blocks = [(number, extent.top, extent.bottom, extent.left, extent.right)
+                  for number, extent in job]
+        with handle.at(self.directory._place):
+            self.directory._prepare(handle)
+            said = handle.read_blocks(f"readEncoded{self.layout.unit}", blocks, target,
+                                      (axes[0].start, axes[1].start, sample))
+        with self.lock:
+            self.said += said
+            for _ in job:
+                self.report()
+
+    def _run_decoded(self, handle: Handle, job: Job) -> None:
         arrays = []
         for block, extent in job:
             with handle.at(self.directory._place):
@@ -143,9 +172,9 @@ def read_image(
     with reporting(progress) as report:
         read = _Read(directory, layout, decode, selection, out, report)
         report.total = read.count()
-        count = _thread_count(read, threads)
+        read.threads = _thread_count(read, threads)
         try:
-            _run_threads(read, count) if count > 1 else _run_here(read)
+            _run_threads(read) if read.threads > 1 else _run_here(read)
         finally:
             failures = _failures(read)
             if not strict:
@@ -182,12 +211,12 @@ def _thread_count(read: _Read, threads: int | None) -> int:
     if threads is not None:
         return min(threads, blocks)
     size = math.prod(read.selection.shape) * read.target.itemsize
-    if _CALLS_TAKE_TURNS or read.layout.compression == Compression.NONE or size < _WORTH_THREADS:
+    if size < _WORTH_THREADS:
         return 1
     return min(len(os.sched_getaffinity(0)), blocks)
 
 
-def _run_threads(read: _Read, count: int) -> None:
+def _run_threads(read: _Read) -> None:
     """Decode in threads, each with a handle of its own."""
     jobs = read.jobs()
 
@@ -206,8 +235,8 @@ def _run_threads(read: _Read, count: int) -> None:
         finally:
             handle.close()
 
-    with ThreadPoolExecutor(count, "tagbridge") as pool:
-        futures = [pool.submit(work) for _ in range(count)]
+    with ThreadPoolExecutor(read.threads, "tagbridge") as pool:
+        futures = [pool.submit(work) for _ in range(read.threads)]
         try:
             done, _ = wait(futures, return_when=FIRST_EXCEPTION)
         finally:

@@ -204,7 +204,11 @@ def decoded(page: tagbridge.Directory, monkeypatch, use) -> list[int]:
     from tagbridge import _core
 
     numbers = []
-    collect = _core.collect
+    collect, read_blocks = _core.collect, _core.read_blocks
+
+    def noting_all(operation, file, blocks, *others):
+        numbers.extend(number for number, *_ in blocks)
+        return read_blocks(operation, file, blocks, *others)
 
     def noting(operation, *inputs, **keywords):
         if operation == "readEncodedTile":
@@ -212,6 +216,7 @@ def decoded(page: tagbridge.Directory, monkeypatch, use) -> list[int]:
         return collect(operation, *inputs, **keywords)
 
     monkeypatch.setattr(_core, "collect", noting)
+    monkeypatch.setattr(_core, "read_blocks", noting_all)
     use(page)
     return numbers
 

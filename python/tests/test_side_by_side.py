@@ -141,3 +141,88 @@ def test_a_fork_waits_for_calls_that_wait_for_the_interpreter(gray):
         [sys.executable, "-c", textwrap.dedent(FORK_DURING_A_CALLBACK), str(gray)],
         capture_output=True, text=True, timeout=120)
     assert (ended.stdout, ended.returncode) == ("50\n", 0), ended.stderr
+
+
+# --- Whole images
+
+LAYOUTS = [
+    {"tile": (32, 48)}, {"tile": (32, 48), "planar": "separate"}, {"rows_per_strip": 7},
+    {"rows_per_strip": 7, "planar": "separate"}, {"tile": (16, 16), "compression": "deflate"},
+    {"rows_per_strip": 200, "compression": "lzw"}]
+
+
+@pytest.fixture(params=range(len(LAYOUTS)), ids=lambda number: str(LAYOUTS[number]))
+def stored(request, tmp_path):
+    array = np.random.default_rng(request.param).integers(0, 9, (200, 131, 3)).astype(np.uint16)
+    tagbridge.imwrite(tmp_path / "a.tif", array, **LAYOUTS[request.param])
+    with tagbridge.open(tmp_path / "a.tif") as tif:
+        yield tif[0], array
+
+
+@pytest.mark.parametrize("threads", [1, 2, 8])
+@pytest.mark.parametrize("key", [
+    ..., (slice(5, 190), slice(40, 100)), (slice(3, 4), slice(None), 1),
+    (slice(None), slice(None), slice(1, 3)), (slice(0, 200, 3), slice(130, 2, -1))], ids=str)
+def test_threads_read_what_one_reads(stored, key, threads):
+    page, array = stored
+    if key is ...:
+        np.testing.assert_array_equal(page.read(threads=threads), array)
+    np.testing.assert_array_equal(page[key], array[key])
+
+
+def test_threads_fill_a_part_of_a_larger_array(stored):
+    page, array = stored
+    room = np.full((300, 150, 4), 77, np.uint16, order="F")
+    out = room[50:250, 10:141, 1:]
+    page.read(out=out, threads=2)
+    np.testing.assert_array_equal(out, array)
+    assert (room == 77).sum() == room.size - array.size
+
+
+def test_large_images_are_read_by_as_many_threads_as_there_are_processors(stored, monkeypatch):
+    from tagbridge import reading
+
+    page, array = stored
+    handles = []
+    another = page.file._another_handle
+    monkeypatch.setattr(reading, "_WORTH_THREADS", 0)
+    monkeypatch.setattr(reading.os, "sched_getaffinity", lambda _: {0, 1, 2})
+    monkeypatch.setattr(page.file, "_another_handle", lambda: handles.append(0) or another())
+    np.testing.assert_array_equal(page.read(), array)
+    blocks = len(page.blocks)
+    assert len(handles) == (min(3, blocks) if blocks > 1 else 0)
+
+
+@pytest.mark.parametrize("threads", [1, 3])
+def test_threads_name_the_blocks_that_cannot_be_decoded(tmp_path, threads):
+    array = np.random.default_rng(1).integers(0, 9, (64, 64)).astype(np.uint8)
+    path = tmp_path / "a.tif"
+    tagbridge.imwrite(path, array, tile=(16, 16), compression="deflate")
+    with tifffile.TiffFile(path) as tif:
+        offsets = tif.pages[0].dataoffsets
+    with open(path, "rb+") as file:
+        for damaged in (2, 9, 15):
+            file.seek(offsets[damaged])
+            file.write(b"broken")
+    with tagbridge.open(path) as tif:
+        with pytest.raises(tagbridge.DecodeError) as caught:
+            tif[0].read(threads=threads, strict=True)
+        with warnings.catch_warnings(record=True) as issued:
+            warnings.simplefilter("always")
+            read = tif[0].read(threads=threads)
+    assert list(caught.value.blocks) == [2, 9, 15]
+    assert len(issued) == 3
+    assert not read[0:16, 32:48].any() and (read[0:16, :32] == array[0:16, :32]).all()
+
+
+@pytest.mark.parametrize(("file", "target", "kind"), [
+    (np.uint64(1), np.zeros((16, 30), np.uint8, order="F"), tagbridge.Error),
+    (None, 5, TypeError), (None, np.zeros((16, 30), np.uint8), ValueError)])
+def test_read_blocks_refuses_what_it_cannot_fill_or_read(gray, file, target, kind):
+    from tagbridge._core import read_blocks
+
+    opened = tagbridge.call("open", str(gray), "r")
+    with pytest.raises(kind):
+        read_blocks("readEncodedStrip", opened if file is None else file, [(0, 0, 16, 0, 30)],
+                    target, (0, 0, 0))
+    tagbridge.call("close", opened, outputs=0)
