@@ -143,6 +143,7 @@ void registerBenchmarks() {
         benchmarkCopies(elementSize, {rows, 4096}, samples, rows);
       for (const std::size_t rows : Sizes{1, 2})
         benchmarkCopies(elementSize, {rows, 4096}, samples, 256);
+      benchmarkCopies(elementSize, {4096, 64}, samples, 4096);  // columns that share cache sets
     }
   benchmarkLogicals({256, 256});
   for (const std::size_t rows : kThin) benchmarkLogicals({rows, 4096});
