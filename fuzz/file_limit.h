@@ -8,8 +8,8 @@ namespace tb::fuzz {
 // What a sequence may write when nothing is limited.
 inline constexpr rlim_t kLargestFile = rlim_t{64} << 20;
 
-// No file of the process grows past so many bytes from here on; inputs of sequences do all the
-// same.
+// From here on no file of the process grows past so many bytes, but for the length of a sequence's
+// input, which a fuzzer must be able to store.
 void limitFileSize(rlim_t bytes);
 
 }  // namespace tb::fuzz
