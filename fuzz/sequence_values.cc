@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
@@ -178,7 +179,28 @@ std::pair<double, double> extentOf(const BlockLayout& layout, double block) {
           least(layout.tileWidth, layout.width - std::fmod(place, across) * layout.tileWidth)};
 }
 
+std::string shortened(double value) {
+  std::string text(32, '\0');
+  text.resize(static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%.12g", value)));
+  return text;
+}
+
 }  // namespace
+
+std::string described(const vxArray* array) {
+  std::string text = vxGetClassName(array);
+  const std::size_t* sizes = vxGetDimensions(array);
+  for (std::size_t i = 0; i < vxGetNumberOfDimensions(array); ++i) {
+    text += i == 0 ? " " : "x";
+    text += std::to_string(sizes[i]);
+  }
+  if (vxGetNumberOfElements(array) == 0 || vxGetClassID(array) == vxCELL) return text;
+  text += " ";
+  if (vxGetClassID(array) != vxCHAR) return text + shortened(vxGetScalar(array));
+  for (const char16_t unit : matrix::get_ustring(array).substr(0, 20))
+    text += unit < 128 ? static_cast<char>(unit) : '?';
+  return text;
+}
 
 BlockLayout::BlockLayout(const vxArray* file)
     : tiled(scalarOr(call("isTiled", {file}), 0) != 0),

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "host/array.h"
@@ -50,5 +51,8 @@ std::vector<vxArrayPtr> arraysForBlock(const BlockLayout& layout, std::uint32_t 
 
 // Whether an array has as many rows and columns as the block.
 bool isWholeBlock(const BlockLayout& layout, std::uint32_t block, const vxArray* array);
+
+// The class, the size and the first element or characters of an array, for people.
+std::string described(const vxArray* array);
 
 }  // namespace tb::fuzz

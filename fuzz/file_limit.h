@@ -1,0 +1,15 @@
+// How large a file may become.
+#pragma once
+
+#include <sys/resource.h>
+
+namespace tb::fuzz {
+
+// What a sequence may write when nothing is limited.
+inline constexpr rlim_t kLargestFile = rlim_t{64} << 20;
+
+// From here on no file of the process grows past so many bytes, but for the length of a sequence's
+// input, which a fuzzer must be able to store.
+void limitFileSize(rlim_t bytes);
+
+}  // namespace tb::fuzz
