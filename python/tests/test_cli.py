@@ -23,6 +23,7 @@ from corpus import entries, needs_corpus, path_of
 from images import EXAMPLES, damage, image, pages, pyramid
 from PIL import Image
 from tagbridge.cli import main
+from tagbridge.cli.convert import COMPRESSIONS
 
 COMMANDS = ["info", "get", "set", "convert", "export", "preview", "verify", "diff"]
 
@@ -287,6 +288,14 @@ def test_convert_keeps_every_kind_of_image(tmp_path: Path, example: Path, option
     with tifffile.TiffFile(out) as other:
         assert len(other.pages) == len(tagbridge.open(out))
     assert good("verify", out).endswith("all good\n")
+
+
+@pytest.mark.parametrize("compression", COMPRESSIONS)
+def test_convert_takes_every_compression_that_help_names(tmp_path: Path, compression: str):
+    dtype = bool if compression.startswith("group") else np.uint8
+    tagbridge.imwrite(tmp_path / "a.tif", image((40, 30), dtype))
+    good("convert", tmp_path / "a.tif", tmp_path / "out.tif", "--compression", compression)
+    assert compression in good("convert", "--help")
 
 
 def test_convert_makes_one_file_of_many(tmp_path: Path):
