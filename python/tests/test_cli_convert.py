@@ -15,6 +15,7 @@ import tagbridge
 import tifffile
 from command_line import failed, good
 from images import EXAMPLES, damage, image, pages
+from tagbridge.cli.convert import COMPRESSIONS
 
 
 def test_convert_copies_pixels_and_tags(tmp_path: Path):
@@ -53,6 +54,14 @@ def test_convert_keeps_every_kind_of_image(tmp_path: Path, example: Path, option
     with tifffile.TiffFile(out) as other:
         assert len(other.pages) == len(tagbridge.open(out))
     assert good("verify", out).endswith("all good\n")
+
+
+@pytest.mark.parametrize("compression", COMPRESSIONS)
+def test_convert_takes_every_compression_that_help_names(tmp_path: Path, compression: str):
+    dtype = bool if compression.startswith("group") else np.uint8
+    tagbridge.imwrite(tmp_path / "a.tif", image((40, 30), dtype))
+    good("convert", tmp_path / "a.tif", tmp_path / "out.tif", "--compression", compression)
+    assert compression in good("convert", "--help")
 
 
 def test_convert_makes_one_file_of_many(tmp_path: Path):

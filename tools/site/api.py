@@ -10,12 +10,16 @@ from typing import Any
 
 import tagbridge
 
+# What is used most comes first.
+_FIRST = ["open", "imread", "imwrite", "call", "catalog", "File", "Directory", "Tags", "Block", "Error"]
 _FIELD = re.compile(r"^:(param|raises) (\S+): ", re.MULTILINE)
 
 
 def page() -> str:
     """Return every public name with what it is."""
-    things = [(name, getattr(tagbridge, name)) for name in tagbridge.__all__ if name[0] != "_"]
+    names = sorted((name for name in tagbridge.__all__ if name[0] != "_"),
+                   key=lambda name: _FIRST.index(name) if name in _FIRST else len(_FIRST))
+    things = [(name, getattr(tagbridge, name)) for name in names]
     kinds = {
         "Functions": [row for row in things if not inspect.isclass(row[1])],
         "Classes": [row for row in things if inspect.isclass(row[1])
