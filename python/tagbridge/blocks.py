@@ -5,10 +5,11 @@ from __future__ import annotations
 import operator
 from collections.abc import Sequence
 from io import UnsupportedOperation
-from typing import TYPE_CHECKING, Any, overload
+from typing import TYPE_CHECKING, Any, NamedTuple, overload
 
 import numpy as np
 
+from ._messages import Warning
 from .decoding import decoder_for
 from .enumerations import Compression
 from .errors import failure_of, issue
@@ -20,6 +21,15 @@ if TYPE_CHECKING:
 Array = np.ndarray[Any, Any]
 JPEG_COLOR_MODE = 65538
 JPEG_COLOR_MODE_RGB = 1
+
+
+class Decoded(NamedTuple):
+    """A block's part of the image, zeros when it could not be decoded, and what libtiff said."""
+
+    array: Array
+    #: Of a block that could not be decoded, only that.
+    said: list[Warning]
+    failed: bool
 
 
 class Block:
@@ -53,6 +63,15 @@ class Block:
 
         :raises Error: the module refuses the image
         """
+        decoded = self.decode()
+        issue(decoded.said)
+        return np.asfortranarray(decoded.array)
+
+    def decode(self) -> Decoded:
+        """Return its part of the image with what libtiff said, which nobody has been told yet.
+
+        :raises Error: the module refuses the image
+        """
         directory = self._directory
         directory._start_reading()
         decode = decoder_for(directory, raw=False)
@@ -62,8 +81,7 @@ class Block:
             failure = failure_of(said)
             if failure is not None:
                 handle.require_decodable(directory._place)
-        issue(said if failure is None else [failure])
-        return np.asfortranarray(array)
+        return Decoded(array, said if failure is None else [failure], failure is not None)
 
     def write(self, array: Any) -> None:
         """Store its part of the image; the file must be open in mode ``"r+"``.
