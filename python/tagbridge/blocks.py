@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any, NamedTuple, overload
 import numpy as np
 
 from ._messages import Warning
-from .decoding import decoder_for
+from .decoding import Decoder, decoder_for
 from .enumerations import Compression
 from .errors import failure_of, issue
 from .layout import Extent, Layout
@@ -63,25 +63,10 @@ class Block:
 
         :raises Error: the module refuses the image
         """
-        decoded = self.decode()
+        decode = decoder_for(self._directory, raw=False)
+        decoded = decode_block(self._directory, decode, self.index, self._extent)
         issue(decoded.said)
         return np.asfortranarray(decoded.array)
-
-    def decode(self) -> Decoded:
-        """Return its part of the image with what libtiff said, which nobody has been told yet.
-
-        :raises Error: the module refuses the image
-        """
-        directory = self._directory
-        directory._start_reading()
-        decode = decoder_for(directory, raw=False)
-        with directory._current() as handle:
-            directory._prepare(handle)
-            array, said = decode(handle, self.index, self._extent)
-            failure = failure_of(said)
-            if failure is not None:
-                handle.require_decodable(directory._place)
-        return Decoded(array, said if failure is None else [failure], failure is not None)
 
     def write(self, array: Any) -> None:
         """Store its part of the image; the file must be open in mode ``"r+"``.
@@ -124,6 +109,21 @@ class Block:
         plane = "" if extent.plane is None else f", plane {extent.plane}"
         return (f"<tagbridge.Block {self.index}: rows {extent.top}:{extent.bottom}, "
                 f"columns {extent.left}:{extent.right}{plane}>")
+
+
+def decode_block(directory: Directory, decode: Decoder, number: int, extent: Extent) -> Decoded:
+    """Return a block's part of the image with what libtiff said, which nobody has been told yet.
+
+    Raises Error when the module refuses the image.
+    """
+    directory._start_reading()
+    with directory._current() as handle:
+        directory._prepare(handle)
+        array, said = decode(handle, number, extent)
+        failure = failure_of(said) if said else None
+        if failure is not None:
+            handle.require_decodable(directory._place)
+    return Decoded(array, said if failure is None else [failure], failure is not None)
 
 
 def padded(array: Array, rows: int, columns: int) -> Array:

@@ -3,17 +3,19 @@
 from __future__ import annotations
 
 import dataclasses
+import functools
+import math
 import os
 from typing import Any
 
 import numpy as np
 
-from .blocks import Block
+from ._checks import up
 from .directory import Directory
 from .errors import decode_error
 from .handle import Place
 from .indexing import Selection
-from .open_files import OPEN_FILES
+from .open_files import OPEN_FILES, Description, OpenImage
 from .reading import read_image
 from .workers import tell
 
@@ -30,13 +32,7 @@ class ImageSource:
     #: Absolute.
     path: str
     place: Place
-    #: Of the image as `Directory.read` returns it.
-    shape: tuple[int, ...]
-    dtype: np.dtype[Any]
-    #: Rows, columns and, for an image of several samples, samples that are decoded together.
-    block: tuple[int, ...]
-    #: Whether a block is a tile.
-    tiled: bool
+    description: Description
 
     @classmethod
     def of(cls, directory: Directory) -> ImageSource:
@@ -44,16 +40,44 @@ class ImageSource:
 
         Raises Error when the module cannot read the image.
         """
-        return cls(os.path.abspath(directory.file.name), directory._place, *_description(directory))
+        return cls(os.path.abspath(directory.file.name), directory._place,
+                   Description.of(directory))
 
     @property
+    def shape(self) -> tuple[int, ...]:
+        """Of the image as `Directory.read` returns it."""
+        return self.description.shape
+
+    @property
+    def dtype(self) -> np.dtype[Any]:
+        """Of the image as `Directory.read` returns it."""
+        return self.description.dtype
+
+    @property
+    def block(self) -> tuple[int, ...]:
+        """Rows, columns and, for an image of several samples, samples that are decoded together."""
+        return self.description.block
+
+    @functools.cached_property
     def chunk(self) -> tuple[int, ...]:
         """The shape in which it is best read: a tile, or a band of strips."""
-        if self.tiled:
-            return tuple(map(min, self.block, self.shape))
-        row_bytes = max(1, self.dtype.itemsize * self.shape[1] * int(np.prod(self.block[2:])))
-        strips = max(1, BAND_BYTES // (row_bytes * self.block[0]))
-        return (min(strips * self.block[0], self.shape[0]), *self.block[1:])
+        shape, dtype, block, tiled = self.description
+        if tiled:
+            return tuple(min(pair) for pair in zip(block, shape, strict=True))
+        strip_bytes = max(1, dtype.itemsize * math.prod(block))
+        strips = max(1, BAND_BYTES // strip_bytes)
+        return (min(strips * block[0], shape[0]), *block[1:])
+
+    @functools.cached_property
+    def grid(self) -> tuple[int, ...]:
+        """The number of chunks along each axis."""
+        return tuple(map(up, self.shape, self.chunk))
+
+    @functools.cached_property
+    def chunks_are_blocks(self) -> bool:
+        """Whether a chunk is a tile or a single strip."""
+        return all(chunk == min(block, length) for chunk, block, length in zip(
+            self.chunk, self.block, self.shape, strict=True))
 
     def read(self, selection: Selection, out: Array | None = None, strict: bool = False) -> Array:
         """Return what is selected, in ascending order.
@@ -61,35 +85,27 @@ class ImageSource:
         A block that cannot be decoded is a warning and holds zeros, or raises DecodeError when
         `strict`. Raises ValueError for a file that is not what was described.
         """
-        with OPEN_FILES.borrowed(self.path, self.place) as directory:
-            self._require_same(directory)
-            return read_image(directory, selection, out=out, strict=strict, threads=1, tell=tell)
+        with OPEN_FILES.borrowed(self.path, self.place) as image:
+            self._require_same(image)
+            return read_image(image.directory, selection, out=out, strict=strict, threads=1,
+                              tell=tell)
 
-    def read_block(self, number: int, strict: bool = False) -> Array:
-        """Return the part of a block that belongs to the image; as `read`."""
-        with OPEN_FILES.borrowed(self.path, self.place) as directory:
-            self._require_same(directory)
-            decoded = Block(directory, number, directory._layout.extent(number)).decode()
+    def read_block(self, row: int, column: int, plane: int, strict: bool = False) -> Array:
+        """Return what belongs to the image of the block in that row and column of blocks; as `read`.
+        """
+        with OPEN_FILES.borrowed(self.path, self.place) as image:
+            self._require_same(image)
+            number, decoded = image.block(row, column, plane)
             if strict and decoded.failed:
                 raise decode_error([(number, decoded.said[0])])
-        tell(decoded.said)
+        if decoded.said:
+            tell(decoded.said)
         return decoded.array
 
-    def _require_same(self, directory: Directory) -> None:
-        found = _description(directory)
-        if found != (self.shape, self.dtype, self.block, self.tiled):
+    def _require_same(self, image: OpenImage) -> None:
+        found, known = image.description, self.description
+        if found != known:
             raise ValueError(
-                f"{self.path} is not what it was: an image of {found[0]} {found[1]} in blocks of "
-                f"{found[2]}, instead of {self.shape} {self.dtype} in blocks of {self.block}")
-
-
-def _description(directory: Directory
-                 ) -> tuple[tuple[int, ...], np.dtype[Any], tuple[int, ...], bool]:
-    layout = directory._layout
-    shape = directory.shape
-    # A single strip may say that it has more rows than the image.
-    rows = layout.block_rows if layout.tiled else min(layout.block_rows, layout.rows)
-    apart = layout.separate and not layout.is_ycbcr
-    samples = (1,) if apart else shape[2:]
-    block = (max(1, rows), max(1, layout.block_columns), *samples[:len(shape) - 2])
-    return shape, directory.dtype, block, layout.tiled
+                f"{self.path} is not what it was: an image of {found.shape} {found.dtype} in "
+                f"blocks of {found.block}, instead of {known.shape} {known.dtype} in blocks of "
+                f"{known.block}")

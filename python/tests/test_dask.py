@@ -232,8 +232,8 @@ def test_those_used_last_stay_open(tmp_path):
     open_files = OpenFiles(2)
 
     def borrow(path: Path) -> tagbridge.File:
-        with open_files.borrowed(str(path), FIRST) as directory:
-            return directory.file
+        with open_files.borrowed(str(path), FIRST) as lent:
+            return lent.directory.file
 
     first, second = borrow(paths[0]), borrow(paths[1])
     assert borrow(paths[0]) is first
@@ -247,16 +247,16 @@ def test_two_at_a_time_have_two_handles(tmp_path):
     (path,), _ = files(tmp_path, 1)
     open_files = OpenFiles(2)
     with (open_files.borrowed(str(path), FIRST) as one, open_files.borrowed(str(path), FIRST) as two):
-        assert one.file is not two.file
+        assert one.directory.file is not two.directory.file
     open_files.close()
 
 
 def test_a_file_whose_reading_failed_is_closed(tmp_path):
     (path,), _ = files(tmp_path, 1)
     open_files = OpenFiles(2)
-    with pytest.raises(ZeroDivisionError), open_files.borrowed(str(path), FIRST) as directory:
+    with pytest.raises(ZeroDivisionError), open_files.borrowed(str(path), FIRST) as lent:
         _ = 1 / 0
-    assert directory.file.closed and len(open_files) == 0
+    assert lent.directory.file.closed and len(open_files) == 0
 
 
 def test_many_threads_share_the_files(tmp_path):

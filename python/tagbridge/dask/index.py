@@ -16,6 +16,7 @@ import numpy as np
 from ..atomic import written_beside
 from ..handle import FIRST
 from ..image_source import ImageSource
+from ..open_files import Description
 from ..plan import writable_dtype
 
 NAME = "index.json"
@@ -28,7 +29,7 @@ def write_index(folder: str, images: Sequence[ImageSource]) -> None:
     first = images[0]
     content = {
         "format": _FORMAT, "version": _VERSION,
-        "dtype": first.dtype.name, "block": first.block, "tiled": first.tiled,
+        "dtype": first.dtype.name, "block": first.block, "tiled": first.description.tiled,
         "files": [{"name": os.path.relpath(image.path, folder), "shape": image.shape}
                   for image in images],
     }
@@ -55,8 +56,9 @@ def _images(folder: str, content: dict[str, Any]) -> list[ImageSource]:
         raise ValueError(f"format {content['format']!r}, version {content['version']!r}")
     dtype: np.dtype[Any] = writable_dtype(content["dtype"])
     block, tiled = _lengths(content["block"]), bool(content["tiled"])
-    images = [ImageSource(_below(folder, each["name"]), FIRST, _lengths(each["shape"]), dtype,
-                          block, tiled) for each in content["files"]]
+    images = [ImageSource(_below(folder, each["name"]), FIRST,
+                          Description(_lengths(each["shape"]), dtype, block, tiled))
+              for each in content["files"]]
     if not images or {len(image.shape) for image in images} != {len(block)}:
         raise ValueError("no images, or with another number of axes than their blocks")
     return images
