@@ -268,6 +268,8 @@ def test_many_threads_share_the_files(tmp_path):
     assert len(OPEN_FILES) <= 16
 
 
+@pytest.mark.skipif("libasan" in os.environ.get("LD_PRELOAD", ""),
+                    reason="the sanitizer's allocator does not survive such a fork")
 def test_a_child_opens_its_own_files(tiles):
     array = tagbridge.dask.from_tiff(tiles[0])
     array.compute(scheduler="synchronous")

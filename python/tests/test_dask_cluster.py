@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import runpy
 import signal
 import time
 import warnings
@@ -16,7 +17,7 @@ import pytest
 import tagbridge
 import tagbridge.dask
 from distributed import Client, LocalCluster
-from images import damage, image
+from images import EXAMPLES, damage, image
 
 pytestmark = pytest.mark.skipif(
     "libasan" in os.environ.get("LD_PRELOAD", ""),
@@ -111,6 +112,14 @@ def test_both_workers_write_a_folder(client, tiles, tmp_path):
     tagbridge.dask.to_tiffs(array, tmp_path / "folder", tile=(32, 32))
     assert np.array_equal(tagbridge.dask.from_tiff(tmp_path / "folder").compute(), tiles[1])
     assert len(list((tmp_path / "pids").iterdir())) == 2
+
+
+def test_the_example_counts_what_numpy_counts(client, tmp_path):
+    example = runpy.run_path(str(EXAMPLES / "cluster.py"))
+    mosaic = example["mosaic"](1024)[:, :8192]
+    tagbridge.dask.to_tiffs(mosaic, tmp_path, compression="deflate")
+    counts = example["histogram"](tagbridge.dask.from_tiff(tmp_path, chunks=(512, 4096))).compute()
+    assert np.array_equal(counts, np.bincount(mosaic.compute().ravel(), minlength=256))
 
 
 def test_workers_keep_few_files_open(client, tmp_path):

@@ -18,7 +18,7 @@ from dask.highlevelgraph import HighLevelGraph
 from ..errors import levels_inside
 from ..file import File
 from ..image_source import ImageSource
-from .index import read_index
+from .index import NAME, read_index
 from .span import Span
 
 Chunks = tuple[tuple[int, ...], ...]
@@ -58,24 +58,24 @@ def from_tiff(paths: Path | Iterable[Path], directory: int = 0, chunks: Any = No
 
 def _described(paths: Path | Iterable[Path], directory: int,
                strict: bool) -> tuple[Span, list[int]]:
-    """Return the images, and when each was changed last."""
+    """Return the images, and when the files that describe them were changed last."""
     given: Any = paths
+    stacked = False
     if isinstance(given, (str, bytes, os.PathLike)):
         path = os.fsdecode(given)
         if os.path.isdir(path):
             if directory not in (0, -1):
                 raise IndexError(f"the files of {path} have no directory {directory}")
-            images = read_index(path)
+            images, files = read_index(path), [os.path.join(path, NAME)]
         else:
-            images = [_describe(path, directory)]
-        stacked = False
+            images, files = [_describe(path, directory)], [path]
     elif isinstance(given, Iterable):
-        images = [_describe(os.fsdecode(path), directory) for path in given]
-        stacked = True
+        stacked, files = True, list(map(os.fsdecode, given))
+        images = [_describe(path, directory) for path in files]
     else:
         raise TypeError(f"a path or several are needed, not {type(given).__name__}")
     _require_equal(images, stacked)
-    return Span(images, stacked, strict), [os.stat(image.path).st_mtime_ns for image in images]
+    return Span(images, stacked, strict), [os.stat(file).st_mtime_ns for file in files]
 
 
 def _describe(path: str, directory: int) -> ImageSource:
