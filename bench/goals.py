@@ -90,6 +90,10 @@ def _whole_image(result: Result) -> Goal | None:
     return Goal(4, 10) if result["compression"] == "none" else Goal(1.8, 2.2)
 
 
+def _zarr(result: Result) -> Goal | None:
+    return Goal(3, 5) if result["compression"] == "none" else Goal(1.5, 2)
+
+
 TABLES = [
     Table("kernels", "Kernels alone, 256 x 256", "fraction of memcpy", True,
           lambda result: _KERNELS.get(result["what"])),
@@ -104,6 +108,10 @@ TABLES = [
     Table("calls", "Calls from Python", "times the direct call", False,
           lambda result: _CALLS[result["what"]]),
     Table("whole image", "A whole image in Python", "times as fast", True, _whole_image),
+    Table("zarr column-major", "A whole image through Zarr, as one column-major array",
+          "times as fast as tifffile's view", True, _zarr),
+    Table("zarr", "A whole image through Zarr, each in its own order",
+          "times as fast as tifffile's view", True, _zarr),
     Table("page faults", "Page faults, reads", "faults a call", False, lambda result: Goal(0, 0)),
     Table("page faults of writes", "Page faults, writes", "faults a call", False,
           lambda result: Goal(0, 0)),

@@ -22,7 +22,7 @@ from typing import Any
 from goals import TABLES, Goal, Result, Table
 
 HERE = Path(__file__).resolve().parent
-PARTS = ("kernels", "read", "jpeg2000", "write", "memory", "calls", "peers")
+PARTS = ("kernels", "read", "jpeg2000", "write", "memory", "calls", "peers", "views")
 
 
 def command_of(part: str, options: argparse.Namespace) -> list[str]:

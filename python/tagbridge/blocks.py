@@ -5,11 +5,12 @@ from __future__ import annotations
 import operator
 from collections.abc import Sequence
 from io import UnsupportedOperation
-from typing import TYPE_CHECKING, Any, overload
+from typing import TYPE_CHECKING, Any, NamedTuple, overload
 
 import numpy as np
 
-from .decoding import decoder_for
+from ._messages import Warning
+from .decoding import Decoder, decoder_for
 from .enumerations import Compression
 from .errors import failure_of, issue
 from .layout import Extent, Layout
@@ -20,6 +21,15 @@ if TYPE_CHECKING:
 Array = np.ndarray[Any, Any]
 JPEG_COLOR_MODE = 65538
 JPEG_COLOR_MODE_RGB = 1
+
+
+class Decoded(NamedTuple):
+    """A block's part of the image, zeros when it could not be decoded, and what libtiff said."""
+
+    array: Array
+    #: Of a block that could not be decoded, only that.
+    said: list[Warning]
+    failed: bool
 
 
 class Block:
@@ -53,17 +63,10 @@ class Block:
 
         :raises Error: the module refuses the image
         """
-        directory = self._directory
-        directory._start_reading()
-        decode = decoder_for(directory, raw=False)
-        with directory._current() as handle:
-            directory._prepare(handle)
-            array, said = decode(handle, self.index, self._extent)
-            failure = failure_of(said)
-            if failure is not None:
-                handle.require_decodable(directory._place)
-        issue(said if failure is None else [failure])
-        return np.asfortranarray(array)
+        decode = decoder_for(self._directory, raw=False)
+        decoded = decode_block(self._directory, decode, self.index, self._extent)
+        issue(decoded.said)
+        return np.asfortranarray(decoded.array)
 
     def write(self, array: Any) -> None:
         """Store its part of the image; the file must be open in mode ``"r+"``.
@@ -106,6 +109,21 @@ class Block:
         plane = "" if extent.plane is None else f", plane {extent.plane}"
         return (f"<tagbridge.Block {self.index}: rows {extent.top}:{extent.bottom}, "
                 f"columns {extent.left}:{extent.right}{plane}>")
+
+
+def decode_block(directory: Directory, decode: Decoder, number: int, extent: Extent) -> Decoded:
+    """Return a block's part of the image with what libtiff said, which nobody has been told yet.
+
+    Raises Error when the module refuses the image.
+    """
+    directory._start_reading()
+    with directory._current() as handle:
+        directory._prepare(handle)
+        array, said = decode(handle, number, extent)
+        failure = failure_of(said) if said else None
+        if failure is not None:
+            handle.require_decodable(directory._place)
+    return Decoded(array, said if failure is None else [failure], failure is not None)
 
 
 def padded(array: Array, rows: int, columns: int) -> Array:

@@ -62,7 +62,7 @@ def issue(said: Iterable[Warning]) -> None:
 
     Every one is issued; when a filter makes exceptions of them the first is raised.
     """
-    level = _levels_inside()
+    level = levels_inside()
     first: Exception | None = None
     for warning in said:
         try:
@@ -73,7 +73,7 @@ def issue(said: Iterable[Warning]) -> None:
         raise first
 
 
-def _levels_inside() -> int:
+def levels_inside() -> int:
     """Return the stack level, as warnings.warn counts, of the first frame outside the package."""
     level = 2
     frame = sys._getframe(2)

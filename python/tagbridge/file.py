@@ -53,6 +53,7 @@ class File(FirstDirectory):
     """
 
     _as_stored = True  # whether a strip is always one of the file's
+    _quiet = False  # whether what libtiff says when it loads directories is left out
 
     def __init__(self, file: Any, mode: str = "r") -> None:
         self._mode = parse_mode(mode)
@@ -67,7 +68,8 @@ class File(FirstDirectory):
         if self._mode.writes:
             self._writer = Writer(self._target, self._mode, empty)
         else:
-            self._handle = Handle(self._target, self._mode.access + self._reading_flags)
+            self._handle = Handle(self._target, self._mode.access + self._reading_flags,
+                                  self._quiet)
         self._closed = False
         try:
             self._start = self._target.start()

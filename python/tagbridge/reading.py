@@ -7,7 +7,7 @@ import functools
 import math
 import os
 import threading
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from concurrent.futures import FIRST_EXCEPTION, ThreadPoolExecutor, wait
 from typing import TYPE_CHECKING, Any
 
@@ -156,8 +156,12 @@ def read_image(
     strict: bool = False,
     threads: int | None = None,
     progress: Progress = None,
+    tell: Callable[[list[Warning]], None] = issue,
 ) -> Array:
-    """Return what is selected of an image, in ascending order; see Directory.read."""
+    """Return what is selected of an image, in ascending order; see Directory.read.
+
+    Warnings about blocks go to `tell`.
+    """
     if threads is not None and threads < 1:
         raise ValueError(f"threads must be positive, not {threads}")
     layout = directory._layout
@@ -178,7 +182,7 @@ def read_image(
         finally:
             failures = _failures(read)
             if not strict:
-                issue(_to_issue(read, failures))
+                tell(_to_issue(read, failures))
     if failures:
         with directory._current() as handle:
             handle.require_decodable(directory._place)
