@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 // libtiff error and warning handlers. Messages that arrive on a thread which is inside a call of
@@ -46,6 +47,11 @@ void ZQTIFFforgetMessages(std::size_t count) noexcept;
 // While this is on, the handle's file is read with the bits of each byte in reverse order. For data
 // whose bits libtiff would turn round twice. No effect on a handle that UOpen did not open.
 void ZQTIFFreverseBitsRead(TIFF* tif, bool isOn) noexcept;
+
+// The bytes of the handle's file, all of them, when libtiff reads them from memory where they lie;
+// empty when it does not, or when the host cannot tell: nothing is lost then but time. They stay
+// there for as long as the handle is open.
+std::span<const std::byte> ZQTIFFmapping(TIFF* tif) noexcept;
 
 // Makes what libtiff writes for a handle happen as a whole or not at all. From ZQTIFFbeginUpdate
 // on, writes to bytes that the file has already are held back, and reads see them; others are made.

@@ -19,10 +19,6 @@ bool isFax(std::uint16_t compression) {
          compression == COMPRESSION_CCITTFAX3 || compression == COMPRESSION_CCITTFAX4;
 }
 
-bool isInOtherOrder(TIFF* tif) {
-  return (defaulted(tif, TIFFTAG_FILLORDER) == FILLORDER_MSB2LSB) != (TIFFIsMSB2LSB(tif) != 0);
-}
-
 // libtiff enlarges a buffer of its own, but does not make one.
 void makeReadBuffer(TIFF* tif) {
   constexpr tmsize_t kSize = 1024;
@@ -31,8 +27,12 @@ void makeReadBuffer(TIFF* tif) {
 
 }  // namespace
 
+bool hasOtherFillOrder(TIFF* tif) {
+  return (defaulted(tif, TIFFTAG_FILLORDER) == FILLORDER_MSB2LSB) != (TIFFIsMSB2LSB(tif) != 0);
+}
+
 FillOrderScope::FillOrderScope(TIFF* tif) : tif_(tif) {
-  if (!isInOtherOrder(tif)) return;
+  if (!hasOtherFillOrder(tif)) return;
   const std::uint16_t compression = defaulted(tif, TIFFTAG_COMPRESSION);
   if (isReadOnly(tif)) {
     if (compression != COMPRESSION_OJPEG) makeReadBuffer(tif);  // it reads the file by itself

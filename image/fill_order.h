@@ -4,6 +4,10 @@
 
 namespace tb {
 
+// Whether libtiff turns round the bits of each byte that it reads from a file, for codecs that do
+// not do so themselves.
+bool hasOtherFillOrder(TIFF* tif);
+
 // Lives while blocks of `tif` are decoded, and has libtiff do that right whose bits lie in the
 // other order than libtiff takes for its own (FillOrder).
 //

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 #include "core/values.h"
 #include "image/block_buffer.h"
@@ -70,47 +71,72 @@ class StripRows {
   std::uint16_t sample_;
 };
 
-}  // namespace
-
-bool isReadByRows(std::uint32_t strip, BlockExtent extent, const TiffImageMetaData_& record) {
-  // libtiff keeps the size of a row, and a strip that was written, from before an edit; that it is
-  // the size which TIFFScanlineSize computes holds as long as nobody edits a file open for reading.
-  const bool canBeEdited = record.mode != O_RDONLY;
-  if (canBeEdited || !hasPlainSamples(record)) return false;
-  const RowSizes sizes = rowSizes(extent, record);
-  if (sizes.row < kLeastRowBytes || sizes.strip < kLeastStripBytes) return false;
-  // Few rows would be moved in small pieces of each column's cache lines.
-  if (sizes.rowsOfGroup * sizes.element < kLeastColumnBytes || extent.rows < sizes.rowsOfGroup) {
-    return false;
-  }
-  // A strip of another size than its rows have is for libtiff to judge.
-  return TIFFGetStrileByteCount(record.tif, strip) == sizes.strip &&
-         TIFFScanlineSize(record.tif) == static_cast<tmsize_t>(sizes.row);
-}
-
-vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
-                           const TiffImageMetaData_& record) {
+// Fills `array` with rows that `read(row, buffer)` delivers, top to bottom. False as soon as that
+// returns false.
+template <class Read>
+bool moveRows(BlockExtent extent, const TiffImageMetaData_& record, vxArray& array,
+              const Read& read) {
   const RowSizes sizes = rowSizes(extent, record);
   const std::size_t stride = sizes.stride(), most = sizes.rowsOfGroup;
   BlockBuffer buffer = BlockBuffer::uninitialised(most * stride);
-  std::byte* const decoded = buffer.bytes().data();
-  vxArrayPtr array = createBlockArray(extent, record, InitialElements::kAllStored);
-  std::byte* const columns = writableDataOf(array.get());
-
-  StripRows rows(strip, record);
-  if (!rows.start(decoded)) return nullptr;
+  std::byte* const rows = buffer.bytes().data();
+  std::byte* const columns = writableDataOf(&array);
   for (std::size_t first = 0; first < extent.rows; first += most) {
     const std::size_t count = std::min<std::size_t>(most, extent.rows - first);
     for (std::size_t row = 0; row < count; ++row) {
-      if (!rows.read(decoded + row * stride)) return nullptr;
+      if (!read(first + row, rows + row * stride)) return false;
     }
-    copyBlockToColumns(decoded, columns + first * sizes.element, sizes.element,
+    copyBlockToColumns(rows, columns + first * sizes.element, sizes.element,
                        {.rows = count,
                         .columns = extent.columns,
                         .samples = record.samplesPerBlock,
                         .blockStride = stride,
                         .columnStride = extent.rows,
                         .planeStride = std::size_t{extent.rows} * extent.columns});
+  }
+  return true;
+}
+
+}  // namespace
+
+bool isMovedByRows(BlockExtent extent, const TiffImageMetaData_& record) {
+  if (!hasPlainSamples(record)) return false;
+  const RowSizes sizes = rowSizes(extent, record);
+  if (sizes.row < kLeastRowBytes || sizes.strip < kLeastStripBytes) return false;
+  // Few rows would be moved in small pieces of each column's cache lines.
+  return sizes.rowsOfGroup * sizes.element >= kLeastColumnBytes && extent.rows >= sizes.rowsOfGroup;
+}
+
+vxArrayPtr moveStripByRows(std::span<const std::byte> strip, BlockExtent extent,
+                           const TiffImageMetaData_& record) {
+  const std::size_t rowBytes = bytesPerBlockRow(record);
+  if (strip.size() < rowBytes * extent.rows) return nullptr;
+  vxArrayPtr array = createBlockArray(extent, record, InitialElements::kAllStored);
+  (void)moveRows(extent, record, *array, [&](std::size_t row, std::byte* buffer) {
+    std::memcpy(buffer, &strip[row * rowBytes], rowBytes);
+    return true;  // and so does all of it
+  });
+  return array;
+}
+
+bool isReadByRows(std::uint32_t strip, BlockExtent extent, const TiffImageMetaData_& record) {
+  // libtiff keeps the size of a row, and a strip that was written, from before an edit; that it is
+  // the size which TIFFScanlineSize computes holds as long as nobody edits a file open for reading.
+  const bool canBeEdited = record.mode != O_RDONLY;
+  if (canBeEdited || !isMovedByRows(extent, record)) return false;
+  // A strip of another size than its rows have is for libtiff to judge.
+  const RowSizes sizes = rowSizes(extent, record);
+  return TIFFGetStrileByteCount(record.tif, strip) == sizes.strip &&
+         TIFFScanlineSize(record.tif) == static_cast<tmsize_t>(sizes.row);
+}
+
+vxArrayPtr readStripByRows(std::uint32_t strip, BlockExtent extent,
+                           const TiffImageMetaData_& record) {
+  vxArrayPtr array = createBlockArray(extent, record, InitialElements::kAllStored);
+  StripRows rows(strip, record);
+  const auto read = [&](std::size_t, std::byte* row) { return rows.read(row); };
+  if (!rows.start(writableDataOf(array.get())) || !moveRows(extent, record, *array, read)) {
+    return nullptr;
   }
   return array;
 }

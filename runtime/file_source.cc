@@ -195,6 +195,11 @@ void ZQTIFFreverseBitsRead(TIFF* tif, bool isOn) noexcept {
   if (auto* source = tb::runtime::sourceOf(tif)) source->reverseBitsRead(isOn);
 }
 
+std::span<const std::byte> ZQTIFFmapping(TIFF* tif) noexcept {
+  const tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
+  return source != nullptr ? source->mapping() : std::span<const std::byte>();
+}
+
 bool ZQTIFFbeginUpdate(TIFF* tif) {
   tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
   if (source != nullptr) source->beginUpdate();
