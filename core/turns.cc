@@ -21,10 +21,10 @@ unsigned runningCalls = 0;  // a call inside another one counts too
 unsigned exclusives = 0;    // cleanups and forks that wait or run
 Event callsChanged;
 
-// The innermost call of this thread. The model saves a function call in each look at it.
-[[gnu::tls_model("initial-exec")]] constinit thread_local CallTurn* innermost = nullptr;
+// The innermost call of this thread.
+constinit thread_local CallTurn* innermost = nullptr;
 // Calls of this thread that are on their way, the cleanup among them.
-[[gnu::tls_model("initial-exec")]] constinit thread_local unsigned depth = 0;
+constinit thread_local unsigned depth = 0;
 // How many of `exclusives` are this thread's.
 constinit thread_local unsigned ownExclusives = 0;
 

@@ -11,15 +11,14 @@
 #include <thread>
 #include <utility>
 
-#include "runtime/fast_thread_local.h"
 #include "runtime/reporting.h"
 
 namespace tb::python {
 namespace {
 
 // How many calls and closings of the gate this thread is inside of, and how many closings.
-TAGBRIDGE_FAST_THREAD_LOCAL int s_depth = 0;
-TAGBRIDGE_FAST_THREAD_LOCAL int s_closedHere = 0;
+constinit thread_local int s_depth = 0;
+constinit thread_local int s_closedHere = 0;
 
 // Lets calls in and counts the threads that are inside one. Closed, it keeps out calls that begin;
 // those inside a call of their thread, and those of a thread that closed it, go on.
@@ -88,7 +87,7 @@ struct Bridge {
 Bridge* s_bridge = nullptr;
 
 // Where the warnings of this thread's call go; null outside one.
-TAGBRIDGE_FAST_THREAD_LOCAL std::vector<resource_core::BaseMsgID>* s_warnings = nullptr;
+constinit thread_local std::vector<resource_core::BaseMsgID>* s_warnings = nullptr;
 
 void collectWarning(const resource_core::BaseMsgID& warning) {
   if (s_warnings == nullptr) return runtime::writeWarning(warning);

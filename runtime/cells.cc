@@ -5,7 +5,6 @@
 #include <mutex>
 #include <new>
 
-#include "runtime/fast_thread_local.h"
 #include "runtime/fork.h"
 #include "runtime/sanitizer.h"
 
@@ -51,8 +50,8 @@ constinit Stacks shared;
 // What this thread keeps. The state is apart from the guard, whose destructor would otherwise have
 // to be registered before a thread's first cell can be looked at.
 enum class Threading : unsigned char { kNew, kRunning, kEnding };
-TAGBRIDGE_FAST_THREAD_LOCAL Stacks kept;
-TAGBRIDGE_FAST_THREAD_LOCAL Threading threading = Threading::kNew;
+constinit thread_local Stacks kept;
+constinit thread_local Threading threading = Threading::kNew;
 
 struct ReturnAtThreadEnd {
   ~ReturnAtThreadEnd() {

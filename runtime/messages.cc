@@ -16,7 +16,6 @@
 
 #include "host/errors.h"
 #include "host/tiff_utilities.h"
-#include "runtime/fast_thread_local.h"
 
 namespace tb::runtime {
 namespace {
@@ -34,9 +33,9 @@ struct ErrorStack {
 thread_local ErrorStack stack;
 // False when `stack` holds nothing: libtiff has nothing to say in most calls, and reaching an
 // object with a destructor takes longer than all that they would do with it.
-TAGBRIDGE_FAST_THREAD_LOCAL bool stackIsUsed = false;
-TAGBRIDGE_FAST_THREAD_LOCAL bool insideModule = false;
-TAGBRIDGE_FAST_THREAD_LOCAL bool forwarding = false;
+constinit thread_local bool stackIsUsed = false;
+constinit thread_local bool insideModule = false;
+constinit thread_local bool forwarding = false;
 
 constinit std::atomic<TIFFErrorHandler> previousError = nullptr;
 constinit std::atomic<TIFFErrorHandler> previousWarning = nullptr;
