@@ -2,12 +2,11 @@
 #pragma once
 
 #include <boost/container/small_vector.hpp>
-#include <memory>
 #include <span>
 
 #include "host/array.h"
+#include "python/kept_arrays.h"
 #include "python/numpy_api.h"
-#include "python/scalar_inputs.h"
 
 namespace tb::python {
 
@@ -17,7 +16,6 @@ class Inputs {
  public:
   // `operation` must be a str: anything else throws pybind11::type_error.
   explicit Inputs(PyObject* operation);
-  ~Inputs();
   Inputs(const Inputs&) = delete;
   Inputs& operator=(const Inputs&) = delete;
 
@@ -44,14 +42,11 @@ class Inputs {
   void keepOperationName();
 
  private:
-  // Makes the name's array, or finds the one that is kept, as the first of the inputs.
-  void findName();
-
   PyObject* operation_;
   vxArrayPtr name_;  // null when the name's array is one that is kept
-  std::unique_ptr<ScalarInputs> scalars_;
+  KeptArrays kept_;
   boost::container::small_vector<vxArrayPtr, 2> others_;
-  boost::container::small_vector<const vxArray*, ScalarInputs::kInputs + 1> pointers_;
+  boost::container::small_vector<const vxArray*, KeptArrays::kInputs + 1> pointers_;
 };
 
 }  // namespace tb::python

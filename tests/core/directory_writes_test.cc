@@ -71,7 +71,8 @@ TEST_F(DirectoryWrites, ThatFailedAreNotTriedAgainAtTheEnd) {
     const NoRoom full(path_);
     expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
   }
-  expectError<Tiff::cannotWriteInReadMode>({}, [&] { call("setField", file, 270, "again"); });
+  expectError<Tiff::cannotWriteInReadMode>(
+      {}, [&] { call("setField", file, TIFFTAG_IMAGEDESCRIPTION, "again"); });
   expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
   expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
   expectError<Tiff::unableToChangeDir>({1}, [&] { call("setDirectory", file, 0); });

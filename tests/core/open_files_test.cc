@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "gateway/cleanup.h"
+#include "host/tiff_utilities.h"
 #include "runtime/reporting.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/temporary_folder.h"
@@ -222,7 +223,7 @@ TEST_F(Cleanup, LeavesHandlesRegisteredButUnusable) {
   cleanUp();
   EXPECT_FALSE(TiffFilePointerIsInvalid(tif));
   expectError<Tiff::invalidFileId>({}, [&] { call("currentDirectory", id); });
-  expectError<Tiff::invalidFileId>({}, [&] { call("getField", id, 256); });
+  expectError<Tiff::invalidFileId>({}, [&] { call("getField", id, TIFFTAG_IMAGEWIDTH); });
 
   call("close", id);
   EXPECT_TRUE(TiffFilePointerIsInvalid(tif));
@@ -272,14 +273,13 @@ TEST_F(Cleanup, PutsLibtiffsHandlersBackAndTheNextCallInstallsThemAgain) {
 }
 
 TEST_F(Cleanup, ForgetsTheGeoTagsAndTheNextOpenKnowsThemAgain) {
-  constexpr std::uint32_t kModelPixelScale = 33550;
   { const OpenedFile file(path_, "r"); }
   cleanUp();
   const TiffHandle foreign = openTiff(path_, "r");
-  EXPECT_EQ(TIFFFindField(foreign.get(), kModelPixelScale, TIFF_ANY), nullptr);
+  EXPECT_EQ(TIFFFindField(foreign.get(), tiffutils::kModelPixelScaleTag, TIFF_ANY), nullptr);
 
   const OpenedFile file(path_, "r");
-  const TIFFField* field = TIFFFindField(file.handle(), kModelPixelScale, TIFF_ANY);
+  const TIFFField* field = TIFFFindField(file.handle(), tiffutils::kModelPixelScaleTag, TIFF_ANY);
   ASSERT_NE(field, nullptr);
   EXPECT_EQ(TIFFFieldDataType(field), TIFF_DOUBLE);
 }

@@ -1,5 +1,7 @@
 #include "tests/core/tag_provocations.h"
 
+#include "host/tiff_utilities.h"
+
 namespace tb::test {
 namespace {
 
@@ -21,7 +23,8 @@ std::vector<Provocation> getFieldProvocations() {
           {14, "GeoKeyDirectoryTag", 4},
           [](Scene& s) {
             const std::vector<std::uint32_t> keys(14, 1);
-            call("getField", s.raw(withEntry({34735, TIFF_SHORT, keys})), 34735);
+            call("getField", s.raw(withEntry({tiffutils::kGeoKeyDirectoryTag, TIFF_SHORT, keys})),
+                 tiffutils::kGeoKeyDirectoryTag);
           }),
       provoke<Tiff::strippedOperationOnTiledImage>(
           {}, [](Scene& s) { call("getField", s.written({kTiled}), TIFFTAG_STRIPOFFSETS); }),
@@ -46,8 +49,9 @@ std::vector<Provocation> plainSetterProvocations() {
           [](Scene& s) { set(s, {}, TIFFTAG_ORIENTATION, scalar<std::uint16_t>(1)); }),
       provoke<Tiff::tagValueNotDoublePrecisionArray>(
           {"PageNumber"}, [](Scene& s) { set(s, {}, TIFFTAG_PAGENUMBER, "x"); }),
-      provoke<Tiff::bad2DtagValue>({"ModelTiepointTag", 6},
-                                   [](Scene& s) { set(s, {}, 33922, row({1})); }),
+      provoke<Tiff::bad2DtagValue>(
+          {"ModelTiepointTag", 6},
+          [](Scene& s) { set(s, {}, tiffutils::kModelTiepointTag, row({1})); }),
       provoke<Tiff::badTagValueCount>({"PageNumber", 2},
                                       [](Scene& s) { set(s, {}, TIFFTAG_PAGENUMBER, 1); }),
       provoke<Tiff::zeroLengthDimension>({"ImageWidth"},

@@ -143,7 +143,7 @@ class TagArguments : public NumericArguments {};
 TEST_P(TagArguments, NameTheTagToGetAndToSet) {
   const OpenedFile file(path("new"), "w");
   callFor(0, "setField", file, GetParam().make({256}), 7);
-  EXPECT_EQ(numberFrom("getField", file, 256), 7);
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_IMAGEWIDTH), 7);
   EXPECT_EQ(numberFrom("getField", file, GetParam().make({256})), 7);
 }
 

@@ -193,7 +193,10 @@ TEST_F(EditedLayout, FromPlanesToLogLuvIsNotEncodedBeforeItIsLoadedAgain) {
                       .photometric = PHOTOMETRIC_RGB,
                       .rowsPerStrip = 16};
   const OpenedFile& file = scene_.written({layout}, "r+");
-  setFields(file, {{262, 32845}, {284, 1}, {259, 34676}, {65560, 0}});
+  setFields(file, {{TIFFTAG_PHOTOMETRIC, 32845},
+                   {TIFFTAG_PLANARCONFIG, 1},
+                   {TIFFTAG_COMPRESSION, 34676},
+                   {TIFFTAG_SGILOGDATAFMT, 0}});
   expectError<Tiff::stripWriteFailure>({2}, [&, &handle = file] {
     call("writeEncodedStrip", handle, 1, zeros(vxSINGLE, {16, 32, 3}));
   });
@@ -293,7 +296,9 @@ TEST_F(EditedLayout, OfLogLByRgbaReadsIsNotWritten) {
 }
 
 TEST_F(EditedLayout, OfBitsPerSampleSaysThatTheMapsWereFitted) {
-  const OpenedFile& file = scene_.fresh({{262, 3}, {258, 8}, {320, zeros(vxDOUBLE, {256, 3})}});
+  const OpenedFile& file = scene_.fresh({{TIFFTAG_PHOTOMETRIC, 3},
+                                         {TIFFTAG_BITSPERSAMPLE, 8},
+                                         {TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3})}});
   call("setField", file, TIFFTAG_BITSPERSAMPLE, 16);
   EXPECT_THAT(libtiffMessages(), Contains("ColorMap was resized to fit BitsPerSample"));
 }

@@ -46,7 +46,12 @@ TEST_P(SwitchedCompression, LeavesNoTagOfTheOldCodecInTheFile) {
   const auto path = folder / "switched.tif";
   {
     const OpenedFile file(path, "w");
-    setFields(file, {{262, 1}, {256, 32}, {257, 32}, {258, 1}, {277, 1}, {278, 32}});
+    setFields(file, {{TIFFTAG_PHOTOMETRIC, 1},
+                     {TIFFTAG_IMAGEWIDTH, 32},
+                     {TIFFTAG_IMAGELENGTH, 32},
+                     {TIFFTAG_BITSPERSAMPLE, 1},
+                     {TIFFTAG_SAMPLESPERPIXEL, 1},
+                     {TIFFTAG_ROWSPERSTRIP, 32}});
     setFields(file, tags);
     const double bits = numberFrom("getField", file, TIFFTAG_BITSPERSAMPLE);
     call("writeEncodedStrip", file, 0, zeros(bits == 1 ? vxLOGICAL : vxUINT8, {32, 32}));
@@ -57,16 +62,26 @@ TEST_P(SwitchedCompression, LeavesNoTagOfTheOldCodecInTheFile) {
   EXPECT_EQ(dimensionsOf(call("readEncodedStrip", file, 0)), (Dimensions{32, 32}));
 }
 
+const Tag k8Bits{TIFFTAG_BITSPERSAMPLE, 8};
+const Tag kNone{TIFFTAG_COMPRESSION, COMPRESSION_NONE};
+const Tag kFax3{TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3};
+const Tag kLzw{TIFFTAG_COMPRESSION, COMPRESSION_LZW};
+const Tag kJpeg{TIFFTAG_COMPRESSION, COMPRESSION_JPEG};
+const Tag kPackBits{TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS};
+const Tag kPredictor{TIFFTAG_PREDICTOR, 2};
+const Tag kTwoDimensions{TIFFTAG_GROUP3OPTIONS, GROUP3OPT_2DENCODING};
+
 INSTANTIATE_TEST_SUITE_P(
     Codecs, SwitchedCompression,
     testing::Values(
-        Switch{"JpegThenLzwWithPredictor", {{258, 8}, {259, 7}, {259, 5}, {317, 2}}, {317}},
-        Switch{"LzwWithPredictorThenNone", {{258, 8}, {259, 5}, {317, 2}, {259, 1}}, {}},
-        Switch{"LzwWithPredictorThenPackBits", {{258, 8}, {259, 5}, {317, 2}, {259, 32773}}, {}},
-        Switch{"LzwWithPredictorThenJpeg", {{258, 8}, {259, 5}, {317, 2}, {259, 7}}, {347}},
-        Switch{
-            "FaxThenLzwWithPredictor", {{259, 3}, {292, 1}, {259, 5}, {258, 8}, {317, 2}}, {317}},
-        Switch{"FaxThenNone", {{259, 3}, {292, 1}, {259, 1}}, {}}),
+        Switch{"JpegThenLzwWithPredictor", {k8Bits, kJpeg, kLzw, kPredictor}, {TIFFTAG_PREDICTOR}},
+        Switch{"LzwWithPredictorThenNone", {k8Bits, kLzw, kPredictor, kNone}, {}},
+        Switch{"LzwWithPredictorThenPackBits", {k8Bits, kLzw, kPredictor, kPackBits}, {}},
+        Switch{"LzwWithPredictorThenJpeg", {k8Bits, kLzw, kPredictor, kJpeg}, {TIFFTAG_JPEGTABLES}},
+        Switch{"FaxThenLzwWithPredictor",
+               {kFax3, kTwoDimensions, kLzw, k8Bits, kPredictor},
+               {TIFFTAG_PREDICTOR}},
+        Switch{"FaxThenNone", {kFax3, kTwoDimensions, kNone}, {}}),
     [](const auto& test) { return test.param.name; });
 
 struct Recompressed {
@@ -100,15 +115,19 @@ INSTANTIATE_TEST_SUITE_P(Compressions, RecompressedJpeg,
 
 TEST(CompressionSwitchedToSgiLog, DropsArraysThatWouldBeTooShort) {
   Scene scene;
-  const OpenedFile& file =
-      scene.fresh({{262, 32845}, {256, 16}, {257, 16}, {278, 16}, {259, 34676}, {65560, 0}});
-  setFields(file, {{262, 1},
-                   {258, 8},
-                   {339, 1},
-                   {277, 1},
-                   {340, 3},
-                   {320, zeros(vxDOUBLE, {256, 3})},
-                   {262, 32845}});
+  const OpenedFile& file = scene.fresh({{TIFFTAG_PHOTOMETRIC, 32845},
+                                        {TIFFTAG_IMAGEWIDTH, 16},
+                                        {TIFFTAG_IMAGELENGTH, 16},
+                                        {TIFFTAG_ROWSPERSTRIP, 16},
+                                        {TIFFTAG_COMPRESSION, 34676},
+                                        {TIFFTAG_SGILOGDATAFMT, 0}});
+  setFields(file, {{TIFFTAG_PHOTOMETRIC, 1},
+                   {TIFFTAG_BITSPERSAMPLE, 8},
+                   {TIFFTAG_SAMPLEFORMAT, 1},
+                   {TIFFTAG_SAMPLESPERPIXEL, 1},
+                   {TIFFTAG_SMINSAMPLEVALUE, 3},
+                   {TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3})},
+                   {TIFFTAG_PHOTOMETRIC, 32845}});
   try {
     call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
   } catch (const foundation::core::except::IMsgIDException&) {

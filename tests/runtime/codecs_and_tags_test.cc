@@ -42,7 +42,9 @@ class CustomTags : public testing::Test {
   }
 
   TiffHandle created() { return openTiff(folder_ / "new.tif", "w"); }
-  bool knowsTags() { return TIFFFindField(created().get(), 33550, TIFF_ANY) != nullptr; }
+  bool knowsTags() {
+    return TIFFFindField(created().get(), tiffutils::kModelPixelScaleTag, TIFF_ANY) != nullptr;
+  }
 
   TemporaryFolder folder_;
 };
@@ -127,16 +129,16 @@ TEST_F(CustomTags, HoldTheirValuesInAFile) {
   {
     const TiffHandle tif = created();
     writeImage(tif.get(), {});
-    EXPECT_EQ(TIFFSetField(tif.get(), 33550, 3, scale.data()), 1);
-    EXPECT_EQ(TIFFSetField(tif.get(), 34737, "text|"), 1);
+    EXPECT_EQ(TIFFSetField(tif.get(), tiffutils::kModelPixelScaleTag, 3, scale.data()), 1);
+    EXPECT_EQ(TIFFSetField(tif.get(), tiffutils::kGeoAsciiParamsTag, "text|"), 1);
   }
   const TiffHandle tif = openTiff(folder_ / "new.tif", "r");
   std::uint16_t count = 0;
   double* values = nullptr;
-  ASSERT_EQ(TIFFGetField(tif.get(), 33550, &count, &values), 1);
+  ASSERT_EQ(TIFFGetField(tif.get(), tiffutils::kModelPixelScaleTag, &count, &values), 1);
   EXPECT_THAT(std::vector<double>(values, values + count), testing::ElementsAre(1, 2, 3));
   char* text = nullptr;
-  ASSERT_EQ(TIFFGetField(tif.get(), 34737, &text), 1);
+  ASSERT_EQ(TIFFGetField(tif.get(), tiffutils::kGeoAsciiParamsTag, &text), 1);
   EXPECT_STREQ(text, "text|");
 }
 

@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "host/tiff_utilities.h"
 #include "tags/tag_table.h"
 #include "tests/support/temporary_folder.h"
 
@@ -15,10 +16,13 @@ void defineGeoTags(TIFF* tif) {
     return TIFFFieldInfo{tag, -1, -1, type, FIELD_CUSTOM, 1, passCount, name};
   };
   static const TIFFFieldInfo fields[] = {
-      field(33550, TIFF_DOUBLE, 1, names[0]), field(33922, TIFF_DOUBLE, 1, names[1]),
-      field(34264, TIFF_DOUBLE, 1, names[2]), field(34735, TIFF_SHORT, 1, names[3]),
-      field(34736, TIFF_DOUBLE, 1, names[4]), field(34737, TIFF_ASCII, 0, names[5]),
-      field(50844, TIFF_DOUBLE, 1, names[6]),
+      field(tiffutils::kModelPixelScaleTag, TIFF_DOUBLE, 1, names[0]),
+      field(tiffutils::kModelTiepointTag, TIFF_DOUBLE, 1, names[1]),
+      field(tiffutils::kModelTransformationTag, TIFF_DOUBLE, 1, names[2]),
+      field(tiffutils::kGeoKeyDirectoryTag, TIFF_SHORT, 1, names[3]),
+      field(tiffutils::kGeoDoubleParamsTag, TIFF_DOUBLE, 1, names[4]),
+      field(tiffutils::kGeoAsciiParamsTag, TIFF_ASCII, 0, names[5]),
+      field(tiffutils::kRpcCoefficientTag, TIFF_DOUBLE, 1, names[6]),
   };
   TIFFMergeFieldInfo(tif, fields, std::size(fields));
 }

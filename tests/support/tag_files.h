@@ -117,6 +117,14 @@ std::function<std::vector<double>(TIFF*)> fetchesCounted(std::uint32_t tag) {
   };
 }
 
+// The row of an array with a count.
+template <class Count, class T>
+Accepted counted(const char* name, std::uint32_t tag, const Input& value,
+                 const std::vector<double>& held, const HostValue& returned,
+                 const std::vector<Tag>& setup = {}) {
+  return {name, setup, tag, value, fetchesCounted<Count, T>(tag), held, returned};
+}
+
 // Tags by which a new file becomes an image of some kind.
 inline std::vector<Tag> gray(int bits = 8) { return {{262, 1}, {258, bits}, {277, 1}}; }
 inline std::vector<Tag> rgb() { return {{262, 2}, {258, 8}, {277, 3}}; }

@@ -12,8 +12,9 @@ namespace {
 
 using TagList = std::vector<Tag>;
 
-const TagList kPalette = {{262, 3}, {258, 8}, {277, 1}};
-const TagList kGrayAlone = {{262, 1}};
+const TagList kPalette = {
+    {TIFFTAG_PHOTOMETRIC, 3}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_SAMPLESPERPIXEL, 1}};
+const TagList kGrayAlone = {{TIFFTAG_PHOTOMETRIC, 1}};
 
 // A rows-by-columns double matrix of one value.
 vxArrayPtr filled(std::size_t rows, std::size_t columns, double value) {
@@ -35,19 +36,21 @@ Accepted floats(const char* name, const TagList& setup, std::uint32_t tag,
 }
 const std::vector<double> kSix = {0.5, 0.25, 0.125, 1, 0.75, 0};
 
-INSTANTIATE_TEST_SUITE_P(Chromaticities, AcceptedColours,
-                         testing::Values(floats("PrimariesOfRgb", rgb(), 319, kSix),
-                                         floats("PrimariesOfPalette", kPalette, 319, kSix),
-                                         floats("PrimariesOfYCbCr", {{262, 6}}, 319, kSix),
-                                         floats("ReferenceOfRgb", rgb(), 532, kSix),
-                                         floats("ReferenceOfYCbCr", {{262, 6}}, 532, kSix),
-                                         floats("WhiteOfRgb", rgb(), 318, {0.5, 0.25}),
-                                         floats("WhiteOfPalette", kPalette, 318, {0.5, 0.25}),
-                                         floats("WhiteOfYCbCr", {{262, 6}}, 318, {0.5, 0.25}),
-                                         floats("WhiteOfCieLab", {{262, 8}}, 318, {0.5, 0.25}),
-                                         floats("WhiteOfIccLab", {{262, 9}}, 318, {0.5, 0.25}),
-                                         floats("WhiteOfItuLab", {{262, 10}}, 318, {0.5, 0.25})),
-                         nameOf<Accepted>);
+INSTANTIATE_TEST_SUITE_P(
+    Chromaticities, AcceptedColours,
+    testing::Values(
+        floats("PrimariesOfRgb", rgb(), TIFFTAG_PRIMARYCHROMATICITIES, kSix),
+        floats("PrimariesOfPalette", kPalette, TIFFTAG_PRIMARYCHROMATICITIES, kSix),
+        floats("PrimariesOfYCbCr", {{TIFFTAG_PHOTOMETRIC, 6}}, TIFFTAG_PRIMARYCHROMATICITIES, kSix),
+        floats("ReferenceOfRgb", rgb(), TIFFTAG_REFERENCEBLACKWHITE, kSix),
+        floats("ReferenceOfYCbCr", {{TIFFTAG_PHOTOMETRIC, 6}}, TIFFTAG_REFERENCEBLACKWHITE, kSix),
+        floats("WhiteOfRgb", rgb(), TIFFTAG_WHITEPOINT, {0.5, 0.25}),
+        floats("WhiteOfPalette", kPalette, TIFFTAG_WHITEPOINT, {0.5, 0.25}),
+        floats("WhiteOfYCbCr", {{TIFFTAG_PHOTOMETRIC, 6}}, TIFFTAG_WHITEPOINT, {0.5, 0.25}),
+        floats("WhiteOfCieLab", {{TIFFTAG_PHOTOMETRIC, 8}}, TIFFTAG_WHITEPOINT, {0.5, 0.25}),
+        floats("WhiteOfIccLab", {{TIFFTAG_PHOTOMETRIC, 9}}, TIFFTAG_WHITEPOINT, {0.5, 0.25}),
+        floats("WhiteOfItuLab", {{TIFFTAG_PHOTOMETRIC, 10}}, TIFFTAG_WHITEPOINT, {0.5, 0.25})),
+    nameOf<Accepted>);
 
 class RefusedColours : public testing::TestWithParam<Refused> {};
 TEST_P(RefusedColours, RaiseAndLeaveTheDirectoryAsItWas) { expectRefused(GetParam()); }
@@ -70,21 +73,25 @@ const Expectation kNotNormalized = refusedWith<Tiff::colorMapValuesNotNormalized
 INSTANTIATE_TEST_SUITE_P(
     ColorMap, RefusedColours,
     testing::ValuesIn(std::vector<Refused>{
-        Refused{
-            "WithoutDepth", {{262, 3}}, 320, "not looked at", needs("BitsPerSample", "ColorMap")},
-        Refused{"OfBytes", kPalette, 320, zeros(vxUINT8, {256, 3}), kBadMap},
-        Refused{"Empty", kPalette, 320, zeros(vxDOUBLE, {0, 3}), kBadMap},
-        Refused{"Of255Rows", kPalette, 320, filled(255, 3, 0), kBadMap},
-        Refused{"Of4Columns", kPalette, 320, filled(256, 4, 0), kBadMap},
-        Refused{"OfThreeDimensions", kPalette, 320, zeros(vxDOUBLE, {256, 3, 2}), kBadMap},
-        Refused{"Transposed", kPalette, 320, filled(3, 256, 0), kBadMap},
-        Refused{"ShapeBeforeRange", kPalette, 320, filled(255, 3, 2), kBadMap},
-        Refused{"AboveOne", kPalette, 320, colorsWith(1.2), kNotNormalized},
-        Refused{"BelowZero", kPalette, 320, colorsWith(-0.001), kNotNormalized},
-        Refused{"OfInfinity", kPalette, 320, colorsWith(HUGE_VAL), kNotNormalized},
-        Refused{"Of64Bits", gray(64), 320, filled(256, 3, 0),
+        Refused{"WithoutDepth",
+                {{TIFFTAG_PHOTOMETRIC, 3}},
+                TIFFTAG_COLORMAP,
+                "not looked at",
+                needs("BitsPerSample", "ColorMap")},
+        Refused{"OfBytes", kPalette, TIFFTAG_COLORMAP, zeros(vxUINT8, {256, 3}), kBadMap},
+        Refused{"Empty", kPalette, TIFFTAG_COLORMAP, zeros(vxDOUBLE, {0, 3}), kBadMap},
+        Refused{"Of255Rows", kPalette, TIFFTAG_COLORMAP, filled(255, 3, 0), kBadMap},
+        Refused{"Of4Columns", kPalette, TIFFTAG_COLORMAP, filled(256, 4, 0), kBadMap},
+        Refused{"OfThreeDimensions", kPalette, TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3, 2}),
+                kBadMap},
+        Refused{"Transposed", kPalette, TIFFTAG_COLORMAP, filled(3, 256, 0), kBadMap},
+        Refused{"ShapeBeforeRange", kPalette, TIFFTAG_COLORMAP, filled(255, 3, 2), kBadMap},
+        Refused{"AboveOne", kPalette, TIFFTAG_COLORMAP, colorsWith(1.2), kNotNormalized},
+        Refused{"BelowZero", kPalette, TIFFTAG_COLORMAP, colorsWith(-0.001), kNotNormalized},
+        Refused{"OfInfinity", kPalette, TIFFTAG_COLORMAP, colorsWith(HUGE_VAL), kNotNormalized},
+        Refused{"Of64Bits", gray(64), TIFFTAG_COLORMAP, filled(256, 3, 0),
                 refusedWith<validate::argumentOutOfBounds>()},
-        Refused{"Of32Bits", gray(32), 320, filled(256, 3, 0),
+        Refused{"Of32Bits", gray(32), TIFFTAG_COLORMAP, filled(256, 3, 0),
                 refusedWith<Tiff::badColorMap>({4294967296, 32})}}),
     nameOf<Refused>);
 
@@ -98,44 +105,52 @@ INSTANTIATE_TEST_SUITE_P(
     testing::ValuesIn(std::vector<Refused>{
         Refused{"WithoutPhotometric",
                 {},
-                301,
+                TIFFTAG_TRANSFERFUNCTION,
                 "not looked at",
                 needs("PhotometricInterpretation", "TransferFunction")},
-        Refused{"OnSeparated", separated(), 301, "not looked at",
+        Refused{"OnSeparated", separated(), TIFFTAG_TRANSFERFUNCTION, "not looked at",
                 wrongPhotometric("TransferFunction", kCurvePhotometrics)},
         Refused{"OnCieLab",
-                {{262, 8}},
-                301,
+                {{TIFFTAG_PHOTOMETRIC, 8}},
+                TIFFTAG_TRANSFERFUNCTION,
                 "not looked at",
                 wrongPhotometric("TransferFunction", kCurvePhotometrics)},
         Refused{"OnMask",
-                {{262, 4}},
-                301,
+                {{TIFFTAG_PHOTOMETRIC, 4}},
+                TIFFTAG_TRANSFERFUNCTION,
                 "not looked at",
                 wrongPhotometric("TransferFunction", kCurvePhotometrics)},
-        Refused{"OfThreeDimensions", gray(), 301, zeros(vxDOUBLE, {1, 256, 2}),
+        Refused{"OfThreeDimensions", gray(), TIFFTAG_TRANSFERFUNCTION, zeros(vxDOUBLE, {1, 256, 2}),
                 wrongCurve(8, 1, 256)},
-        Refused{"DimensionsBeforeSamples",
-                {{262, 2}, {258, 8}, {277, 4}},
-                301,
-                zeros(vxDOUBLE, {256, 4, 2}),
-                wrongCurve(8, 4, 256)},
-        Refused{"OfFourSamples",
-                {{262, 2}, {258, 8}, {277, 4}},
-                301,
-                "not looked at",
-                refusedWith<Tiff::badTransferFunctionSppCombination>({4})},
-        Refused{"Of255", gray(), 301, filled(1, 255, 0), wrongCurve(8, 1, 256)},
-        Refused{"Of16By16", gray(), 301, filled(16, 16, 0), wrongCurve(8, 1, 256)},
-        Refused{"OfAColumnForThree", rgb(), 301, filled(768, 1, 0), wrongCurve(8, 3, 256)},
-        Refused{"Of3By256", rgb(), 301, filled(3, 256, 0), wrongCurve(8, 3, 256)},
-        Refused{"OfAnotherClass", gray(), 301, zeros(vxUINT16, {1, 256}),
+        Refused{
+            "DimensionsBeforeSamples",
+            {{TIFFTAG_PHOTOMETRIC, 2}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_SAMPLESPERPIXEL, 4}},
+            TIFFTAG_TRANSFERFUNCTION,
+            zeros(vxDOUBLE, {256, 4, 2}),
+            wrongCurve(8, 4, 256)},
+        Refused{
+            "OfFourSamples",
+            {{TIFFTAG_PHOTOMETRIC, 2}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_SAMPLESPERPIXEL, 4}},
+            TIFFTAG_TRANSFERFUNCTION,
+            "not looked at",
+            refusedWith<Tiff::badTransferFunctionSppCombination>({4})},
+        Refused{"Of255", gray(), TIFFTAG_TRANSFERFUNCTION, filled(1, 255, 0),
+                wrongCurve(8, 1, 256)},
+        Refused{"Of16By16", gray(), TIFFTAG_TRANSFERFUNCTION, filled(16, 16, 0),
+                wrongCurve(8, 1, 256)},
+        Refused{"OfAColumnForThree", rgb(), TIFFTAG_TRANSFERFUNCTION, filled(768, 1, 0),
+                wrongCurve(8, 3, 256)},
+        Refused{"Of3By256", rgb(), TIFFTAG_TRANSFERFUNCTION, filled(3, 256, 0),
+                wrongCurve(8, 3, 256)},
+        Refused{"OfAnotherClass", gray(), TIFFTAG_TRANSFERFUNCTION, zeros(vxUINT16, {1, 256}),
                 notArray("TransferFunction")},
-        Refused{"SizeBeforeClass", gray(), 301, zeros(vxUINT16, {1, 255}), wrongCurve(8, 1, 256)},
-        Refused{"Of65536", gray(), 301, filled(1, 256, 65536),
+        Refused{"SizeBeforeClass", gray(), TIFFTAG_TRANSFERFUNCTION, zeros(vxUINT16, {1, 255}),
+                wrongCurve(8, 1, 256)},
+        Refused{"Of65536", gray(), TIFFTAG_TRANSFERFUNCTION, filled(1, 256, 65536),
                 refusedWith<validate::argumentOutOfBounds>()},
-        Refused{"Of64Bits", gray(64), 301, row({}), wrongCurve(64, 1, 0)},
-        Refused{"WithDefaultsOfOneBit", kGrayAlone, 301, filled(1, 3, 0), wrongCurve(1, 1, 2)}}),
+        Refused{"Of64Bits", gray(64), TIFFTAG_TRANSFERFUNCTION, row({}), wrongCurve(64, 1, 0)},
+        Refused{"WithDefaultsOfOneBit", kGrayAlone, TIFFTAG_TRANSFERFUNCTION, filled(1, 3, 0),
+                wrongCurve(1, 1, 2)}}),
     nameOf<Refused>);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -143,37 +158,40 @@ INSTANTIATE_TEST_SUITE_P(
     testing::ValuesIn(std::vector<Refused>{
         Refused{"PrimariesWithoutPhotometric",
                 {},
-                319,
+                TIFFTAG_PRIMARYCHROMATICITIES,
                 "not looked at",
                 needs("PhotometricInterpretation", "PrimaryChromaticities")},
-        Refused{"PrimariesOfGray", gray(), 319, "not looked at",
+        Refused{"PrimariesOfGray", gray(), TIFFTAG_PRIMARYCHROMATICITIES, "not looked at",
                 wrongPhotometric("PrimaryChromaticities", "RGB, YCbCr, Palette")},
-        Refused{"PrimariesOfAnotherClass", rgb(), 319, zeros(vxSINGLE, {1, 6}),
-                notArray("PrimaryChromaticities")},
-        Refused{"PrimariesOf5", rgb(), 319, filled(1, 5, 0),
+        Refused{"PrimariesOfAnotherClass", rgb(), TIFFTAG_PRIMARYCHROMATICITIES,
+                zeros(vxSINGLE, {1, 6}), notArray("PrimaryChromaticities")},
+        Refused{"PrimariesOf5", rgb(), TIFFTAG_PRIMARYCHROMATICITIES, filled(1, 5, 0),
                 wrongCount("PrimaryChromaticities", 6)},
-        Refused{"PrimariesOf1e39", rgb(), 319, filled(1, 6, 1e39),
+        Refused{"PrimariesOf1e39", rgb(), TIFFTAG_PRIMARYCHROMATICITIES, filled(1, 6, 1e39),
                 refusedWith<validate::argumentOutOfBounds>()},
         Refused{"ReferenceWithoutPhotometric",
                 {},
-                532,
+                TIFFTAG_REFERENCEBLACKWHITE,
                 1,
                 needs("PhotometricInterpretation", "ReferenceBlackWhite")},
-        Refused{"ReferenceOfGray", gray(), 532, 1,
+        Refused{"ReferenceOfGray", gray(), TIFFTAG_REFERENCEBLACKWHITE, 1,
                 wrongPhotometric("ReferenceBlackWhite", "RGB, YCbCr, Palette")},
-        Refused{"ReferenceOfPalette", kPalette, 532, "not looked at",
+        Refused{"ReferenceOfPalette", kPalette, TIFFTAG_REFERENCEBLACKWHITE, "not looked at",
                 wrongPhotometric("ReferenceBlackWhite", "RGB, YCbCr")},
-        Refused{"ReferenceOf7", rgb(), 532, filled(7, 1, 0), wrongCount("ReferenceBlackWhite", 6)},
-        Refused{"ReferenceOfText", rgb(), 532, "abcdef", notArray("ReferenceBlackWhite")},
+        Refused{"ReferenceOf7", rgb(), TIFFTAG_REFERENCEBLACKWHITE, filled(7, 1, 0),
+                wrongCount("ReferenceBlackWhite", 6)},
+        Refused{"ReferenceOfText", rgb(), TIFFTAG_REFERENCEBLACKWHITE, "abcdef",
+                notArray("ReferenceBlackWhite")},
         Refused{"WhiteWithoutPhotometric",
                 {},
-                318,
+                TIFFTAG_WHITEPOINT,
                 1,
                 needs("PhotometricInterpretation", "WhitePoint")},
-        Refused{"WhiteOfGray", gray(), 318, "not looked at",
+        Refused{"WhiteOfGray", gray(), TIFFTAG_WHITEPOINT, "not looked at",
                 wrongPhotometric("WhitePoint", "RGB, YCbCr, Palette, CIELab, ICCLab")},
-        Refused{"WhiteOfThree", rgb(), 318, row({1, 2, 3}), wrongCount("WhitePoint", 2)},
-        Refused{"WhiteOfText", rgb(), 318, "xy", notArray("WhitePoint")}}),
+        Refused{"WhiteOfThree", rgb(), TIFFTAG_WHITEPOINT, row({1, 2, 3}),
+                wrongCount("WhitePoint", 2)},
+        Refused{"WhiteOfText", rgb(), TIFFTAG_WHITEPOINT, "xy", notArray("WhitePoint")}}),
     nameOf<Refused>);
 
 // --- Arrays that are compared element by element
@@ -198,7 +216,7 @@ TEST_F(Colours, MapElementsAreScaledAndRounded) {
   elements[2] = NAN;
   elements[256] = 1 / 65535.0;
   elements[767] = 0.75;
-  call("setField", file, 320, arrayOf<double>({256, 3}, elements));
+  call("setField", file, TIFFTAG_COLORMAP, arrayOf<double>({256, 3}, elements));
   std::uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
   ASSERT_EQ(TIFFGetField(file_->handle(), TIFFTAG_COLORMAP, &red, &green, &blue), 1);
   EXPECT_EQ(red[0], 65535);
@@ -213,8 +231,8 @@ TEST_F(Colours, MapReadBackAndStoredAgainIsTheSame) {
   std::vector<double> elements(768);
   for (std::size_t k = 0; k < elements.size(); ++k)
     elements[k] = static_cast<double>(k * 85) / 65535.0;
-  call("setField", file, 320, arrayOf<double>({256, 3}, elements));
-  EXPECT_EQ(valueOf(call("getField", file, 320)), aMatrix(256, 3, elements));
+  call("setField", file, TIFFTAG_COLORMAP, arrayOf<double>({256, 3}, elements));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_COLORMAP)), aMatrix(256, 3, elements));
 }
 
 std::vector<double> curve(std::size_t count) {
@@ -224,24 +242,26 @@ std::vector<double> curve(std::size_t count) {
 }
 
 TEST_F(Colours, SingleCurveIsTakenAsARowOrAColumn) {
-  for (const Dimensions& shape : {Dimensions{1, 256}, Dimensions{256, 1}}) {
+  for (const Dimensions& shape : {Dimensions{1, 256}, Dimensions{TIFFTAG_IMAGEWIDTH, 1}}) {
     const Input file = create(gray());
-    call("setField", file, 301, arrayOf<double>(shape, curve(256)));
-    EXPECT_EQ(valueOf(call("getField", file, 301)), aRow(curve(256)));
+    call("setField", file, TIFFTAG_TRANSFERFUNCTION, arrayOf<double>(shape, curve(256)));
+    EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION)), aRow(curve(256)));
   }
 }
 
 TEST_F(Colours, SingleCurveOfOneBitHasTwoElements) {
   const Input file = create(kGrayAlone);
-  call("setField", file, 301, row({65535.9, -0.9}));
-  EXPECT_EQ(valueOf(call("getField", file, 301)), aRow({65535, 0}));
+  call("setField", file, TIFFTAG_TRANSFERFUNCTION, row({65535.9, -0.9}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION)), aRow({65535, 0}));
 }
 
 TEST_F(Colours, ThreeCurvesAreTheColumns) {
   const Input file = create(rgb());
-  call("setField", file, 301, arrayOf<double>({256, 3}, curve(768)));
+  call("setField", file, TIFFTAG_TRANSFERFUNCTION, arrayOf<double>({256, 3}, curve(768)));
   std::uint16_t* curves[3] = {};
-  ASSERT_EQ(TIFFGetField(file_->handle(), 301, &curves[0], &curves[1], &curves[2]), 1);
+  ASSERT_EQ(
+      TIFFGetField(file_->handle(), TIFFTAG_TRANSFERFUNCTION, &curves[0], &curves[1], &curves[2]),
+      1);
   EXPECT_EQ(curves[0][0], 65535);
   EXPECT_EQ(curves[1][0], 65535 - 256);
   EXPECT_EQ(curves[2][255], 65535 - 767);

@@ -6,6 +6,7 @@
 #include <map>
 #include <span>
 
+#include "host/tiff_utilities.h"
 #include "tags/tag_table.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/tag_files.h"
@@ -39,74 +40,102 @@ struct Case {
 
 const std::vector<Case>& cases() {
   static const std::vector<Case> all = {
-      {"SubfileType", 254, stores(254, 3U), aDouble(3)},
-      {"ImageWidth", 256, stores(256, 16U), aDouble(16)},
-      {"ImageLength", 257, stores(257, 16U), aDouble(16)},
-      {"BitsPerSample", 258, [](TIFF*) {}, aDouble(16), 1, COMPRESSION_NONE, 16},
-      {"Compression", 259, [](TIFF*) {}, aDouble(5), 1, COMPRESSION_LZW},
-      {"Photometric", 262, stores(262, 0), aDouble(0)},
-      {"Thresholding", 263, stores(263, 2), aDouble(2)},
-      {"FillOrder", 266, stores(266, 2), aDouble(2)},
-      {"DocumentName", 269, stores(269, "page \xE9"), aText("page \xE9")},
-      {"ImageDescription", 270, stores(270, "a\nb"), aText("a\nb")},
-      {"Make", 271, stores(271, "maker"), aText("maker")},
-      {"Model", 272, stores(272, "model"), aText("model")},
-      {"EmptyText", 272, stores(272, ""), aText("")},
-      {"Orientation", 274, stores(274, 8), aDouble(8)},
-      {"SamplesPerPixel", 277, stores(277, 3), aDouble(3), 3},
-      {"RowsPerStrip", 278, stores(278, 16U), aDouble(16)},
-      {"MinSampleValue", 280, stores(280, 3), aDouble(3)},
-      {"MaxSampleValue", 281, stores(281, 200), aDouble(200)},
-      {"XResolution", 282, stores(282, 72.5), aDouble(72.5)},
-      {"YResolution", 283, stores(283, 300.25), aDouble(300.25)},
-      {"PlanarConfiguration", 284, stores(284, 1), aDouble(1), 3},
-      {"PageName", 285, stores(285, "p"), aText("p")},
-      {"XPosition", 286, stores(286, 1.25), aDouble(1.25)},
-      {"YPosition", 287, stores(287, 2.5), aDouble(2.5)},
-      {"ResolutionUnit", 296, stores(296, 3), aDouble(3)},
-      {"PageNumber", 297, stores(297, 2, 5), aRow({2, 5})},
-      {"Software", 305, stores(305, "soft"), aText("soft")},
-      {"DateTime", 306, stores(306, "2024:01:02 03:04:05"), aText("2024:01:02 03:04:05")},
-      {"Artist", 315, stores(315, "artist"), aText("artist")},
-      {"HostComputer", 316, stores(316, "host"), aText("host")},
-      {"Predictor", 317, stores(317, 2), aDouble(2), 1, COMPRESSION_LZW},
-      {"WhitePoint", 318, stores(318, +kWhite), aRow(widened(kWhite))},
-      {"PrimaryChromaticities", 319, stores(319, +kSix), aRow(widened(kSix))},
-      {"HalftoneHints", 321, stores(321, 10, 240), aRow({10, 240})},
-      {"InkSet", 332, stores(332, 2), aDouble(2)},
-      {"NumberOfInks", 334, stores(334, 1), aDouble(1)},
-      {"DotRange", 336, stores(336, 1, 254), aRow({1, 254})},
-      {"TargetPrinter", 337, stores(337, "press"), aText("press")},
-      {"ExtraSamples", 338, stores(338, 2, +kKinds), aRow({2, 1}), 3},
-      {"SampleFormat", 339, stores(339, 2), aDouble(2)},
-      {"SMinSampleValue", 340, stores(340, 5.0), aDouble(5)},
-      {"SMaxSampleValue", 341, stores(341, 250.0), aDouble(250)},
-      {"YCbCrCoefficients", 529, stores(529, +kThree), aRow(widened(kThree))},
-      {"YCbCrSubsampling", 530, stores(530, 4, 2), aRow({4, 2}), 3},
-      {"YCbCrPositioning", 531, stores(531, 2), aDouble(2)},
-      {"ReferenceBlackWhite", 532, stores(532, +kSix), aRow(widened(kSix))},
-      {"XmlPacket", 700, stores(700, 7U, +kBytes), aRowOf(vxCHAR, {'<', 0xE9, 0, 255, '>', 1, 2})},
-      {"ImageDepth", 32997, stores(32997, 1U), aDouble(1)},
-      {"Copyright", 33432, stores(33432, "c"), aText("c")},
-      {"ModelPixelScale", 33550, stores(33550, 3, +kDoubles), aRow({1.5, -2.25, 1e300})},
-      {"Iptc", 33723, stores(33723, 3U, +kBytes), aRowOf(vxUINT8, {'<', 0xE9, 0})},
-      {"ModelTiepoint", 33922, stores(33922, 12, kDoubles + 3),
+      {"SubfileType", TIFFTAG_SUBFILETYPE, stores(TIFFTAG_SUBFILETYPE, 3U), aDouble(3)},
+      {"ImageWidth", TIFFTAG_IMAGEWIDTH, stores(TIFFTAG_IMAGEWIDTH, 16U), aDouble(16)},
+      {"ImageLength", TIFFTAG_IMAGELENGTH, stores(TIFFTAG_IMAGELENGTH, 16U), aDouble(16)},
+      {"BitsPerSample", TIFFTAG_BITSPERSAMPLE, [](TIFF*) {}, aDouble(16), 1, COMPRESSION_NONE, 16},
+      {"Compression", TIFFTAG_COMPRESSION, [](TIFF*) {}, aDouble(5), 1, COMPRESSION_LZW},
+      {"Photometric", TIFFTAG_PHOTOMETRIC, stores(TIFFTAG_PHOTOMETRIC, 0), aDouble(0)},
+      {"Thresholding", TIFFTAG_THRESHHOLDING, stores(TIFFTAG_THRESHHOLDING, 2), aDouble(2)},
+      {"FillOrder", TIFFTAG_FILLORDER, stores(TIFFTAG_FILLORDER, 2), aDouble(2)},
+      {"DocumentName", TIFFTAG_DOCUMENTNAME, stores(TIFFTAG_DOCUMENTNAME, "page \xE9"),
+       aText("page \xE9")},
+      {"ImageDescription", TIFFTAG_IMAGEDESCRIPTION, stores(TIFFTAG_IMAGEDESCRIPTION, "a\nb"),
+       aText("a\nb")},
+      {"Make", TIFFTAG_MAKE, stores(TIFFTAG_MAKE, "maker"), aText("maker")},
+      {"Model", TIFFTAG_MODEL, stores(TIFFTAG_MODEL, "model"), aText("model")},
+      {"EmptyText", TIFFTAG_MODEL, stores(TIFFTAG_MODEL, ""), aText("")},
+      {"Orientation", TIFFTAG_ORIENTATION, stores(TIFFTAG_ORIENTATION, 8), aDouble(8)},
+      {"SamplesPerPixel", TIFFTAG_SAMPLESPERPIXEL, stores(TIFFTAG_SAMPLESPERPIXEL, 3), aDouble(3),
+       3},
+      {"RowsPerStrip", TIFFTAG_ROWSPERSTRIP, stores(TIFFTAG_ROWSPERSTRIP, 16U), aDouble(16)},
+      {"MinSampleValue", TIFFTAG_MINSAMPLEVALUE, stores(TIFFTAG_MINSAMPLEVALUE, 3), aDouble(3)},
+      {"MaxSampleValue", TIFFTAG_MAXSAMPLEVALUE, stores(TIFFTAG_MAXSAMPLEVALUE, 200), aDouble(200)},
+      {"XResolution", TIFFTAG_XRESOLUTION, stores(TIFFTAG_XRESOLUTION, 72.5), aDouble(72.5)},
+      {"YResolution", TIFFTAG_YRESOLUTION, stores(TIFFTAG_YRESOLUTION, 300.25), aDouble(300.25)},
+      {"PlanarConfiguration", TIFFTAG_PLANARCONFIG, stores(TIFFTAG_PLANARCONFIG, 1), aDouble(1), 3},
+      {"PageName", TIFFTAG_PAGENAME, stores(TIFFTAG_PAGENAME, "p"), aText("p")},
+      {"XPosition", TIFFTAG_XPOSITION, stores(TIFFTAG_XPOSITION, 1.25), aDouble(1.25)},
+      {"YPosition", TIFFTAG_YPOSITION, stores(TIFFTAG_YPOSITION, 2.5), aDouble(2.5)},
+      {"ResolutionUnit", TIFFTAG_RESOLUTIONUNIT, stores(TIFFTAG_RESOLUTIONUNIT, 3), aDouble(3)},
+      {"PageNumber", TIFFTAG_PAGENUMBER, stores(TIFFTAG_PAGENUMBER, 2, 5), aRow({2, 5})},
+      {"Software", TIFFTAG_SOFTWARE, stores(TIFFTAG_SOFTWARE, "soft"), aText("soft")},
+      {"DateTime", TIFFTAG_DATETIME, stores(TIFFTAG_DATETIME, "2024:01:02 03:04:05"),
+       aText("2024:01:02 03:04:05")},
+      {"Artist", TIFFTAG_ARTIST, stores(TIFFTAG_ARTIST, "artist"), aText("artist")},
+      {"HostComputer", TIFFTAG_HOSTCOMPUTER, stores(TIFFTAG_HOSTCOMPUTER, "host"), aText("host")},
+      {"Predictor", TIFFTAG_PREDICTOR, stores(TIFFTAG_PREDICTOR, 2), aDouble(2), 1,
+       COMPRESSION_LZW},
+      {"WhitePoint", TIFFTAG_WHITEPOINT, stores(TIFFTAG_WHITEPOINT, +kWhite),
+       aRow(widened(kWhite))},
+      {"PrimaryChromaticities", TIFFTAG_PRIMARYCHROMATICITIES,
+       stores(TIFFTAG_PRIMARYCHROMATICITIES, +kSix), aRow(widened(kSix))},
+      {"HalftoneHints", TIFFTAG_HALFTONEHINTS, stores(TIFFTAG_HALFTONEHINTS, 10, 240),
+       aRow({10, 240})},
+      {"InkSet", TIFFTAG_INKSET, stores(TIFFTAG_INKSET, 2), aDouble(2)},
+      {"NumberOfInks", TIFFTAG_NUMBEROFINKS, stores(TIFFTAG_NUMBEROFINKS, 1), aDouble(1)},
+      {"DotRange", TIFFTAG_DOTRANGE, stores(TIFFTAG_DOTRANGE, 1, 254), aRow({1, 254})},
+      {"TargetPrinter", TIFFTAG_TARGETPRINTER, stores(TIFFTAG_TARGETPRINTER, "press"),
+       aText("press")},
+      {"ExtraSamples", TIFFTAG_EXTRASAMPLES, stores(TIFFTAG_EXTRASAMPLES, 2, +kKinds), aRow({2, 1}),
+       3},
+      {"SampleFormat", TIFFTAG_SAMPLEFORMAT, stores(TIFFTAG_SAMPLEFORMAT, 2), aDouble(2)},
+      {"SMinSampleValue", TIFFTAG_SMINSAMPLEVALUE, stores(TIFFTAG_SMINSAMPLEVALUE, 5.0),
+       aDouble(5)},
+      {"SMaxSampleValue", TIFFTAG_SMAXSAMPLEVALUE, stores(TIFFTAG_SMAXSAMPLEVALUE, 250.0),
+       aDouble(250)},
+      {"YCbCrCoefficients", TIFFTAG_YCBCRCOEFFICIENTS, stores(TIFFTAG_YCBCRCOEFFICIENTS, +kThree),
+       aRow(widened(kThree))},
+      {"YCbCrSubsampling", TIFFTAG_YCBCRSUBSAMPLING, stores(TIFFTAG_YCBCRSUBSAMPLING, 4, 2),
+       aRow({4, 2}), 3},
+      {"YCbCrPositioning", TIFFTAG_YCBCRPOSITIONING, stores(TIFFTAG_YCBCRPOSITIONING, 2),
+       aDouble(2)},
+      {"ReferenceBlackWhite", TIFFTAG_REFERENCEBLACKWHITE,
+       stores(TIFFTAG_REFERENCEBLACKWHITE, +kSix), aRow(widened(kSix))},
+      {"XmlPacket", TIFFTAG_XMLPACKET, stores(TIFFTAG_XMLPACKET, 7U, +kBytes),
+       aRowOf(vxCHAR, {'<', 0xE9, 0, 255, '>', 1, 2})},
+      {"ImageDepth", TIFFTAG_IMAGEDEPTH, stores(TIFFTAG_IMAGEDEPTH, 1U), aDouble(1)},
+      {"Copyright", TIFFTAG_COPYRIGHT, stores(TIFFTAG_COPYRIGHT, "c"), aText("c")},
+      {"ModelPixelScale", tiffutils::kModelPixelScaleTag,
+       stores(tiffutils::kModelPixelScaleTag, 3, +kDoubles), aRow({1.5, -2.25, 1e300})},
+      {"Iptc", TIFFTAG_RICHTIFFIPTC, stores(TIFFTAG_RICHTIFFIPTC, 3U, +kBytes),
+       aRowOf(vxUINT8, {'<', 0xE9, 0})},
+      {"ModelTiepoint", tiffutils::kModelTiepointTag,
+       stores(tiffutils::kModelTiepointTag, 12, kDoubles + 3),
        aMatrix(2, 6, {4, 10, 5, 11, 6, 12, 7, 13, 8, 14, 9, 15})},
-      {"ModelTransformation", 34264, stores(34264, 16, +kDoubles),
+      {"ModelTransformation", tiffutils::kModelTransformationTag,
+       stores(tiffutils::kModelTransformationTag, 16, +kDoubles),
        aRow({std::begin(kDoubles), std::end(kDoubles)})},
-      {"Photoshop", 34377, stores(34377, 7U, +kBytes),
+      {"Photoshop", TIFFTAG_PHOTOSHOP, stores(TIFFTAG_PHOTOSHOP, 7U, +kBytes),
        aRowOf(vxUINT8, {'<', 0xE9, 0, 255, '>', 1, 2})},
-      {"IccProfile", 34675, stores(34675, 4U, +kBytes), aRowOf(vxUINT8, {'<', 0xE9, 0, 255})},
-      {"GeoKeyDirectory", 34735, stores(34735, 16, +kKeys),
+      {"IccProfile", TIFFTAG_ICCPROFILE, stores(TIFFTAG_ICCPROFILE, 4U, +kBytes),
+       aRowOf(vxUINT8, {'<', 0xE9, 0, 255})},
+      {"GeoKeyDirectory", tiffutils::kGeoKeyDirectoryTag,
+       stores(tiffutils::kGeoKeyDirectoryTag, 16, +kKeys),
        aMatrix(4, 4, {1, 1024, 1025, 2048, 1, 0, 0, 0, 0, 1, 1, 1, 3, 2, 1, 4326})},
-      {"GeoDoubleParams", 34736, stores(34736, 2, +kDoubles), aRow({1.5, -2.25})},
-      {"GeoAsciiParams", 34737, stores(34737, "WGS 84|"), aText("WGS 84|")},
-      {"StoNits", 37439, stores(37439, 179.5), aDouble(179.5)},
-      {"Group3Options", 292, stores(292, 4U), aDouble(4), 1, COMPRESSION_CCITTFAX3, 1},
-      {"Group4Options", 293, stores(293, 2U), aDouble(2), 1, COMPRESSION_CCITTFAX4, 1},
+      {"GeoDoubleParams", tiffutils::kGeoDoubleParamsTag,
+       stores(tiffutils::kGeoDoubleParamsTag, 2, +kDoubles), aRow({1.5, -2.25})},
+      {"GeoAsciiParams", tiffutils::kGeoAsciiParamsTag,
+       stores(tiffutils::kGeoAsciiParamsTag, "WGS 84|"), aText("WGS 84|")},
+      {"StoNits", TIFFTAG_STONITS, stores(TIFFTAG_STONITS, 179.5), aDouble(179.5)},
+      {"Group3Options", TIFFTAG_GROUP3OPTIONS, stores(TIFFTAG_GROUP3OPTIONS, 4U), aDouble(4), 1,
+       COMPRESSION_CCITTFAX3, 1},
+      {"Group4Options", TIFFTAG_GROUP4OPTIONS, stores(TIFFTAG_GROUP4OPTIONS, 2U), aDouble(2), 1,
+       COMPRESSION_CCITTFAX4, 1},
       // Settings of a codec: these are what it starts with.
-      {"JpegQuality", 65537, [](TIFF*) {}, aDouble(75), 1, COMPRESSION_JPEG},
-      {"ZipQuality", 65557, [](TIFF*) {}, aDouble(4294967295), 1, COMPRESSION_ADOBE_DEFLATE},
+      {"JpegQuality", TIFFTAG_JPEGQUALITY, [](TIFF*) {}, aDouble(75), 1, COMPRESSION_JPEG},
+      {"ZipQuality", TIFFTAG_ZIPQUALITY, [](TIFF*) {}, aDouble(4294967295), 1,
+       COMPRESSION_ADOBE_DEFLATE},
   };
   return all;
 }
@@ -146,10 +175,13 @@ INSTANTIATE_TEST_SUITE_P(
 // A handle of a new file has no tag but Compression. What libtiff can default never fails.
 const std::map<std::uint32_t, HostValue>& defaults() {
   static const std::map<std::uint32_t, HostValue> all = {
-      {254, aDouble(0)},   {258, aDouble(1)},   {259, aDouble(1)},          {274, aDouble(1)},
-      {277, aDouble(1)},   {280, aDouble(0)},   {278, aDouble(4294967295)}, {281, aDouble(1)},
-      {284, aDouble(1)},   {296, aDouble(2)},   {334, aDouble(4)},          {339, aDouble(1)},
-      {530, aRow({2, 2})}, {32997, aDouble(1)},
+      {TIFFTAG_SUBFILETYPE, aDouble(0)},           {TIFFTAG_BITSPERSAMPLE, aDouble(1)},
+      {TIFFTAG_COMPRESSION, aDouble(1)},           {TIFFTAG_ORIENTATION, aDouble(1)},
+      {TIFFTAG_SAMPLESPERPIXEL, aDouble(1)},       {TIFFTAG_MINSAMPLEVALUE, aDouble(0)},
+      {TIFFTAG_ROWSPERSTRIP, aDouble(4294967295)}, {TIFFTAG_MAXSAMPLEVALUE, aDouble(1)},
+      {TIFFTAG_PLANARCONFIG, aDouble(1)},          {TIFFTAG_RESOLUTIONUNIT, aDouble(2)},
+      {TIFFTAG_NUMBEROFINKS, aDouble(4)},          {TIFFTAG_SAMPLEFORMAT, aDouble(1)},
+      {TIFFTAG_YCBCRSUBSAMPLING, aRow({2, 2})},    {TIFFTAG_IMAGEDEPTH, aDouble(1)},
   };
   return all;
 }
@@ -165,11 +197,11 @@ TEST_P(EveryAbsentTag, ReadsAsItsDefaultOrFailsWithItsName) {
 
   if (const auto found = defaults().find(tag); found != defaults().end())
     EXPECT_EQ(valueOf(read()), found->second);
-  else if (tag == 32995 || tag == 32996 || tag == 32998)
+  else if (tag == TIFFTAG_MATTEING || tag == TIFFTAG_DATATYPE || tag == TIFFTAG_TILEDEPTH)
     expectError<Tiff::unsupportedTag>({name, tag}, read);
   else if (GetParam().reading.read == nullptr)
     expectError<Tiff::unhandledTagId>({tag}, read);
-  else if (tag == 324 || tag == 325)
+  else if (tag == TIFFTAG_TILEOFFSETS || tag == TIFFTAG_TILEBYTECOUNTS)
     expectError<Tiff::tiledOperationOnStrippedImage>({}, read);
   else
     expectError<Tiff::tagRetrievalFailed>({name}, read);
@@ -222,25 +254,27 @@ TEST_F(GetField, ReadsATagNumberShorterThanADouble) {
 TEST_F(GetField, ReadsWidthsBeyondTwoToThe31AsUnsigned) {
   const OpenedFile file(folder_ / "new.tif", "w");
   ASSERT_EQ(TIFFSetField(file.handle(), TIFFTAG_IMAGEWIDTH, 3000000000U), 1);
-  EXPECT_EQ(numberFrom("getField", file, 256), 3000000000.0);
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_IMAGEWIDTH), 3000000000.0);
 }
 
 TEST_F(GetField, NamesAnAbsentTextTag) {
   const Input file = image();
-  expectError<Tiff::tagRetrievalFailed>({"Artist"}, [&] { call("getField", file, 315); });
+  expectError<Tiff::tagRetrievalFailed>({"Artist"},
+                                        [&] { call("getField", file, TIFFTAG_ARTIST); });
 }
 
 TEST_F(GetField, RefusesGeoKeysThatAreNoMultipleOfFour) {
-  const Input file = image(stores(34735, 14, +kKeys));
-  expectError<Tiff::badMultipleTagValueRetrieved>({14, "GeoKeyDirectoryTag", 4},
-                                                  [&] { call("getField", file, 34735); });
+  const Input file = image(stores(tiffutils::kGeoKeyDirectoryTag, 14, +kKeys));
+  expectError<Tiff::badMultipleTagValueRetrieved>({14, "GeoKeyDirectoryTag", 4}, [&] {
+    call("getField", file, tiffutils::kGeoKeyDirectoryTag);
+  });
 }
 
 TEST_F(GetField, ReadsTheOffsetsOfSubDirectories) {
   const std::uint64_t none[2] = {};
-  writeTiff(folder_ / "sub.tif", {{.more = stores(330, 2, +none)}, {}, {}});
+  writeTiff(folder_ / "sub.tif", {{.more = stores(TIFFTAG_SUBIFD, 2, +none)}, {}, {}});
   const OpenedFile file(folder_ / "sub.tif", "r");
-  const HostValue offsets = valueOf(call("getField", file, 330));
+  const HostValue offsets = valueOf(call("getField", file, TIFFTAG_SUBIFD));
   EXPECT_EQ(offsets.classId, vxUINT64);
   EXPECT_EQ(offsets.dimensions, (Dimensions{1, 2}));
   EXPECT_LT(offsets.elements[0], offsets.elements[1]);
@@ -258,7 +292,7 @@ TEST_F(GetField, ChecksTheFileBeforeTheTagNumber) {
 
 TEST_F(GetField, RunsWithoutAnOutputSlot) {
   const Input file = image();
-  EXPECT_TRUE(callFor(0, "getField", file, 256).empty());
+  EXPECT_TRUE(callFor(0, "getField", file, TIFFTAG_IMAGEWIDTH).empty());
 }
 
 TEST_F(GetField, ReadsTheLogFormatAsUnchosen) {
@@ -270,7 +304,7 @@ TEST_F(GetField, ReadsTheLogFormatAsUnchosen) {
         .compression = COMPRESSION_SGILOG,
         .more = [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_16BIT); }}});
   const OpenedFile file(folder_ / "log.tif", "r");
-  EXPECT_EQ(numberFrom("getField", file, 65560), 4294967295.0);
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_SGILOGDATAFMT), 4294967295.0);
 }
 
 TEST_F(GetField, ReadsAPaletteWithoutMapAsGray) {
@@ -278,7 +312,7 @@ TEST_F(GetField, ReadsAPaletteWithoutMapAsGray) {
   replaceEntry(entries, {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, {PHOTOMETRIC_PALETTE}});
   writeRawTiff(folder_ / "p.tif", entries, std::vector<std::byte>(16));
   const OpenedFile file(folder_ / "p.tif", "r");
-  EXPECT_EQ(numberFrom("getField", file, 262), PHOTOMETRIC_MINISBLACK);
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_PHOTOMETRIC), PHOTOMETRIC_MINISBLACK);
 }
 
 }  // namespace

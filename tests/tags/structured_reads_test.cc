@@ -5,6 +5,7 @@
 #include <bit>
 #include <numeric>
 
+#include "host/tiff_utilities.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/tag_files.h"
 #include "tests/support/temporary_folder.h"
@@ -46,7 +47,7 @@ TEST_F(StructuredReads, ColorMapIsThreeColumnsFromZeroToOne) {
   green[7] = 32768;
   const Input file = open({.photometric = PHOTOMETRIC_PALETTE,
                            .more = storesCurves(TIFFTAG_COLORMAP, red, green, blue)});
-  const HostValue map = valueOf(call("getField", file, 320));
+  const HostValue map = valueOf(call("getField", file, TIFFTAG_COLORMAP));
   EXPECT_EQ(map.classId, vxDOUBLE);
   EXPECT_EQ(map.dimensions, (Dimensions{256, 3}));
   for (std::size_t entry = 0; entry < 256; ++entry) {
@@ -63,20 +64,22 @@ TEST_F(StructuredReads, ColorMapOf16BitsHas65536Rows) {
   const Input file = open({.bits = 16,
                            .photometric = PHOTOMETRIC_PALETTE,
                            .more = storesCurves(TIFFTAG_COLORMAP, curve, curve, curve)});
-  EXPECT_EQ(valueOf(call("getField", file, 320)).dimensions, (Dimensions{65536, 3}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_COLORMAP)).dimensions, (Dimensions{65536, 3}));
 }
 
 TEST_F(StructuredReads, SingleTransferFunctionIsARow) {
   const auto curve = ramp(256, 100);
   const Input file = open({.more = storesCurves(TIFFTAG_TRANSFERFUNCTION, curve, {}, {})});
-  EXPECT_EQ(valueOf(call("getField", file, 301)), aRow({curve.begin(), curve.end()}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION)),
+            aRow({curve.begin(), curve.end()}));
 }
 
 TEST_F(StructuredReads, TransferFunctionOf16BitsHas65536Columns) {
   const auto curve = ramp(65536);
   const Input file =
       open({.bits = 16, .more = storesCurves(TIFFTAG_TRANSFERFUNCTION, curve, {}, {})});
-  EXPECT_EQ(valueOf(call("getField", file, 301)).dimensions, (Dimensions{1, 65536}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION)).dimensions,
+            (Dimensions{1, 65536}));
 }
 
 TEST_F(StructuredReads, ThreeTransferFunctionsAreColumns) {
@@ -87,7 +90,7 @@ TEST_F(StructuredReads, ThreeTransferFunctionsAreColumns) {
   std::vector<double> columns(a.begin(), a.end());
   columns.insert(columns.end(), b.begin(), b.end());
   columns.insert(columns.end(), c.begin(), c.end());
-  EXPECT_EQ(valueOf(call("getField", file, 301)), aMatrix(256, 3, columns));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION)), aMatrix(256, 3, columns));
 }
 
 TEST_F(StructuredReads, CurvesOfExtraSamplesAreZero) {
@@ -101,14 +104,14 @@ TEST_F(StructuredReads, CurvesOfExtraSamplesAreZero) {
   TIFFSetField(file.handle(), TIFFTAG_TRANSFERFUNCTION, curve.data());
   std::vector<double> columns(curve.begin(), curve.end());
   columns.resize(3 * 256);
-  EXPECT_EQ(valueOf(call("getField", file, 301)), aMatrix(256, 3, columns));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION)), aMatrix(256, 3, columns));
 }
 
 TEST_F(StructuredReads, TransferFunctionOfTwoOrFourSamplesIsRefused) {
   for (const std::uint16_t samples : {std::uint16_t{2}, std::uint16_t{4}}) {
     const Input file = open({.samples = samples});
-    expectError<Tiff::badTransferFunctionSppCombination>({samples},
-                                                         [&] { call("getField", file, 301); });
+    expectError<Tiff::badTransferFunctionSppCombination>(
+        {samples}, [&] { call("getField", file, TIFFTAG_TRANSFERFUNCTION); });
   }
 }
 
@@ -120,9 +123,10 @@ TEST_F(StructuredReads, MapsOfImpossibleDepthsFailWithoutReading) {
     replaceEntry(entries, {TIFFTAG_TRANSFERFUNCTION, TIFF_SHORT, {1, 2, 3, 4}});
     replaceEntry(entries, {TIFFTAG_COLORMAP, TIFF_SHORT, {1, 2, 3, 4, 5, 6}});
     const Input file = openRaw(entries);
-    expectError<Tiff::tagRetrievalFailed>({"TransferFunction"},
-                                          [&] { call("getField", file, 301); });
-    expectError<Tiff::tagRetrievalFailed>({"ColorMap"}, [&] { call("getField", file, 320); });
+    expectError<Tiff::tagRetrievalFailed>(
+        {"TransferFunction"}, [&] { call("getField", file, TIFFTAG_TRANSFERFUNCTION); });
+    expectError<Tiff::tagRetrievalFailed>({"ColorMap"},
+                                          [&] { call("getField", file, TIFFTAG_COLORMAP); });
   }
 }
 
@@ -131,7 +135,8 @@ TEST_F(StructuredReads, MapsOfFilesWithoutBitsPerSampleAreIgnored) {
   removeEntry(entries, TIFFTAG_BITSPERSAMPLE);
   replaceEntry(entries, {TIFFTAG_COLORMAP, TIFF_SHORT, {1, 2, 3, 4, 5, 6}});
   const Input file = openRaw(entries);
-  expectError<Tiff::tagRetrievalFailed>({"ColorMap"}, [&] { call("getField", file, 320); });
+  expectError<Tiff::tagRetrievalFailed>({"ColorMap"},
+                                        [&] { call("getField", file, TIFFTAG_COLORMAP); });
 }
 
 // --- Offsets and byte counts
@@ -151,8 +156,8 @@ TEST_F(StructuredReads, StripTagsHaveOneElementForEachStripOfEachPlane) {
                         .rowsPerStrip = 5};
     const Input file = open(layout);
     const std::size_t strips = planar == PLANARCONFIG_CONTIG ? 4 : 12;
-    const HostValue offsets = valueOf(call("getField", file, 273));
-    const HostValue counts = valueOf(call("getField", file, 279));
+    const HostValue offsets = valueOf(call("getField", file, TIFFTAG_STRIPOFFSETS));
+    const HostValue counts = valueOf(call("getField", file, TIFFTAG_STRIPBYTECOUNTS));
     EXPECT_EQ(offsets, aRowOf(vxUINT64, stripOffsets(file_->handle())));
     EXPECT_EQ(offsets.dimensions, (Dimensions{1, strips}));
     EXPECT_EQ(counts.elements.front(), 16 * 5 * (planar == PLANARCONFIG_CONTIG ? 3 : 1));
@@ -162,25 +167,26 @@ TEST_F(StructuredReads, StripTagsHaveOneElementForEachStripOfEachPlane) {
 
 TEST_F(StructuredReads, TileTagsHaveOneElementForEachTile) {
   const Input file = open({.width = 40, .length = 20, .tileWidth = 16, .tileLength = 16});
-  const HostValue counts = valueOf(call("getField", file, 325));
+  const HostValue counts = valueOf(call("getField", file, TIFFTAG_TILEBYTECOUNTS));
   EXPECT_EQ(counts, aRowOf(vxUINT64, {256, 256, 256, 256, 256, 256}));
-  EXPECT_EQ(valueOf(call("getField", file, 324)).elements.size(), 6U);
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_TILEOFFSETS)).elements.size(), 6U);
 }
 
 TEST_F(StructuredReads, TagsOfTheOtherLayoutAreRefused) {
   const Input tiled = open({.tileWidth = 16, .tileLength = 16});
-  for (const int tag : {273, 279})
+  for (const int tag : {TIFFTAG_STRIPOFFSETS, TIFFTAG_STRIPBYTECOUNTS})
     expectError<Tiff::strippedOperationOnTiledImage>({}, [&] { call("getField", tiled, tag); });
   const Input stripped = open({});
-  for (const int tag : {324, 325})
+  for (const int tag : {TIFFTAG_TILEOFFSETS, TIFFTAG_TILEBYTECOUNTS})
     expectError<Tiff::tiledOperationOnStrippedImage>({}, [&] { call("getField", stripped, tag); });
 }
 
 TEST_F(StructuredReads, StripsThatLibtiffDoesNotHoldAreZero) {
   writeTiff(folder_ / "a.tif", {{.rowsPerStrip = 4}});
   const OpenedFile file(folder_ / "a.tif", "r+");
-  call("setField", file, 278, 1);  // sixteen strips now, while four are in the file
-  const HostValue offsets = valueOf(call("getField", file, 273));
+  // Sixteen strips now, while four are in the file.
+  call("setField", file, TIFFTAG_ROWSPERSTRIP, 1);
+  const HostValue offsets = valueOf(call("getField", file, TIFFTAG_STRIPOFFSETS));
   EXPECT_EQ(offsets.dimensions, (Dimensions{1, 16}));
   EXPECT_NE(offsets.elements[3], 0);
   EXPECT_EQ(std::accumulate(offsets.elements.begin() + 4, offsets.elements.end(), 0.0), 0);
@@ -191,9 +197,9 @@ TEST_F(StructuredReads, StripsThatLibtiffDoesNotHoldAreZero) {
 TEST_F(StructuredReads, InkNamesAreACellOfRows) {
   const Layout layout = {.samples = 4,
                          .photometric = PHOTOMETRIC_SEPARATED,
-                         .more = stores(333, 26, "Cyan\0Magenta\0Yellow\0Black\0")};
+                         .more = stores(TIFFTAG_INKNAMES, 26, "Cyan\0Magenta\0Yellow\0Black\0")};
   const Input file = open(layout);
-  EXPECT_EQ(valueOf(call("getField", file, 333)),
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_INKNAMES)),
             aCell({aText("Cyan"), aText("Magenta"), aText("Yellow"), aText("Black")}));
 }
 
@@ -204,8 +210,9 @@ TEST_F(StructuredReads, NumberOfInksFollowsTheNames) {
   replaceEntry(entries, {TIFFTAG_INKNAMES, TIFF_ASCII, {'a', 0, 'b', 0, 'c', 0}});
   replaceEntry(entries, {TIFFTAG_NUMBEROFINKS, TIFF_SHORT, {2}});
   const Input file = openRaw(entries);
-  EXPECT_EQ(numberFrom("getField", file, 334), 3);
-  EXPECT_EQ(valueOf(call("getField", file, 333)), aCell({aText("a"), aText("b"), aText("c")}));
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_NUMBEROFINKS), 3);
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_INKNAMES)),
+            aCell({aText("a"), aText("b"), aText("c")}));
 }
 
 // --- Arrays with a count
@@ -213,15 +220,17 @@ TEST_F(StructuredReads, NumberOfInksFollowsTheNames) {
 TEST_F(StructuredReads, XmlPacketOfAThousandBytesIsARowOfThem) {
   std::vector<std::uint8_t> packet(1000);
   std::iota(packet.begin(), packet.end(), std::uint8_t{0});
-  const Input file = open({.more = stores(700, 1000U, packet.data())});
-  EXPECT_EQ(valueOf(call("getField", file, 700)), aRowOf(vxCHAR, {packet.begin(), packet.end()}));
+  const Input file = open({.more = stores(TIFFTAG_XMLPACKET, 1000U, packet.data())});
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_XMLPACKET)),
+            aRowOf(vxCHAR, {packet.begin(), packet.end()}));
 }
 
 TEST_F(StructuredReads, IptcStoredAsLongsIsReadAsTheirBytes) {
   auto entries = rawGray(4, 4);
   replaceEntry(entries, {TIFFTAG_RICHTIFFIPTC, TIFF_LONG, {0x04030201, 0x08070605}});
   const Input file = openRaw(entries);
-  EXPECT_EQ(valueOf(call("getField", file, 33723)), aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7, 8}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_RICHTIFFIPTC)),
+            aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
 struct Sized {
@@ -247,29 +256,29 @@ TEST_P(CountedDoubles, WarnAboutAnOddCountAndReturnAll) {
 INSTANTIATE_TEST_SUITE_P(
     Counts, CountedDoubles,
     testing::ValuesIn(std::vector<Sized>{
-        Sized{"PixelScaleOf3", 33550, 3, {}},
+        Sized{"PixelScaleOf3", tiffutils::kModelPixelScaleTag, 3, {}},
         Sized{"PixelScaleOf4",
-              33550,
+              tiffutils::kModelPixelScaleTag,
               4,
               {warningOf(Warning::wrongSizedTagRetrieval, {3, "ModelPixelScaleTag", 4})}},
-        Sized{"TransformationOf16", 34264, 16, {}},
+        Sized{"TransformationOf16", tiffutils::kModelTransformationTag, 16, {}},
         Sized{"TransformationOf15",
-              34264,
+              tiffutils::kModelTransformationTag,
               15,
               {warningOf(Warning::wrongSizedTagRetrieval, {16, "ModelTransformationTag", 15})}},
-        Sized{"RpcOf92", 50844, 92, {}},
+        Sized{"RpcOf92", tiffutils::kRpcCoefficientTag, 92, {}},
         Sized{"RpcOf90",
-              50844,
+              tiffutils::kRpcCoefficientTag,
               90,
               {warningOf(Warning::badMultipleTagValueRetrieved, {90, "RPCCoefficientTag", 92})}},
-        Sized{"GeoDoublesOf7", 34736, 7, {}}}),
+        Sized{"GeoDoublesOf7", tiffutils::kGeoDoubleParamsTag, 7, {}}}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(StructuredReads, TiepointsThatAreNoMultipleOfSixAreRefused) {
   const double values[10] = {};
-  const Input file = open({.more = stores(33922, 10, +values)});
-  expectError<Tiff::badMultipleTagValueRetrieved>({10, "ModelTiepointTag", 6},
-                                                  [&] { call("getField", file, 33922); });
+  const Input file = open({.more = stores(tiffutils::kModelTiepointTag, 10, +values)});
+  expectError<Tiff::badMultipleTagValueRetrieved>(
+      {10, "ModelTiepointTag", 6}, [&] { call("getField", file, tiffutils::kModelTiepointTag); });
 }
 
 TEST_F(StructuredReads, TagsWithoutValuesAreEmptyMatricesAndRows) {
@@ -277,16 +286,16 @@ TEST_F(StructuredReads, TagsWithoutValuesAreEmptyMatricesAndRows) {
   // libtiff keeps an entry for each but takes it for set only when there is another such tag.
   replaceEntry(entries, {TIFFTAG_MAKE, TIFF_ASCII, {'m', 0}});
   replaceEntry(entries, {TIFFTAG_XMLPACKET, TIFF_BYTE, {}});
-  replaceEntry(entries, {33550, TIFF_DOUBLE, {}});
-  replaceEntry(entries, {33922, TIFF_DOUBLE, {}});
-  replaceEntry(entries, {34675, TIFF_UNDEFINED, {}});
-  replaceEntry(entries, {34735, TIFF_SHORT, {}});
+  replaceEntry(entries, {tiffutils::kModelPixelScaleTag, TIFF_DOUBLE, {}});
+  replaceEntry(entries, {tiffutils::kModelTiepointTag, TIFF_DOUBLE, {}});
+  replaceEntry(entries, {TIFFTAG_ICCPROFILE, TIFF_UNDEFINED, {}});
+  replaceEntry(entries, {tiffutils::kGeoKeyDirectoryTag, TIFF_SHORT, {}});
   const Input file = openRaw(entries);
-  EXPECT_EQ(answerFor(file, 33922), (Answer{aMatrix(0, 6, {}), {}}));
-  EXPECT_EQ(answerFor(file, 34735), (Answer{aMatrix(0, 4, {}), {}}));
-  EXPECT_EQ(answerFor(file, 33550), (Answer{aRow({}), {}}));
-  EXPECT_EQ(answerFor(file, 34675), (Answer{aRowOf(vxUINT8, {}), {}}));
-  EXPECT_EQ(answerFor(file, 700), (Answer{aRowOf(vxCHAR, {}), {}}));
+  EXPECT_EQ(answerFor(file, tiffutils::kModelTiepointTag), (Answer{aMatrix(0, 6, {}), {}}));
+  EXPECT_EQ(answerFor(file, tiffutils::kGeoKeyDirectoryTag), (Answer{aMatrix(0, 4, {}), {}}));
+  EXPECT_EQ(answerFor(file, tiffutils::kModelPixelScaleTag), (Answer{aRow({}), {}}));
+  EXPECT_EQ(answerFor(file, TIFFTAG_ICCPROFILE), (Answer{aRowOf(vxUINT8, {}), {}}));
+  EXPECT_EQ(answerFor(file, TIFFTAG_XMLPACKET), (Answer{aRowOf(vxCHAR, {}), {}}));
 }
 
 TEST_F(StructuredReads, FloatTagsOfAnotherLengthAreAbsent) {
@@ -295,7 +304,8 @@ TEST_F(StructuredReads, FloatTagsOfAnotherLengthAreAbsent) {
   auto entries = rawGray(4, 4);
   replaceEntry(entries, {TIFFTAG_WHITEPOINT, TIFF_FLOAT, {bits(0.25F), bits(0.5F), bits(9), 0}});
   const Input file = openRaw(entries);
-  expectError<Tiff::tagRetrievalFailed>({"WhitePoint"}, [&] { call("getField", file, 318); });
+  expectError<Tiff::tagRetrievalFailed>({"WhitePoint"},
+                                        [&] { call("getField", file, TIFFTAG_WHITEPOINT); });
 }
 
 }  // namespace

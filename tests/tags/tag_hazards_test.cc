@@ -45,9 +45,10 @@ vxArrayPtr rampMap(std::size_t rows) {
 // --- Maps after a change of BitsPerSample
 
 TEST_F(TagHazards, ColorMapGrowsWithTheDepthAndKeepsItsEntries) {
-  const Input file = create({{262, 3}, {258, 8}, {320, rampMap(256)}});
-  call("setField", file, 258, 16);
-  const HostValue map = valueOf(call("getField", file, 320));
+  const Input file = create(
+      {{TIFFTAG_PHOTOMETRIC, 3}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_COLORMAP, rampMap(256)}});
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 16);
+  const HostValue map = valueOf(call("getField", file, TIFFTAG_COLORMAP));
   ASSERT_EQ(map.dimensions, (Dimensions{65536, 3}));
   EXPECT_EQ(map.elements[255], 255 / 65535.0);
   EXPECT_EQ(map.elements[256], 0);
@@ -56,21 +57,23 @@ TEST_F(TagHazards, ColorMapGrowsWithTheDepthAndKeepsItsEntries) {
 }
 
 TEST_F(TagHazards, ColorMapShrinksWithTheDepth) {
-  const Input file = create({{262, 3}, {258, 16}, {320, rampMap(65536)}});
-  call("setField", file, 258, 8);
-  const HostValue map = valueOf(call("getField", file, 320));
+  const Input file = create(
+      {{TIFFTAG_PHOTOMETRIC, 3}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_COLORMAP, rampMap(65536)}});
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 8);
+  const HostValue map = valueOf(call("getField", file, TIFFTAG_COLORMAP));
   ASSERT_EQ(map.dimensions, (Dimensions{256, 3}));
   EXPECT_EQ(map.elements[255], 255 / 65535.0);
 }
 
 TEST_F(TagHazards, TransferFunctionsGrowWithTheDepth) {
-  const Input file = create(rgb() + std::vector<Tag>{{301, arrayOf<double>({256, 3}, [] {
-                                                        std::vector<double> curves(768, 7);
-                                                        curves[512] = 9;
-                                                        return curves;
-                                                      }())}});
-  call("setField", file, 258, 16);
-  const HostValue curves = valueOf(call("getField", file, 301));
+  const Input file =
+      create(rgb() + std::vector<Tag>{{TIFFTAG_TRANSFERFUNCTION, arrayOf<double>({256, 3}, [] {
+                                         std::vector<double> curves(768, 7);
+                                         curves[512] = 9;
+                                         return curves;
+                                       }())}});
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 16);
+  const HostValue curves = valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION));
   ASSERT_EQ(curves.dimensions, (Dimensions{65536, 3}));
   EXPECT_EQ(curves.elements[255], 7);
   EXPECT_EQ(curves.elements[256], 0);
@@ -78,9 +81,9 @@ TEST_F(TagHazards, TransferFunctionsGrowWithTheDepth) {
 }
 
 TEST_F(TagHazards, CurveOfTheDefaultDepthGrowsToo) {
-  const Input file = create({{262, 1}, {301, row({3, 4})}});
-  call("setField", file, 258, 8);
-  const HostValue curve = valueOf(call("getField", file, 301));
+  const Input file = create({{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_TRANSFERFUNCTION, row({3, 4})}});
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 8);
+  const HostValue curve = valueOf(call("getField", file, TIFFTAG_TRANSFERFUNCTION));
   ASSERT_EQ(curve.dimensions, (Dimensions{1, 256}));
   EXPECT_EQ(curve.elements[1], 4);
   EXPECT_EQ(curve.elements[255], 0);
@@ -88,67 +91,91 @@ TEST_F(TagHazards, CurveOfTheDefaultDepthGrowsToo) {
 
 TEST_F(TagHazards, MapsAreDroppedAbove16Bits) {
   for (const int bits : {32, 64}) {
-    const Input file = create({{262, 3},
-                               {258, 8},
-                               {277, 1},
-                               {320, rampMap(256)},
-                               {301, zeros(vxDOUBLE, {1, 256})},
-                               {262, 1}});
-    call("setField", file, 258, bits);
-    expectError<Tiff::tagRetrievalFailed>({"ColorMap"}, [&] { call("getField", file, 320); });
-    expectError<Tiff::tagRetrievalFailed>({"TransferFunction"},
-                                          [&] { call("getField", file, 301); });
+    const Input file = create({{TIFFTAG_PHOTOMETRIC, 3},
+                               {TIFFTAG_BITSPERSAMPLE, 8},
+                               {TIFFTAG_SAMPLESPERPIXEL, 1},
+                               {TIFFTAG_COLORMAP, rampMap(256)},
+                               {TIFFTAG_TRANSFERFUNCTION, zeros(vxDOUBLE, {1, 256})},
+                               {TIFFTAG_PHOTOMETRIC, 1}});
+    call("setField", file, TIFFTAG_BITSPERSAMPLE, bits);
+    expectError<Tiff::tagRetrievalFailed>({"ColorMap"},
+                                          [&] { call("getField", file, TIFFTAG_COLORMAP); });
+    expectError<Tiff::tagRetrievalFailed>(
+        {"TransferFunction"}, [&] { call("getField", file, TIFFTAG_TRANSFERFUNCTION); });
   }
 }
 
 TEST_F(TagHazards, GrownMapsAreWrittenWhole) {
-  const Input file = create(
-      {{262, 3}, {258, 8}, {277, 1}, {320, rampMap(256)}, {258, 16}, {256, 2}, {257, 1}, {278, 1}});
+  const Input file = create({{TIFFTAG_PHOTOMETRIC, 3},
+                             {TIFFTAG_BITSPERSAMPLE, 8},
+                             {TIFFTAG_SAMPLESPERPIXEL, 1},
+                             {TIFFTAG_COLORMAP, rampMap(256)},
+                             {TIFFTAG_BITSPERSAMPLE, 16},
+                             {TIFFTAG_IMAGEWIDTH, 2},
+                             {TIFFTAG_IMAGELENGTH, 1},
+                             {TIFFTAG_ROWSPERSTRIP, 1}});
   call("writeEncodedStrip", file, 0, zeros(vxUINT16, {1, 2}));
   file_.reset();
   const OpenedFile written(folder_ / "new.tif", "r");
-  const HostValue map = valueOf(call("getField", written, 320));
+  const HostValue map = valueOf(call("getField", written, TIFFTAG_COLORMAP));
   ASSERT_EQ(map.dimensions, (Dimensions{65536, 3}));
   EXPECT_EQ(map.elements[255], 255 / 65535.0);
   for (std::size_t entry = 256; entry < 65536; ++entry) ASSERT_EQ(map.elements[entry], 0) << entry;
 }
 
 TEST_F(TagHazards, LogFormatDropsMapsThatItsDepthCannotHave) {
-  const Input file = create({{256, 4},
-                             {262, 1},
-                             {258, 8},
-                             {277, 1},
-                             {301, zeros(vxDOUBLE, {1, 256})},
-                             {320, rampMap(256)},
-                             {262, 32844},
-                             {259, 34676}});
-  call("setField", file, 65560, 0);
-  EXPECT_EQ(numberFrom("getField", file, 258), 32);
-  expectError<Tiff::tagRetrievalFailed>({"ColorMap"}, [&] { call("getField", file, 320); });
-  expectError<Tiff::tagRetrievalFailed>({"TransferFunction"}, [&] { call("getField", file, 301); });
+  const Input file = create({{TIFFTAG_IMAGEWIDTH, 4},
+                             {TIFFTAG_PHOTOMETRIC, 1},
+                             {TIFFTAG_BITSPERSAMPLE, 8},
+                             {TIFFTAG_SAMPLESPERPIXEL, 1},
+                             {TIFFTAG_TRANSFERFUNCTION, zeros(vxDOUBLE, {1, 256})},
+                             {TIFFTAG_COLORMAP, rampMap(256)},
+                             {TIFFTAG_PHOTOMETRIC, 32844},
+                             {TIFFTAG_COMPRESSION, 34676}});
+  call("setField", file, TIFFTAG_SGILOGDATAFMT, 0);
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_BITSPERSAMPLE), 32);
+  expectError<Tiff::tagRetrievalFailed>({"ColorMap"},
+                                        [&] { call("getField", file, TIFFTAG_COLORMAP); });
+  expectError<Tiff::tagRetrievalFailed>({"TransferFunction"},
+                                        [&] { call("getField", file, TIFFTAG_TRANSFERFUNCTION); });
 }
 
 TEST_F(TagHazards, RefusedDepthKeepsTheMaps) {
-  const Input file =
-      create({{262, 3}, {258, 8}, {277, 1}, {320, rampMap(256)}, {256, 4}, {257, 1}, {278, 1}});
+  const Input file = create({{TIFFTAG_PHOTOMETRIC, 3},
+                             {TIFFTAG_BITSPERSAMPLE, 8},
+                             {TIFFTAG_SAMPLESPERPIXEL, 1},
+                             {TIFFTAG_COLORMAP, rampMap(256)},
+                             {TIFFTAG_IMAGEWIDTH, 4},
+                             {TIFFTAG_IMAGELENGTH, 1},
+                             {TIFFTAG_ROWSPERSTRIP, 1}});
   call("writeEncodedStrip", file, 0, zeros(vxUINT8, {1, 4}));
-  expectRefused<Tiff::unableToWriteTag>(file, 258, 16, {"BitsPerSample"});
-  EXPECT_EQ(valueOf(call("getField", file, 320)).dimensions, (Dimensions{256, 3}));
+  expectRefused<Tiff::unableToWriteTag>(file, TIFFTAG_BITSPERSAMPLE, 16, {"BitsPerSample"});
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_COLORMAP)).dimensions, (Dimensions{256, 3}));
 }
 
 TEST_F(TagHazards, CurvesComeAndGoWithTheNumberOfSamples) {
   // Curves that one sample hides keep their old length inside libtiff and must not come back.
-  const Input file = create(
-      rgb() + std::vector<Tag>{{301, zeros(vxDOUBLE, {256, 3})}, {277, 1}, {258, 16}, {277, 3}});
-  expectError<Tiff::tagRetrievalFailed>({"TransferFunction"}, [&] { call("getField", file, 301); });
+  const Input file =
+      create(rgb() + std::vector<Tag>{{TIFFTAG_TRANSFERFUNCTION, zeros(vxDOUBLE, {256, 3})},
+                                      {TIFFTAG_SAMPLESPERPIXEL, 1},
+                                      {TIFFTAG_BITSPERSAMPLE, 16},
+                                      {TIFFTAG_SAMPLESPERPIXEL, 3}});
+  expectError<Tiff::tagRetrievalFailed>({"TransferFunction"},
+                                        [&] { call("getField", file, TIFFTAG_TRANSFERFUNCTION); });
 }
 
 // --- Byte swapping after a change of BitsPerSample
 
 TEST_F(TagHazards, OneBitAfterADeeperOneIsNotSwapped) {
   for (const int bits : {16, 32, 64}) {
-    const Input file =
-        create({{262, 1}, {258, bits}, {258, 1}, {277, 1}, {256, 20}, {257, 1}, {278, 1}}, "wb");
+    const Input file = create({{TIFFTAG_PHOTOMETRIC, 1},
+                               {TIFFTAG_BITSPERSAMPLE, bits},
+                               {TIFFTAG_BITSPERSAMPLE, 1},
+                               {TIFFTAG_SAMPLESPERPIXEL, 1},
+                               {TIFFTAG_IMAGEWIDTH, 20},
+                               {TIFFTAG_IMAGELENGTH, 1},
+                               {TIFFTAG_ROWSPERSTRIP, 1}},
+                              "wb");
     const vxArrayPtr row =
         image<bool>(1, 20, 1, [](auto, auto column, auto) { return column < 5; });
     call("writeEncodedStrip", file, 0, row);  // three bytes, an odd number
@@ -160,16 +187,17 @@ TEST_F(TagHazards, OneBitAfterADeeperOneIsNotSwapped) {
 
 TEST_F(TagHazards, SameDepthAgainLeavesThePredictorItsSwapping) {
   writeTiff(folder_ / "p.tif",
-            {{.bits = 16, .compression = COMPRESSION_LZW, .more = stores(317, 2)}}, "wb");
+            {{.bits = 16, .compression = COMPRESSION_LZW, .more = stores(TIFFTAG_PREDICTOR, 2)}},
+            "wb");
   const OpenedFile file(folder_ / "p.tif", "r+");
   const auto before = bytesOf(call("readEncodedStrip", file, 0));
-  call("setField", file, 258, 16);
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 16);
   EXPECT_EQ(bytesOf(call("readEncodedStrip", file, 0)), before);
 }
 
 TEST_F(TagHazards, SameDepthIsStoredWhenItIsADefaultSoFar) {
-  const Input file = create({{262, 1}});
-  call("setField", file, 258, 1);
+  const Input file = create({{TIFFTAG_PHOTOMETRIC, 1}});
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 1);
   std::uint16_t bits = 0;
   EXPECT_EQ(TIFFGetField(handle(), TIFFTAG_BITSPERSAMPLE, &bits), 1);
 }
@@ -184,14 +212,16 @@ std::vector<RawEntry> grayWith(const RawEntry& entry) {
 
 TEST_F(TagHazards, PredictorOfAnUncompressedFileIsNeitherReadNorSet) {
   const Input file = update(grayWith({TIFFTAG_PREDICTOR, TIFF_SHORT, {2}}));
-  expectError<Tiff::tagRetrievalFailed>({"Predictor"}, [&] { call("getField", file, 317); });
-  expectRefused<Tiff::unableToWriteTag>(file, 317, 60000, {"Predictor"});
+  expectError<Tiff::tagRetrievalFailed>({"Predictor"},
+                                        [&] { call("getField", file, TIFFTAG_PREDICTOR); });
+  expectRefused<Tiff::unableToWriteTag>(file, TIFFTAG_PREDICTOR, 60000, {"Predictor"});
 }
 
 TEST_F(TagHazards, GroupOptionsOfAnUncompressedFileAreNeitherReadNorSet) {
-  for (const std::uint16_t tag : {std::uint16_t{292}, std::uint16_t{293}}) {
+  for (const std::uint16_t tag :
+       {std::uint16_t{TIFFTAG_GROUP3OPTIONS}, std::uint16_t{TIFFTAG_GROUP4OPTIONS}}) {
     const Input file = update(grayWith({tag, TIFF_LONG, {1}}));
-    const char* name = tag == 292 ? "Group3Options" : "Group4Options";
+    const char* name = tag == TIFFTAG_GROUP3OPTIONS ? "Group3Options" : "Group4Options";
     expectError<Tiff::tagRetrievalFailed>({name}, [&] { call("getField", file, tag); });
     expectRefused<Tiff::unableToWriteTag>(file, tag, 60000, {name});
   }
@@ -218,74 +248,83 @@ class UnregisteredGeoTags : public TagHazards {
 };
 
 TEST_F(UnregisteredGeoTags, AreNeitherReadNorSet) {
-  auto entries = grayWith({33550, TIFF_BYTE, {1, 2, 3}});
-  replaceEntry(entries, {34737, TIFF_ASCII, {'a', 0}});
+  auto entries = grayWith({tiffutils::kModelPixelScaleTag, TIFF_BYTE, {1, 2, 3}});
+  replaceEntry(entries, {tiffutils::kGeoAsciiParamsTag, TIFF_ASCII, {'a', 0}});
   const Input file = adopt(entries);
-  expectError<Tiff::tagRetrievalFailed>({"ModelPixelScaleTag"},
-                                        [&] { call("getField", file, 33550); });
-  expectError<Tiff::tagRetrievalFailed>({"GeoASCIIParamsTag"},
-                                        [&] { call("getField", file, 34737); });
+  expectError<Tiff::tagRetrievalFailed>(
+      {"ModelPixelScaleTag"}, [&] { call("getField", file, tiffutils::kModelPixelScaleTag); });
+  expectError<Tiff::tagRetrievalFailed>(
+      {"GeoASCIIParamsTag"}, [&] { call("getField", file, tiffutils::kGeoAsciiParamsTag); });
   expectError<Tiff::unableToWriteTag>({"ModelPixelScaleTag"}, [&] {
-    call("setField", file, 33550, row({1, 2, 3}));
+    call("setField", file, tiffutils::kModelPixelScaleTag, row({1, 2, 3}));
   });
-  expectError<Tiff::unableToWriteTag>({"GeoASCIIParamsTag"},
-                                      [&] { call("setField", file, 34737, "text"); });
-  expectError<Tiff::unableToWriteTag>({"GeoDoubleParamsTag"},
-                                      [&] { call("setField", file, 34736, row({1})); });
+  expectError<Tiff::unableToWriteTag>({"GeoASCIIParamsTag"}, [&] {
+    call("setField", file, tiffutils::kGeoAsciiParamsTag, "text");
+  });
+  expectError<Tiff::unableToWriteTag>({"GeoDoubleParamsTag"}, [&] {
+    call("setField", file, tiffutils::kGeoDoubleParamsTag, row({1}));
+  });
 }
 
 TEST_F(UnregisteredGeoTags, KeepTheFilesValueWhenAStoreIsRefused) {
-  const Input file = adopt(grayWith({33550, TIFF_BYTE, {1, 2, 3}}));
+  const Input file = adopt(grayWith({tiffutils::kModelPixelScaleTag, TIFF_BYTE, {1, 2, 3}}));
   expectError<Tiff::unableToWriteTag>({"ModelPixelScaleTag"}, [&] {
-    call("setField", file, 33550, row({1, 2, 3}));
+    call("setField", file, tiffutils::kModelPixelScaleTag, row({1, 2, 3}));
   });
   std::uint32_t count = 0;
   const std::uint8_t* values = nullptr;
-  ASSERT_EQ(TIFFGetField(tif_.get(), 33550, &count, &values), 1);
+  ASSERT_EQ(TIFFGetField(tif_.get(), tiffutils::kModelPixelScaleTag, &count, &values), 1);
   EXPECT_EQ(count, 3U);
 }
 
 // --- Refused arrays
 
 TEST_F(TagHazards, RefusedEmptyArrayLeavesTheValueThatWasThere) {
-  const Input file = create({{34736, row({1, 2})},
-                             {33922, arrayOf<double>({1, 6}, {})},
-                             {34675, zeros(vxUINT8, {1, 9})}});
-  expectError<Tiff::unableToWriteTag>({"GeoDoubleParamsTag"},
-                                      [&] { call("setField", file, 34736, row({})); });
+  const Input file = create({{tiffutils::kGeoDoubleParamsTag, row({1, 2})},
+                             {tiffutils::kModelTiepointTag, arrayOf<double>({1, 6}, {})},
+                             {TIFFTAG_ICCPROFILE, zeros(vxUINT8, {1, 9})}});
+  expectError<Tiff::unableToWriteTag>({"GeoDoubleParamsTag"}, [&] {
+    call("setField", file, tiffutils::kGeoDoubleParamsTag, row({}));
+  });
   expectError<Tiff::unableToWriteTag>({"ModelTiepointTag"}, [&] {
-    call("setField", file, 33922, arrayOf<double>({0, 6}, {}));
+    call("setField", file, tiffutils::kModelTiepointTag, arrayOf<double>({0, 6}, {}));
   });
   expectError<Tiff::unableToWriteTag>({"ICC Profile"}, [&] {
-    call("setField", file, 34675, zeros(vxUINT8, {0, 0}));
+    call("setField", file, TIFFTAG_ICCPROFILE, zeros(vxUINT8, {0, 0}));
   });
-  call("setField", file, 270, "another tag of libtiff's list");
-  EXPECT_EQ(valueOf(call("getField", file, 34736)).elements.size(), 2U);
-  EXPECT_EQ(valueOf(call("getField", file, 33922)).elements.size(), 6U);
-  EXPECT_EQ(valueOf(call("getField", file, 34675)).elements.size(), 9U);
+  call("setField", file, TIFFTAG_IMAGEDESCRIPTION, "another tag of libtiff's list");
+  EXPECT_EQ(valueOf(call("getField", file, tiffutils::kGeoDoubleParamsTag)).elements.size(), 2U);
+  EXPECT_EQ(valueOf(call("getField", file, tiffutils::kModelTiepointTag)).elements.size(), 6U);
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_ICCPROFILE)).elements.size(), 9U);
 }
 
 TEST_F(TagHazards, CountsAbove65535AreRefusedNotCut) {
-  const Input file = create(gray() + std::vector<Tag>{{34736, row({1})}});
-  expectRefused<Tiff::unableToWriteTag>(file, 34736, zeros(vxDOUBLE, {1, 65536}),
-                                        {"GeoDoubleParamsTag"});
-  expectRefused<Tiff::unableToWriteTag>(file, 33922, zeros(vxDOUBLE, {10923, 6}),
-                                        {"ModelTiepointTag"});
-  expectRefused<Tiff::unableToWriteTag>(file, 34735, zeros(vxDOUBLE, {16384, 4}),
-                                        {"GeoKeyDirectoryTag"});
-  expectRefused<Tiff::unableToWriteTag>(file, 338, zeros(vxDOUBLE, {1, 65538}), {"ExtraSamples"});
+  const Input file = create(gray() + std::vector<Tag>{{tiffutils::kGeoDoubleParamsTag, row({1})}});
+  expectRefused<Tiff::unableToWriteTag>(file, tiffutils::kGeoDoubleParamsTag,
+                                        zeros(vxDOUBLE, {1, 65536}), {"GeoDoubleParamsTag"});
+  expectRefused<Tiff::unableToWriteTag>(file, tiffutils::kModelTiepointTag,
+                                        zeros(vxDOUBLE, {10923, 6}), {"ModelTiepointTag"});
+  expectRefused<Tiff::unableToWriteTag>(file, tiffutils::kGeoKeyDirectoryTag,
+                                        zeros(vxDOUBLE, {16384, 4}), {"GeoKeyDirectoryTag"});
+  expectRefused<Tiff::unableToWriteTag>(file, TIFFTAG_EXTRASAMPLES, zeros(vxDOUBLE, {1, 65538}),
+                                        {"ExtraSamples"});
 }
 
 TEST_F(TagHazards, TheLargestCountIsStoredWhole) {
   const Input file = create({});
-  call("setField", file, 34736, zeros(vxDOUBLE, {1, 65535}));
-  EXPECT_EQ(valueOf(call("getField", file, 34736)).elements.size(), 65535U);
+  call("setField", file, tiffutils::kGeoDoubleParamsTag, zeros(vxDOUBLE, {1, 65535}));
+  EXPECT_EQ(valueOf(call("getField", file, tiffutils::kGeoDoubleParamsTag)).elements.size(),
+            65535U);
 }
 
 TEST_F(TagHazards, InkNamesAbove65535BytesAreRefusedNotCut) {
-  const Input file = create({{262, 5}, {258, 8}, {277, 2}, {334, 2}});
+  const Input file = create({{TIFFTAG_PHOTOMETRIC, 5},
+                             {TIFFTAG_BITSPERSAMPLE, 8},
+                             {TIFFTAG_SAMPLESPERPIXEL, 2},
+                             {TIFFTAG_NUMBEROFINKS, 2}});
   expectRefused<Tiff::unableToWriteTag>(
-      file, 333, cellOfTexts({std::string(35000, 'c'), std::string(35000, 'm')}), {"InkNames"});
+      file, TIFFTAG_INKNAMES, cellOfTexts({std::string(35000, 'c'), std::string(35000, 'm')}),
+      {"InkNames"});
 }
 
 TEST_F(TagHazards, BlocksAbove2GibibytesAreRefused) {
@@ -296,35 +335,41 @@ TEST_F(TagHazards, BlocksAbove2GibibytesAreRefused) {
   } catch (const std::bad_alloc&) {
     GTEST_SKIP() << "this machine has no 2 GiB";
   }
-  expectRefused<Tiff::unableToWriteTag>(file, 34675, large, {"ICC Profile"});
+  expectRefused<Tiff::unableToWriteTag>(file, TIFFTAG_ICCPROFILE, large, {"ICC Profile"});
 }
 
 TEST_F(TagHazards, ExtraSamplesOf999AreCorrectedInACopy) {
   const Input file = create(rgb());
   const vxArrayPtr kinds = row({999});
-  call("setField", file, 338, kinds);
-  EXPECT_EQ(valueOf(call("getField", file, 338)), aRow({2}));
+  call("setField", file, TIFFTAG_EXTRASAMPLES, kinds);
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_EXTRASAMPLES)), aRow({2}));
   EXPECT_EQ(elementsOf<double>(kinds), std::vector<double>{999});
 }
 
 // --- Sub-directories
 
 TEST_F(TagHazards, NoSubDirectoriesAreNotWritten) {
-  const Input file = create(gray() + std::vector<Tag>{{256, 1}, {257, 1}, {278, 1}, {330, 0}});
+  const Input file = create(gray() + std::vector<Tag>{{TIFFTAG_IMAGEWIDTH, 1},
+                                                      {TIFFTAG_IMAGELENGTH, 1},
+                                                      {TIFFTAG_ROWSPERSTRIP, 1},
+                                                      {TIFFTAG_SUBIFD, 0}});
   call("writeEncodedStrip", file, 0, zeros(vxUINT8, {1, 1}));
   call("writeDirectory", file);
   file_.reset();
   const OpenedFile written(folder_ / "new.tif", "r");
-  expectError<Tiff::tagRetrievalFailed>({"SubIFD"}, [&] { call("getField", written, 330); });
+  expectError<Tiff::tagRetrievalFailed>({"SubIFD"},
+                                        [&] { call("getField", written, TIFFTAG_SUBIFD); });
 }
 
 TEST_F(TagHazards, SubDirectoriesDoNotNest) {
-  const std::vector<Tag> pixel = gray() + std::vector<Tag>{{256, 1}, {257, 1}, {278, 1}};
-  const Input file = create(pixel + std::vector<Tag>{{330, 1}});
+  const std::vector<Tag> pixel =
+      gray() + std::vector<Tag>{
+                   {TIFFTAG_IMAGEWIDTH, 1}, {TIFFTAG_IMAGELENGTH, 1}, {TIFFTAG_ROWSPERSTRIP, 1}};
+  const Input file = create(pixel + std::vector<Tag>{{TIFFTAG_SUBIFD, 1}});
   call("writeEncodedStrip", file, 0, zeros(vxUINT8, {1, 1}));
   call("writeDirectory", file);
   setFields(file, pixel);
-  expectRefused<Tiff::unableToWriteTag>(file, 330, 1, {"SubIFD"});
+  expectRefused<Tiff::unableToWriteTag>(file, TIFFTAG_SUBIFD, 1, {"SubIFD"});
 }
 
 }  // namespace

@@ -27,10 +27,12 @@ TEST_P(AcceptedPlainValues, AreHeldByLibtiffAndReadBack) { expectStored(GetParam
 
 Accepted range(const char* name, int bits, int format, double value, double held) {
   return {name,
-          {{262, format == 2 ? 1 : 2}, {258, bits}, {339, format}},
-          340,
+          {{TIFFTAG_PHOTOMETRIC, format == 2 ? 1 : 2},
+           {TIFFTAG_BITSPERSAMPLE, bits},
+           {TIFFTAG_SAMPLEFORMAT, format}},
+          TIFFTAG_SMINSAMPLEVALUE,
           value,
-          fetchesOne<double>(340),
+          fetchesOne<double>(TIFFTAG_SMINSAMPLEVALUE),
           {held},
           aDouble(held)};
 }
@@ -48,47 +50,41 @@ INSTANTIATE_TEST_SUITE_P(
                     range("Uint8Of0", 8, 1, -0.5, 0)),
     nameOf<Accepted>);
 
-INSTANTIATE_TEST_SUITE_P(Blocks, AcceptedPlainValues,
-                         testing::ValuesIn(std::vector<Accepted>{
-                             Accepted{"IptcOf1",
-                                      {},
-                                      33723,
-                                      bytes({200}),
-                                      fetchesCounted<std::uint32_t, std::uint8_t>(33723),
-                                      {200},
-                                      aRowOf(vxUINT8, {200})},
-                             Accepted{"PhotoshopOf7",
-                                      {},
-                                      34377,
-                                      bytes({1, 2, 3, 4, 5, 6, 7}),
-                                      fetchesCounted<std::uint32_t, std::uint8_t>(34377),
-                                      {1, 2, 3, 4, 5, 6, 7},
-                                      aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7})},
-                             Accepted{"IccProfileInStorageOrder",
-                                      {},
-                                      34675,
-                                      arrayOf<std::uint8_t>({2, 2}, {1, 2, 3, 4}),
-                                      fetchesCounted<std::uint32_t, std::uint8_t>(34675),
-                                      {1, 2, 3, 4},
-                                      aRowOf(vxUINT8, {1, 2, 3, 4})}}),
-                         nameOf<Accepted>);
+INSTANTIATE_TEST_SUITE_P(
+    Blocks, AcceptedPlainValues,
+    testing::ValuesIn(std::vector<Accepted>{
+        counted<std::uint32_t, std::uint8_t>("IptcOf1", TIFFTAG_RICHTIFFIPTC, bytes({200}), {200},
+                                             aRowOf(vxUINT8, {200})),
+        counted<std::uint32_t, std::uint8_t>("PhotoshopOf7", TIFFTAG_PHOTOSHOP,
+                                             bytes({1, 2, 3, 4, 5, 6, 7}), {1, 2, 3, 4, 5, 6, 7},
+                                             aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7})),
+        counted<std::uint32_t, std::uint8_t>("IccProfileInStorageOrder", TIFFTAG_ICCPROFILE,
+                                             arrayOf<std::uint8_t>({2, 2}, {1, 2, 3, 4}),
+                                             {1, 2, 3, 4}, aRowOf(vxUINT8, {1, 2, 3, 4}))}),
+    nameOf<Accepted>);
 
 class RefusedPlainValues : public testing::TestWithParam<Refused> {};
 TEST_P(RefusedPlainValues, RaiseAndLeaveTheDirectoryAsItWas) { expectRefused(GetParam()); }
 
 const Expectation kNotNames = refusedWith<Tiff::notCellString>({"InkNames"});
-const TagList kTwoInks = {{262, 5}, {258, 8}, {277, 2}, {334, 2}};
+const TagList kTwoInks = {{TIFFTAG_PHOTOMETRIC, 5},
+                          {TIFFTAG_BITSPERSAMPLE, 8},
+                          {TIFFTAG_SAMPLESPERPIXEL, 2},
+                          {TIFFTAG_NUMBEROFINKS, 2}};
 
 INSTANTIATE_TEST_SUITE_P(
     InkNames, RefusedPlainValues,
     testing::ValuesIn(std::vector<Refused>{
-        Refused{"OfText", kTwoInks, 333, "cyan", kNotNames},
-        Refused{"TwoOfFour", separated(), 333, cellOfTexts({"cyan", "magenta"}),
+        Refused{"OfText", kTwoInks, TIFFTAG_INKNAMES, "cyan", kNotNames},
+        Refused{"TwoOfFour", separated(), TIFFTAG_INKNAMES, cellOfTexts({"cyan", "magenta"}),
                 refusedWith<Tiff::badNumberOfInkNames>({4})},
-        Refused{"OfUnsetCells", kTwoInks, 333, zeros(vxCELL, {1, 2}), kNotNames},
+        Refused{"OfUnsetCells", kTwoInks, TIFFTAG_INKNAMES, zeros(vxCELL, {1, 2}), kNotNames},
         Refused{"OfACellOfNumbers",
-                {{262, 5}, {258, 8}, {277, 1}, {334, 1}},
-                333,
+                {{TIFFTAG_PHOTOMETRIC, 5},
+                 {TIFFTAG_BITSPERSAMPLE, 8},
+                 {TIFFTAG_SAMPLESPERPIXEL, 1},
+                 {TIFFTAG_NUMBEROFINKS, 1}},
+                TIFFTAG_INKNAMES,
                 [] {
                   vxArrayPtr cell = zeros(vxCELL, {1, 1});
                   vxSetCell(cell.get(), 0, row({1}).release());
@@ -96,14 +92,20 @@ INSTANTIATE_TEST_SUITE_P(
                 }(),
                 kNotNames},
         Refused{"OfNoInks",
-                {{262, 5}, {258, 8}, {277, 1}, {338, 0}, {334, 0}},
-                333,
+                {{TIFFTAG_PHOTOMETRIC, 5},
+                 {TIFFTAG_BITSPERSAMPLE, 8},
+                 {TIFFTAG_SAMPLESPERPIXEL, 1},
+                 {TIFFTAG_EXTRASAMPLES, 0},
+                 {TIFFTAG_NUMBEROFINKS, 0}},
+                TIFFTAG_INKNAMES,
                 zeros(vxCELL, {1, 0}),
                 refusedWith<Tiff::unableToWriteTag>({"InkNames"})}}),
     nameOf<Refused>);
 
-const TagList kSigned8 = {{262, 1}, {258, 8}, {339, 2}};
-const TagList kUnsigned8 = {{262, 1}, {258, 8}, {339, 1}};
+const TagList kSigned8 = {
+    {TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_SAMPLEFORMAT, 2}};
+const TagList kUnsigned8 = {
+    {TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_SAMPLEFORMAT, 1}};
 const Expectation kOutOfBounds = refusedWith<validate::argumentOutOfBounds>();
 
 INSTANTIATE_TEST_SUITE_P(
@@ -111,44 +113,49 @@ INSTANTIATE_TEST_SUITE_P(
     testing::ValuesIn(std::vector<Refused>{
         Refused{"OfTwo",
                 {},
-                340,
+                TIFFTAG_SMINSAMPLEVALUE,
                 row({1, 2}),
                 refusedWith<Tiff::tagValueNotDoublePrecisionScalar>({"SMinSampleValue"})},
         Refused{"OfNone",
                 {},
-                341,
+                TIFFTAG_SMAXSAMPLEVALUE,
                 row({}),
                 refusedWith<Tiff::tagValueNotDoublePrecisionScalar>({"SMaxSampleValue"})},
-        Refused{"WithoutFormat", gray(), 340, 1, needs("SampleFormat", "SMinSampleValue")},
+        Refused{"WithoutFormat", gray(), TIFFTAG_SMINSAMPLEVALUE, 1,
+                needs("SampleFormat", "SMinSampleValue")},
         Refused{"WithoutDepth",
-                {{262, 1}, {339, 1}},
-                341,
+                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_SAMPLEFORMAT, 1}},
+                TIFFTAG_SMAXSAMPLEVALUE,
                 1,
                 needs("BitsPerSample", "SMaxSampleValue")},
         Refused{"OneHalfOfOneBit",
-                {{262, 1}, {258, 1}, {339, 1}},
-                340,
+                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 1}, {TIFFTAG_SAMPLEFORMAT, 1}},
+                TIFFTAG_SMINSAMPLEVALUE,
                 0.5,
                 refusedWith<Tiff::badSMinMaxValueForBiLevelImage>({"SMinSampleValue"})},
         Refused{"NanOfOneBit",
-                {{262, 1}, {258, 1}, {339, 1}},
-                341,
+                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 1}, {TIFFTAG_SAMPLEFORMAT, 1}},
+                TIFFTAG_SMAXSAMPLEVALUE,
                 NAN,
                 refusedWith<Tiff::badSMinMaxValueForBiLevelImage>({"SMaxSampleValue"})},
-        Refused{"MinusFiveOfUnsigned", kUnsigned8, 340, -5, kOutOfBounds},
-        Refused{"Of256", kUnsigned8, 341, 256, kOutOfBounds},
-        Refused{"MinusOneTwoNineOfSigned", kSigned8, 340, -129, kOutOfBounds},
-        Refused{"OfInfinityInSingle", {{262, 1}, {258, 32}, {339, 3}}, 340, HUGE_VAL, kOutOfBounds},
-        Refused{"OfAnotherClass", kUnsigned8, 340, scalar<std::uint8_t>(1),
+        Refused{"MinusFiveOfUnsigned", kUnsigned8, TIFFTAG_SMINSAMPLEVALUE, -5, kOutOfBounds},
+        Refused{"Of256", kUnsigned8, TIFFTAG_SMAXSAMPLEVALUE, 256, kOutOfBounds},
+        Refused{"MinusOneTwoNineOfSigned", kSigned8, TIFFTAG_SMINSAMPLEVALUE, -129, kOutOfBounds},
+        Refused{"OfInfinityInSingle",
+                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 32}, {TIFFTAG_SAMPLEFORMAT, 3}},
+                TIFFTAG_SMINSAMPLEVALUE,
+                HUGE_VAL,
+                kOutOfBounds},
+        Refused{"OfAnotherClass", kUnsigned8, TIFFTAG_SMINSAMPLEVALUE, scalar<std::uint8_t>(1),
                 notArray("SMinSampleValue")},
         Refused{"SixtyFourBitIntegers",
-                {{262, 1}, {258, 64}, {339, 1}},
-                340,
+                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 64}, {TIFFTAG_SAMPLEFORMAT, 1}},
+                TIFFTAG_SMINSAMPLEVALUE,
                 1,
                 refusedWith<Tiff::badSampleFormatBitsPerSampleCombination>({1, 64})},
         Refused{"SixteenBitFloats",
-                {{262, 1}, {258, 16}, {339, 3}},
-                340,
+                {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_SAMPLEFORMAT, 3}},
+                TIFFTAG_SMINSAMPLEVALUE,
                 "1",
                 refusedWith<Tiff::badSampleFormatBitsPerSampleCombination>({3, 16})}}),
     nameOf<Refused>);
@@ -157,22 +164,22 @@ INSTANTIATE_TEST_SUITE_P(Blocks, RefusedPlainValues,
                          testing::ValuesIn(std::vector<Refused>{
                              Refused{"IccProfileOfDoubles",
                                      {},
-                                     34675,
+                                     TIFFTAG_ICCPROFILE,
                                      row({1, 2}),
                                      refusedWith<Tiff::badUninterpretedTagType>({"ICC Profile"})},
                              Refused{"IptcOfText",
                                      {},
-                                     33723,
+                                     TIFFTAG_RICHTIFFIPTC,
                                      "abc",
                                      refusedWith<Tiff::badUninterpretedTagType>({"RichTIFFIPTC"})},
                              Refused{"PhotoshopOfInt8",
                                      {},
-                                     34377,
+                                     TIFFTAG_PHOTOSHOP,
                                      zeros(vxINT8, {1, 7}),
                                      refusedWith<Tiff::badUninterpretedTagType>({"Photoshop"})},
                              Refused{"PhotoshopOf6",
                                      {},
-                                     34377,
+                                     TIFFTAG_PHOTOSHOP,
                                      zeros(vxUINT8, {1, 6}),
                                      refusedWith<Tiff::lengthTooShort>({"Photoshop", 7})}}),
                          nameOf<Refused>);
@@ -192,32 +199,33 @@ class Values : public testing::Test {
 
 TEST_F(Values, InkNamesAreStoredWithANulEach) {
   const Input file = create(kTwoInks);
-  call("setField", file, 333, cellOfTexts({"cyan", "magenta"}));
+  call("setField", file, TIFFTAG_INKNAMES, cellOfTexts({"cyan", "magenta"}));
   const char* names = nullptr;
   ASSERT_EQ(TIFFGetField(file_->handle(), TIFFTAG_INKNAMES, &names), 1);
   EXPECT_EQ(std::string(names, 13), std::string("cyan\0magenta\0", 13));
-  EXPECT_EQ(valueOf(call("getField", file, 333)), aCell({aText("cyan"), aText("magenta")}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_INKNAMES)),
+            aCell({aText("cyan"), aText("magenta")}));
 }
 
 TEST_F(Values, EmptyInkNamesCount) {
   const Input file = create(kTwoInks);
-  call("setField", file, 333, cellOfTexts({"", "m"}));
-  EXPECT_EQ(valueOf(call("getField", file, 333)), aCell({aText(""), aText("m")}));
+  call("setField", file, TIFFTAG_INKNAMES, cellOfTexts({"", "m"}));
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_INKNAMES)), aCell({aText(""), aText("m")}));
 }
 
 TEST_F(Values, RangeOfAnUnknownFormatIsStoredAsZero) {
   const Input file = create(gray());
   ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_VOID), 1);
-  call("setField", file, 341, "7");
-  EXPECT_EQ(numberFrom("getField", file, 341), 0);
+  call("setField", file, TIFFTAG_SMAXSAMPLEVALUE, "7");
+  EXPECT_EQ(numberFrom("getField", file, TIFFTAG_SMAXSAMPLEVALUE), 0);
 }
 
 TEST_F(Values, RangeOfAnOddDepthIsRefused) {
-  const Input file = create({{262, 1}, {339, 1}});
+  const Input file = create({{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_SAMPLEFORMAT, 1}});
   ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_BITSPERSAMPLE, 12), 1);
   ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_SAMPLEFORMAT, 2), 1);
   expectError<Tiff::badSampleFormatBitsPerSampleCombination>(
-      {2, 12}, [&] { call("setField", file, 340, 1); });
+      {2, 12}, [&] { call("setField", file, TIFFTAG_SMINSAMPLEVALUE, 1); });
 }
 
 }  // namespace
