@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """A statistic over a mosaic of two gigapixels, on the processors of this machine.
 
-The workers of a cluster first write the mosaic, a folder of compressed files, and then count its grey
-values, in a fraction of the memory that it would take. One process does the same for comparison. Last
-come the costs of a block, a file and a task, from which larger machines can be reckoned. Run it as
+The workers of a cluster first write the mosaic, a folder of compressed files, and then count its
+grey values, in a fraction of the memory that it would take. One process does the same for
+comparison. Last come the costs of a block, a file and a task, from which larger machines can be
+reckoned. Run it as
 
     ./dev python examples/cluster.py
 """
@@ -154,9 +155,10 @@ def main() -> None:
     logging.getLogger("distributed").setLevel(logging.ERROR)
     with (tempfile.TemporaryDirectory(prefix="tagbridge-", dir=options.folder) as folder,
           LocalCluster(n_workers=options.workers, threads_per_worker=1, processes=True,
-                       memory_limit=options.memory, dashboard_address=None) as cluster,
+                       memory_limit=options.memory, dashboard_address=None,
+                       local_directory=folder) as cluster,
           Client(cluster) as client):
-        run(client, Path(folder), options.rows)
+        run(client, Path(folder, "mosaic"), options.rows)
 
 
 if __name__ == "__main__":

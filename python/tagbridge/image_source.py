@@ -91,7 +91,9 @@ class ImageSource:
                               tell=tell)
 
     def read_block(self, row: int, column: int, plane: int, strict: bool = False) -> Array:
-        """Return what belongs to the image of the block in that row and column of blocks; as `read`.
+        """Return the part of a block that belongs to the image; failures as in `read`.
+
+        :param row: of blocks, as `column` and `plane`
         """
         with OPEN_FILES.borrowed(self.path, self.place) as image:
             self._require_same(image)

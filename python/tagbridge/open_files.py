@@ -1,8 +1,8 @@
 """Files that a process keeps open for reading, a small number of them.
 
-Opening a file costs as much as decoding several blocks. Who reads many blocks at unforeseeable times
-borrows an open file here and gives it back. Two that borrow the same file at the same time get two
-handles, so that they do not wait for each other.
+Opening a file costs as much as decoding several blocks. Who reads many blocks at unforeseeable
+times borrows an open file here and gives it back. Two that borrow the same file at the same time
+get two handles, so that they do not wait for each other.
 """
 
 from __future__ import annotations

@@ -17,9 +17,12 @@ import pytest
 import tagbridge
 import tagbridge.dask
 from dask.array.core import PerformanceWarning
+from hypothesis import given, settings
+from hypothesis import strategies as st
 from images import EXAMPLES, damage, image, pages, recorded
+from tagbridge.dask.span import Span
 from tagbridge.handle import FIRST
-from tagbridge.image_source import BAND_BYTES
+from tagbridge.image_source import BAND_BYTES, ImageSource
 from tagbridge.open_files import OPEN_FILES, OpenFiles
 
 
@@ -31,7 +34,8 @@ def tiles(tmp_path: Path) -> tuple[Path, np.ndarray]:
     return path, pixels
 
 
-def files(folder: Path, count: int, shape: tuple[int, ...] = (50, 40)) -> tuple[list[Path], np.ndarray]:
+def files(folder: Path, count: int, shape: tuple[int, ...] = (50, 40)
+          ) -> tuple[list[Path], np.ndarray]:
     stack = image((count, *shape))
     paths = [folder / f"{number}.tif" for number in range(count)]
     for path, pixels in zip(paths, stack):
@@ -159,6 +163,41 @@ def test_another_layout_is_refused(tmp_path, options):
         tagbridge.dask.from_tiff(paths)
 
 
+@st.composite
+def keys(draw, shape: tuple[int, ...]):
+    return tuple(draw(st.integers(-length, length - 1) | st.slices(length)) for length in shape)
+
+
+@pytest.fixture(scope="module")
+def spans(tmp_path_factory) -> dict[bool, tuple[Span, np.ndarray]]:
+    """Three images, as a stack and below each other."""
+    folder = tmp_path_factory.mktemp("spans")
+    paths, stack = files(folder, 3, (21, 18, 2))
+    images = []
+    for path in paths:
+        with tagbridge.open(path) as tif:
+            images.append(ImageSource.of(tif[0]))
+    return {True: (Span(images, True, False), stack),
+            False: (Span(images, False, False), np.concatenate(stack))}
+
+
+@settings(max_examples=150, deadline=None)
+@given(data=st.data(), stacked=st.booleans())
+def test_any_index_of_several_images_is_that_of_numpy(spans, data, stacked):
+    span, pixels = spans[stacked]
+    key = data.draw(keys(pixels.shape))
+    assert np.array_equal(span[key], pixels[key])
+
+
+@settings(max_examples=100, deadline=None)
+@given(data=st.data(), stacked=st.booleans())
+def test_the_images_between_two_places_are_those_of_numpy(spans, data, stacked):
+    span, pixels = spans[stacked]
+    first, stop = sorted(data.draw(st.sets(st.integers(0, len(pixels)), min_size=2, max_size=2)))
+    part, start = span.between(first, stop)
+    assert np.array_equal(part[first - start:stop - start], pixels[first:stop])
+
+
 def test_wrong_paths_are_refused(tmp_path):
     for paths, error in [([], ValueError), (5, TypeError), (tmp_path / "no.tif", FileNotFoundError),
                          ([tmp_path], IsADirectoryError), (tmp_path, FileNotFoundError)]:
@@ -246,7 +285,8 @@ def test_those_used_last_stay_open(tmp_path):
 def test_two_at_a_time_have_two_handles(tmp_path):
     (path,), _ = files(tmp_path, 1)
     open_files = OpenFiles(2)
-    with (open_files.borrowed(str(path), FIRST) as one, open_files.borrowed(str(path), FIRST) as two):
+    with (open_files.borrowed(str(path), FIRST) as one,
+          open_files.borrowed(str(path), FIRST) as two):
         assert one.directory.file is not two.directory.file
     open_files.close()
 
@@ -291,6 +331,12 @@ def test_tasks_are_small(tmp_path):
     array = tagbridge.dask.from_tiff(paths)
     for task in list(dict(array.__dask_graph__()).values())[::50]:
         assert len(pickle.dumps(task)) < 1000
+
+
+def test_a_program_ends_in_silence(tiles):
+    script = f"import tagbridge.dask; tagbridge.dask.from_tiff({str(tiles[0])!r}).sum().compute()"
+    ended = subprocess.run([sys.executable, "-c", script], capture_output=True, check=False)
+    assert (ended.returncode, ended.stdout, ended.stderr) == (0, b"", b"")
 
 
 def test_the_package_does_without():

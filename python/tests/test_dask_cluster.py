@@ -26,9 +26,10 @@ pytestmark = pytest.mark.skipif(
 
 
 @pytest.fixture(scope="module")
-def client() -> Iterator[Client]:
+def client(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Client]:
     with (LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None,
-                       memory_limit=None) as cluster, Client(cluster) as connected):
+                       memory_limit=None, local_directory=str(tmp_path_factory.mktemp("workers"))
+                       ) as cluster, Client(cluster) as connected):
         yield connected
 
 

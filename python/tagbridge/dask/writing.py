@@ -26,10 +26,10 @@ def to_tiff(array: Any, path: str | bytes | os.PathLike[str] | os.PathLike[bytes
             ahead: int = 4, bigtiff: bool | None = None, **options: Any) -> None:
     """Write an array into a file, row of chunks by row of chunks, while further ones are computed.
 
-    No more than `ahead` rows of chunks and the one that is written are held at a time: an array that
-    is larger than memory should have chunks of few rows. What several rows need is computed for each
-    of them. With ``planar="separate"`` the array is gone through once for each sample. The file
-    appears under its name when it is complete.
+    No more than `ahead` rows of chunks and the one that is written are held at a time: an array
+    that is larger than memory should have chunks of few rows. What several rows need is computed
+    for each of them. With ``planar="separate"`` the array is gone through once for each sample. The
+    file appears under its name when it is complete.
 
     :param array: rows x columns or rows x columns x samples: a Dask array or what becomes one
     :param path: the file

@@ -10,7 +10,6 @@ import re
 from collections.abc import Iterator
 from typing import Any
 
-import numpy as np
 from zarr.errors import ReadOnlyError
 from zarr.storage import Store
 
@@ -131,9 +130,11 @@ class TiffStore(Store):  # type: ignore[misc]
             math.prod(image.grid) for image in self._arrays.values())
 
     def __setitem__(self, key: str, value: Any) -> None:
+        """Raise ReadOnlyError."""
         raise ReadOnlyError
 
     def __delitem__(self, key: str) -> None:
+        """Raise ReadOnlyError."""
         raise ReadOnlyError
 
     def __eq__(self, other: object) -> bool:
