@@ -49,19 +49,20 @@ def image_file(program: str, folder: str, image: Image) -> Iterator[str]:
         os.remove(path)
 
 
-def compare(effort: Effort, *contenders: Callable[[int], object]) -> list[float]:
+def compare(effort: Effort, *contenders: Callable[[int], object],
+            clock: Callable[[], float] = time.process_time) -> list[float]:
     """Returns for each contender the seconds that a call takes in its fastest turn.
 
     A contender is a function that makes the given number of calls. Processor time counts, so that
-    other processes do not.
+    other processes do not, unless another clock is given.
     """
-    calls = [_calls_of_turn(contender, effort.seconds_of_turn) for contender in contenders]
+    calls = [_calls_of_turn(contender, effort.seconds_of_turn, clock) for contender in contenders]
     fastest = [float("inf")] * len(contenders)
-    turns, start = 0, time.process_time()
-    while turns < effort.least_turns or time.process_time() - start < effort.seconds:
+    turns, start = 0, clock()
+    while turns < effort.least_turns or clock() - start < effort.seconds:
         turns += 1
         for index, contender in enumerate(contenders):
-            fastest[index] = min(fastest[index], _seconds(contender, calls[index]))
+            fastest[index] = min(fastest[index], _seconds(contender, calls[index], clock))
     return fastest
 
 
@@ -70,13 +71,14 @@ def report(table: str, **values: Any) -> None:
     print(json.dumps({"table": table, **values}), flush=True)
 
 
-def _seconds(contender: Callable[[int], object], calls: int) -> float:
-    start = time.process_time()
+def _seconds(contender: Callable[[int], object], calls: int, clock: Callable[[], float]) -> float:
+    start = clock()
     contender(calls)
-    return (time.process_time() - start) / calls
+    return (clock() - start) / calls
 
 
-def _calls_of_turn(contender: Callable[[int], object], seconds: float) -> int:
+def _calls_of_turn(contender: Callable[[int], object], seconds: float,
+                   clock: Callable[[], float]) -> int:
     contender(1)
-    once = max(_seconds(contender, 1), 1e-8)
+    once = max(_seconds(contender, 1, clock), 1e-8)
     return max(1, int(seconds / once))

@@ -22,7 +22,8 @@ from typing import Any
 from goals import TABLES, Goal, Result, Table
 
 HERE = Path(__file__).resolve().parent
-PARTS = ("kernels", "read", "jpeg2000", "write", "memory", "calls", "peers", "views")
+PARTS = ("kernels", "read", "jpeg2000", "write", "memory", "calls", "peers", "views",
+         "side_by_side")
 
 
 def command_of(part: str, options: argparse.Namespace) -> list[str]:
@@ -105,6 +106,8 @@ def description(result: Result) -> str:
 def remark(result: Result) -> str:
     if "nanoseconds" in result:
         return f"{result['nanoseconds']:.0f} ns"
+    if "waiting" in result:
+        return f"waited for each other {100 * result['waiting']:.1f} % of the time"
     if "factors" in result:
         return ", ".join(f"{name} {factor:.1f}" for name, factor in result["factors"].items())
     return ""
