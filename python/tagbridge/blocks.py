@@ -162,5 +162,3 @@ class Blocks(Sequence[Block]):
 
     def __repr__(self) -> str:
         return f"<{len(self)} {self._layout.unit.lower()}s of {self._directory!r}>"
-
-

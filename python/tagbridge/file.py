@@ -29,7 +29,6 @@ from .targets import PathTarget, Target
 from .writing import Writer
 
 
-
 # libtiff makes many strips of a large single one, and tags that tell so, unless asked not to.
 _AS_STORED = "c"
 
@@ -358,5 +357,3 @@ def open(file: Any, mode: str = "r") -> File:  # noqa: A001 - the package's own 
     :raises Error: not a TIFF file, or damaged
     """
     return File(file, mode)
-
-

@@ -224,4 +224,3 @@ class Handle:
                 self._issue(self.close())
                 self._session = self._target.session()
                 self.reopen(self._mode)
-

@@ -263,5 +263,3 @@ def _to_issue(read: _Read, failures: list[tuple[int, Warning]]) -> list[Warning]
     for block, said in read.said:
         warnings += [failed[block]] if block in failed else said
     return warnings
-
-

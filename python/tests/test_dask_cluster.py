@@ -50,7 +50,7 @@ def noted(block: np.ndarray, folder: str) -> np.ndarray:
 def noted_tiles(path: Path, folder: Path) -> da.Array:
     folder.mkdir()
     return tagbridge.dask.from_tiff(path).map_blocks(noted, str(folder), dtype=np.uint16,
-                                                      meta=np.empty((0, 0), np.uint16))
+                                                     meta=np.empty((0, 0), np.uint16))
 
 
 def kill_one(folder: Path, begun: Callable[[], bool]) -> None:

@@ -112,7 +112,8 @@ def test_threads_with_a_small_stack_read_every_layout(tmp_path):
             if samples == 3 and dtype is np.bool_:
                 continue
             paths.append((tmp_path / f"{len(paths)}.tif", np.ones(shape, dtype)))
-            tifffile.imwrite(*paths[-1], rowsperstrip=rows, photometric="rgb" if len(paths[-1][1].shape) == 3 else "minisblack")
+            photometric = "rgb" if len(shape) == 3 else "minisblack"
+            tifffile.imwrite(*paths[-1], rowsperstrip=rows, photometric=photometric)
     equal = []
 
     def read() -> None:
