@@ -83,7 +83,7 @@ def libtiff_version(build: Path) -> str:
 
 def head(build: Path) -> str:
     modules = {"NumPy": "numpy", "tifffile": "tifffile", "Pillow": "PIL", "OpenCV": "cv2",
-               "GDAL": "osgeo.gdal"}
+               "GDAL": "osgeo.gdal", "Zarr": "zarr"}
     peers = ", ".join(f"{name} {version_of(module)}" for name, module in modules.items())
     return (f"{datetime.date.today()}, {processor()}, {os.cpu_count()} cores, "
             f"Linux {platform.release().split('-')[0]}, libtiff {libtiff_version(build)}, "

@@ -144,10 +144,9 @@ class OpenFiles:
     def _keep(self, key: _Key, image: OpenImage) -> None:
         with self._lock:
             self._idle.append((key, image))
-            surplus = self._idle[:-self._most_idle]
-            del self._idle[:-self._most_idle]
-        for _, least_used in surplus:
-            least_used.close()
+            surplus = self._idle.pop(0)[1] if len(self._idle) > self._most_idle else None
+        if surplus is not None:
+            surplus.close()
 
     def close(self, path: str | None = None) -> None:
         """Close files that are not borrowed: all, or that at a path."""
