@@ -8,6 +8,7 @@ import subprocess
 import sys
 import textwrap
 import threading
+import time
 import warnings
 from concurrent.futures import ThreadPoolExecutor
 
@@ -66,6 +67,26 @@ def test_threads_read_one_file_object_in_turns(content, pixels):
         blocks = tif[0].blocks
         for number, read in pool.map(lambda n: (n % 5, blocks[n % 5].read()), range(200)):
             np.testing.assert_array_equal(read, pixels[16 * number:16 * number + 16])
+
+
+class Slow(io.BytesIO):
+    """A file whose position somebody else may move between seeking and reading."""
+
+    def seek(self, offset: int, whence: int = 0) -> int:
+        position = super().seek(offset, whence)
+        time.sleep(0)
+        return position
+
+
+def test_two_files_share_a_file_object(content, pixels):
+    stream = Slow(content)
+    with tagbridge.open(stream) as a, tagbridge.open(stream) as b, ThreadPoolExecutor(2) as pool:
+        def read(tif: tagbridge.File) -> None:
+            for _ in range(50):
+                np.testing.assert_array_equal(tif.read(), pixels)
+
+        for done in [pool.submit(read, tif) for tif in (a, b)]:
+            done.result()
 
 
 def test_warnings_as_errors_do_not_stop_other_threads(unknown_tag, gray):
