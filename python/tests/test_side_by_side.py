@@ -247,3 +247,41 @@ def test_read_blocks_refuses_what_it_cannot_fill_or_read(gray, file, target, kin
         read_blocks("readEncodedStrip", opened if file is None else file, [(0, 0, 16, 0, 30)],
                     target, (0, 0, 0))
     tagbridge.call("close", opened, outputs=0)
+
+
+ENDS_DURING_CALLBACKS = """
+import io, sys, threading, time, tagbridge
+from tagbridge import _core
+
+class Slow(io.BytesIO):
+    def read(self, size=-1):
+        time.sleep(0.001)
+        return super().read(size)
+
+def opened():
+    return tagbridge.call("open", _core.add_file_object(Slow(content), "slow"), "r")
+
+def repeat():
+    global file
+    while True:
+        try:
+            tagbridge.call("readEncodedStrip", file, 0)
+        except tagbridge.Error:
+            file = opened()  # the cleanup has closed it
+
+with open(sys.argv[1], "rb") as stream:
+    content = stream.read()
+file = opened()
+for _ in range(4):
+    threading.Thread(target=repeat, daemon=True).start()
+time.sleep(0.1)
+"""
+
+
+def test_the_process_ends_while_threads_wait_for_their_turn_on_a_file_object(gray):
+    """The one whose turn it is waits for an interpreter that is gone."""
+    for _ in range(5):
+        ended = subprocess.run(
+            [sys.executable, "-c", textwrap.dedent(ENDS_DURING_CALLBACKS), str(gray)],
+            capture_output=True, text=True, timeout=30)
+        assert ended.returncode == 0, ended.stderr
