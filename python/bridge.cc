@@ -45,9 +45,12 @@ class Gate {
     }
   }
 
-  // This thread stays inside its call for good, if it is inside one.
+  // This thread stays inside its call for good, if it is inside one. Others may be waiting for what
+  // it has there, so that from now on nobody waits for anybody.
   void abandon() noexcept {
-    if (s_depth > 0) stepOut();
+    if (s_depth == 0) return;
+    isAbandoned_ = true;
+    stepOut();
   }
 
   // Waits until no other thread is inside, and keeps all others out until `open`.
@@ -55,7 +58,9 @@ class Gate {
     const int mine = s_depth++ > 0 ? 1 : 0;
     ++closed_;
     ++s_closedHere;
-    for (int inside = inside_; inside > mine; inside = inside_) inside_.wait(inside);
+    for (int inside = inside_; inside > mine && !isAbandoned_; inside = inside_) {
+      inside_.wait(inside);
+    }
   }
   void open() noexcept {
     --s_depth;
@@ -75,6 +80,7 @@ class Gate {
  private:
   std::atomic<int> inside_ = 0;
   std::atomic<int> closed_ = 0;
+  std::atomic<bool> isAbandoned_ = false;
 };
 
 struct Bridge {

@@ -4,10 +4,14 @@
 #include "python/file_objects.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -23,9 +27,48 @@ namespace {
 // The most that is read or written at once; libtiff asks for whole blocks.
 constexpr std::size_t kPortion = std::size_t{64} << 20;
 
+// Whose turn it is on a Python object: a file that was opened twice through one has one position
+// for both. A thread that has it may take it again. It is taken without the interpreter's lock.
+class ObjectTurns {
+ public:
+  // The same for the same object, for as long as somebody has it. The interpreter's lock is held.
+  static std::shared_ptr<ObjectTurns> of(PyObject* object) {
+    static std::map<PyObject*, std::weak_ptr<ObjectTurns>> known;
+    std::erase_if(known, [](const auto& entry) { return entry.second.expired(); });
+    std::shared_ptr<ObjectTurns> turns = known[object].lock();
+    if (turns == nullptr) known[object] = turns = std::make_shared<ObjectTurns>();
+    return turns;
+  }
+
+  // False when the interpreter goes meanwhile, with whoever has the turn.
+  bool take() noexcept {
+    if (owner_ != &thisThread) {
+      while (!mutex_.try_lock_for(std::chrono::milliseconds(100))) {
+        if (_Py_IsFinalizing() != 0) return false;
+      }
+      owner_ = &thisThread;
+    }
+    ++depth_;
+    return true;
+  }
+  void release() noexcept {
+    if (--depth_ > 0) return;
+    owner_ = nullptr;
+    mutex_.unlock();
+  }
+
+ private:
+  inline static thread_local char thisThread = 0;  // its address tells the threads apart
+
+  std::timed_mutex mutex_;
+  std::atomic<const char*> owner_ = nullptr;  // only the owner itself can find its own there
+  int depth_ = 0;
+};
+
 class PythonFile final : public runtime::FileObject {
  public:
-  explicit PythonFile(py::object file) : file_(file.release().ptr()) {}
+  explicit PythonFile(py::object file)
+      : turns_(ObjectTurns::of(file.ptr())), file_(file.release().ptr()) {}
   PythonFile(const PythonFile&) = delete;
   PythonFile& operator=(const PythonFile&) = delete;
 
@@ -105,12 +148,15 @@ class PythonFile final : public runtime::FileObject {
   // the thread by unwinding, and owners would release them without its lock.
   bool guarded(const std::function<bool()>& action) noexcept {
     if (failed_) return false;
+    failed_ = true;
+    if (!turns_->take()) return false;
     const bool ran = withInterpreter([&] {
+      failed_ = false;
       const runtime::OutsideScope outside;
       if (!action()) keepFailure();
     });
-    if (!ran) failed_ = true;
-    return !failed_;
+    turns_->release();
+    return ran && !failed_;
   }
 
   void keepFailure() noexcept {
@@ -175,6 +221,7 @@ class PythonFile final : public runtime::FileObject {
     return -1;
   }
 
+  std::shared_ptr<ObjectTurns> turns_;
   PyObject* file_;
   PyObject* failure_ = nullptr;
   bool failed_ = false;

@@ -8,6 +8,7 @@ import subprocess
 import sys
 import textwrap
 import threading
+import time
 import warnings
 from concurrent.futures import ThreadPoolExecutor
 
@@ -66,6 +67,26 @@ def test_threads_read_one_file_object_in_turns(content, pixels):
         blocks = tif[0].blocks
         for number, read in pool.map(lambda n: (n % 5, blocks[n % 5].read()), range(200)):
             np.testing.assert_array_equal(read, pixels[16 * number:16 * number + 16])
+
+
+class Slow(io.BytesIO):
+    """A file whose position somebody else may move between seeking and reading."""
+
+    def seek(self, offset: int, whence: int = 0) -> int:
+        position = super().seek(offset, whence)
+        time.sleep(0)
+        return position
+
+
+def test_two_files_share_a_file_object(content, pixels):
+    stream = Slow(content)
+    with tagbridge.open(stream) as a, tagbridge.open(stream) as b, ThreadPoolExecutor(2) as pool:
+        def read(tif: tagbridge.File) -> None:
+            for _ in range(50):
+                np.testing.assert_array_equal(tif.read(), pixels)
+
+        for done in [pool.submit(read, tif) for tif in (a, b)]:
+            done.result()
 
 
 def test_warnings_as_errors_do_not_stop_other_threads(unknown_tag, gray):
@@ -226,3 +247,41 @@ def test_read_blocks_refuses_what_it_cannot_fill_or_read(gray, file, target, kin
         read_blocks("readEncodedStrip", opened if file is None else file, [(0, 0, 16, 0, 30)],
                     target, (0, 0, 0))
     tagbridge.call("close", opened, outputs=0)
+
+
+ENDS_DURING_CALLBACKS = """
+import io, sys, threading, time, tagbridge
+from tagbridge import _core
+
+class Slow(io.BytesIO):
+    def read(self, size=-1):
+        time.sleep(0.001)
+        return super().read(size)
+
+def opened():
+    return tagbridge.call("open", _core.add_file_object(Slow(content), "slow"), "r")
+
+def repeat():
+    global file
+    while True:
+        try:
+            tagbridge.call("readEncodedStrip", file, 0)
+        except tagbridge.Error:
+            file = opened()  # the cleanup has closed it
+
+with open(sys.argv[1], "rb") as stream:
+    content = stream.read()
+file = opened()
+for _ in range(4):
+    threading.Thread(target=repeat, daemon=True).start()
+time.sleep(0.1)
+"""
+
+
+def test_the_process_ends_while_threads_wait_for_their_turn_on_a_file_object(gray):
+    """The one whose turn it is waits for an interpreter that is gone."""
+    for _ in range(5):
+        ended = subprocess.run(
+            [sys.executable, "-c", textwrap.dedent(ENDS_DURING_CALLBACKS), str(gray)],
+            capture_output=True, text=True, timeout=30)
+        assert ended.returncode == 0, ended.stderr
