@@ -121,3 +121,30 @@ def test_copies_to_deflate_tiles_and_compares(tmp_path: pathlib.Path):
     assert re.search("copy   2 directories in Deflate tiles of 64 x 64, .*; pixels equal; "
                      "tiffinfo accepts it", text), text
     assert status == 1
+
+
+LARGE = np.arange(1500 * 1600, dtype=np.uint16).reshape(1500, 1600)
+
+
+@pytest.mark.parametrize("layout", [{"tile": (256, 256)}, {"rowsperstrip": 100}], ids=str)
+def test_reads_large_images_on_threads(tmp_path: pathlib.Path, layout: dict):
+    path = tmp_path / "large.tif"
+    tifffile.imwrite(path, LARGE, photometric="minisblack", metadata=None, compression="zlib",
+                     **layout)
+    status, text = demo(path)
+    assert status == 0
+    assert f"min {LARGE.min()}, mean {LARGE.mean():.6g}, max {LARGE.max()}" in text
+
+
+def test_counts_damaged_blocks_of_large_images(tmp_path: pathlib.Path):
+    path = tmp_path / "large.tif"
+    tifffile.imwrite(path, LARGE, photometric="minisblack", metadata=None, compression="zlib",
+                     rowsperstrip=100)
+    with tifffile.TiffFile(path) as tif:
+        offsets = tif.pages[0].dataoffsets
+    with open(path, "rb+") as file:
+        for damaged in (3, 8):
+            file.seek(offsets[damaged])
+            file.write(b"broken")
+    _, text = demo(path)
+    assert "2 of 15 strips could not be decoded" in text

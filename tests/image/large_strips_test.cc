@@ -1,5 +1,5 @@
-// Uncompressed strips that are large enough to be moved row by row, from the map of the file or from
-// libtiff: the same as a whole read, and as a whole read where the file contradicts itself.
+// Uncompressed strips that are large enough to be moved row by row, from the map of the file or
+// from libtiff: the same as a whole read, and as a whole read where the file contradicts itself.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -21,7 +21,7 @@ from tqdm import tqdm
 from .._messages import Error
 from ..directory import Directory
 from ..file import File
-from . import copying, images, report
+from . import ahead, copying, images, report
 
 log = logging.getLogger("tagbridge.demo")
 LIBTIFF_ERROR = "KORVAL:pictoria:tiffutils:libtiffError"
@@ -84,22 +84,27 @@ class Image:
 
 
 def read_image(page: Directory, image: Image, notices: Notices) -> None:
-    """Reads the blocks of a directory into `image`, only one of them held at a time."""
+    """Reads the blocks of a directory into `image`, only a few of them held at a time."""
     in_a_row = 0
-    for block in tqdm(page.blocks, unit="block", leave=False, delay=1,
-                      disable=not sys.stderr.isatty()):
-        errors_before = notices.libtiff_errors
-        start = time.perf_counter()
-        array = block.read()
-        image.totals.seconds += time.perf_counter() - start
-        image.add(array)
-        for plane, samples in images.planes_of(block.plane, array):
-            image.planes[plane].add(samples)
-        damaged = notices.libtiff_errors > errors_before
-        image.damaged += damaged
-        in_a_row = in_a_row + 1 if damaged else 0
-        if in_a_row == DAMAGED_IN_A_ROW:
-            return
+    bar = tqdm(total=len(page.blocks), unit="block", leave=False, delay=1,
+               disable=not sys.stderr.isatty())
+    with bar, contextlib.closing(ahead.blocks_of(page)) as blocks:
+        while True:
+            errors_before = notices.libtiff_errors
+            start = time.perf_counter()
+            block, array = next(blocks, (None, None))
+            image.totals.seconds += time.perf_counter() - start
+            if block is None or array is None:
+                return
+            bar.update()
+            image.add(array)
+            for plane, samples in images.planes_of(block.plane, array):
+                image.planes[plane].add(samples)
+            damaged = notices.libtiff_errors > errors_before
+            image.damaged += damaged
+            in_a_row = in_a_row + 1 if damaged else 0
+            if in_a_row == DAMAGED_IN_A_ROW:
+                return
 
 
 def show_image(name: str, page: Directory, image: Image) -> None:
