@@ -60,7 +60,18 @@ void restoreStoredDepth(TIFF* tif) {
   if (file != nullptr && file->storedDepth) restoreSampleDepth(tif, *file->storedDepth);
 }
 
+// A damaged directory may have lost its tables of places or never had them, which libtiff marks as
+// set all the same and would read.
+void dropMissingPlaces(TIFF* tif) {
+  constexpr std::uint32_t kPlaces[] = {TIFFTAG_STRIPOFFSETS, TIFFTAG_STRIPBYTECOUNTS};
+  for (const std::uint32_t tag : kPlaces) {
+    const std::uint64_t* values = nullptr;
+    if (!TIFFGetField(tif, tag, &values) || values == nullptr) (void)TIFFUnsetField(tif, tag);
+  }
+}
+
 void makeWritable(TIFF* tif) {
+  if (TIFFCurrentDirOffset(tif) != 0) dropMissingPlaces(tif);
   restoreStoredDepth(tif);
   dropEmptySubIfd(tif);
   dropArraysThatSgiLogOutgrows(tif);

@@ -62,7 +62,17 @@ const char* whatIsWrongForJpeg(const Record& record) {
   }
 }
 
+// Of larger blocks WebP's decoder is set up in part only, and its encoder would release the rest.
+bool isTooLargeForWebp(const Record& record) {
+  constexpr std::uint32_t kMost = 16383;
+  const std::uint32_t width = record.isTiled ? record.tileWidth : record.imageWidth;
+  const std::uint32_t length =
+      record.isTiled ? record.tileLength : std::min(record.rowsPerStrip, record.imageLength);
+  return width > kMost || length > kMost;
+}
+
 const char* whatIsWrongForWebp(const Record& record) {
+  if (isTooLargeForWebp(record)) return "WebP blocks have at most 16383 pixels on either side";
   const bool isWritable = record.bitsPerSample == 8 && record.sampleFormat == SAMPLEFORMAT_UINT &&
                           record.planarConfig == PLANARCONFIG_CONTIG &&
                           (record.samplesPerPixel == 3 || record.samplesPerPixel == 4);

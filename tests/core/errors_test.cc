@@ -74,7 +74,8 @@ TEST(Errors, EachIsRaisedAsItsOwnClassWithItsIdentifierAndArguments) {
     SCOPED_TRACE(row.identifier);
     const auto error = thrownBy(row.raiseIt);
     ASSERT_NE(error, nullptr);
-    EXPECT_TRUE(typeid(*error) == row.itsClass);
+    const auto& thrown = *error;
+    EXPECT_TRUE(typeid(thrown) == row.itsClass);
     EXPECT_EQ(named(*error).message().identifier(), row.identifier);
     EXPECT_EQ(named(*error).message().arguments(), arguments);
   }
@@ -83,7 +84,8 @@ TEST(Errors, EachIsRaisedAsItsOwnClassWithItsIdentifierAndArguments) {
 TEST(Errors, NoClassIsCaughtAsAnother) {
   for (std::size_t i = 0; i < std::size(kRows); ++i) {
     const auto error = thrownBy(kRows[i].raiseIt);
-    EXPECT_TRUE(typeid(*error) != kRows[(i + 1) % std::size(kRows)].itsClass)
+    const auto& thrown = *error;
+    EXPECT_TRUE(typeid(thrown) != kRows[(i + 1) % std::size(kRows)].itsClass)
         << kRows[i].identifier;
   }
 }

@@ -171,6 +171,19 @@ INSTANTIATE_TEST_SUITE_P(
                                 {32, 32}}),
     [](const auto& test) { return test.param.name; });
 
+// WebP's decoder is set up in part before it refuses the size, and its encoder would release the
+// rest.
+TEST_F(EditedLayout, OfAWiderWebpThanThereCanBeIsRefusedAfterARead) {
+  const OpenedFile& file = scene_.written({kWebp}, "r+");
+  call("setField", file, TIFFTAG_IMAGEWIDTH, 70000);
+  call("rewriteDirectory", file);
+  call("setDirectory", file, 0);
+  call("readEncodedStrip", file, 0);
+  expectError<Tiff::stripWriteFailure>({1}, [&, &handle = file] {
+    call("writeEncodedStrip", handle, 0, zeros(vxUINT8, {4, 20, 3}));
+  });
+}
+
 TEST_F(EditedLayout, OfYCbCrJpegWithFactorsOfFourIsRefused) {
   const Layout layout{.width = 64,
                       .length = 64,
