@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <initializer_list>
 #include <optional>
+#include <span>
 
 namespace tb {
 namespace {
@@ -30,21 +31,39 @@ class Links {
     return number(offset + countSize() + *entries * entrySize(), linkSize());
   }
 
-  // How many values the first of `tags` that the directory at `offset` has stores, when they are
-  // of a type that libtiff stores numbers of bytes in.
-  std::optional<std::uint64_t> valueCount(std::uint64_t offset,
-                                          std::initializer_list<std::uint64_t> tags) const {
+  // Values of a tag, in the directory or elsewhere.
+  struct Table {
+    std::uint64_t count = 0;
+    std::size_t width = 0;
+    std::uint64_t offset = 0;
+  };
+
+  // The table of the first of `tags` that the directory at `offset` has, when its values are of a
+  // type that libtiff stores numbers of bytes in.
+  std::optional<Table> table(std::uint64_t offset,
+                             std::initializer_list<std::uint64_t> tags) const {
     const std::uint64_t entries = entryCount(offset).value_or(0);
     for (std::uint64_t k = 0; k < entries; ++k) {
       const std::uint64_t entry = offset + countSize() + k * entrySize();
       const std::optional<std::uint64_t> tag = number(entry, 2);
       if (!tag) return {};
       if (std::ranges::find(tags, *tag) == tags.end()) continue;
-      const std::uint64_t type = number(entry + 2, 2).value_or(0);
-      if (type != TIFF_SHORT && type != TIFF_LONG && !(type == TIFF_LONG8 && isBig_)) return {};
-      return number(entry + 4, linkSize());
+      return tableOf(entry);
     }
     return {};
+  }
+
+  // Nothing when the file cannot be read or does not have as many.
+  std::optional<std::vector<std::uint64_t>> values(const Table& table) const {
+    thandle_t file = TIFFClientdata(tif_);
+    if (table.count > TIFFGetSizeProc(tif_)(file) / table.width) return {};
+    std::vector<unsigned char> bytes(table.count * table.width);
+    if (!read(table.offset, bytes)) return {};
+    std::vector<std::uint64_t> values(table.count);
+    for (std::size_t k = 0; k < values.size(); ++k) {
+      values[k] = numberIn(std::span(bytes).subspan(k * table.width, table.width));
+    }
+    return values;
   }
 
  private:
@@ -56,19 +75,39 @@ class Links {
   std::size_t countSize() const { return isBig_ ? 8 : 2; }
   std::size_t entrySize() const { return isBig_ ? 20 : 12; }
 
-  std::optional<std::uint64_t> number(std::uint64_t offset, std::size_t size) const {
-    thandle_t file = TIFFClientdata(tif_);
-    unsigned char bytes[8] = {};
-    if (TIFFGetSeekProc(tif_)(file, offset, SEEK_SET) != offset) return {};
-    if (TIFFGetReadProc(tif_)(file, bytes, static_cast<tmsize_t>(size)) !=
-        static_cast<tmsize_t>(size)) {
-      return {};
+  std::optional<Table> tableOf(std::uint64_t entry) const {
+    const std::uint64_t type = number(entry + 2, 2).value_or(0);
+    Table table{number(entry + 4, linkSize()).value_or(0)};
+    if (type == TIFF_SHORT) table.width = 2;
+    if (type == TIFF_LONG) table.width = 4;
+    if (type == TIFF_LONG8 && isBig_) table.width = 8;
+    if (table.width == 0) return {};
+    table.offset = entry + 4 + linkSize();
+    if (table.count > linkSize() / table.width) {
+      table.offset = number(table.offset, linkSize()).value_or(0);
     }
+    return table;
+  }
+
+  bool read(std::uint64_t offset, std::span<unsigned char> bytes) const {
+    thandle_t file = TIFFClientdata(tif_);
+    const auto size = static_cast<tmsize_t>(bytes.size());
+    return TIFFGetSeekProc(tif_)(file, offset, SEEK_SET) == offset &&
+           TIFFGetReadProc(tif_)(file, bytes.data(), size) == size;
+  }
+
+  std::uint64_t numberIn(std::span<const unsigned char> bytes) const {
     std::uint64_t value = 0;
-    for (std::size_t k = 0; k < size; ++k) {
-      value = value << 8U | bytes[TIFFIsBigEndian(tif_) ? k : size - 1 - k];
+    for (std::size_t k = 0; k < bytes.size(); ++k) {
+      value = value << 8U | bytes[TIFFIsBigEndian(tif_) ? k : bytes.size() - 1 - k];
     }
     return value;
+  }
+
+  std::optional<std::uint64_t> number(std::uint64_t offset, std::size_t size) const {
+    unsigned char bytes[8] = {};
+    const std::span<unsigned char> wanted = std::span(bytes).first(size);
+    return read(offset, wanted) ? std::optional(numberIn(wanted)) : std::nullopt;
   }
 
   TIFF* tif_;
@@ -113,12 +152,12 @@ std::uint64_t offsetAfter(TIFF* tif, std::uint64_t offset) {
   return Links(tif).after(offset).value_or(0);
 }
 
-std::optional<std::uint64_t> storedBlockCount(TIFF* tif, std::uint64_t offset) {
+std::optional<std::vector<std::uint64_t>> storedByteCounts(TIFF* tif, std::uint64_t offset) {
   const Links links(tif);
-  const auto offsets = links.valueCount(offset, {TIFFTAG_STRIPOFFSETS, TIFFTAG_TILEOFFSETS});
-  const auto byteCounts =
-      links.valueCount(offset, {TIFFTAG_STRIPBYTECOUNTS, TIFFTAG_TILEBYTECOUNTS});
-  return offsets == byteCounts ? offsets : std::nullopt;
+  const auto offsets = links.table(offset, {TIFFTAG_STRIPOFFSETS, TIFFTAG_TILEOFFSETS});
+  const auto byteCounts = links.table(offset, {TIFFTAG_STRIPBYTECOUNTS, TIFFTAG_TILEBYTECOUNTS});
+  if (!offsets || !byteCounts || offsets->count != byteCounts->count) return {};
+  return links.values(*byteCounts);
 }
 
 }  // namespace tb

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace tb {
 
@@ -20,8 +21,8 @@ bool chainHolds(TIFF* tif, std::uint64_t offset);
 std::uint64_t offsetOfDirectory(TIFF* tif, std::uint32_t number);
 std::uint64_t offsetAfter(TIFF* tif, std::uint64_t offset);
 
-// For how many blocks the directory at `offset` says where they lie and how many bytes they have.
-// Nothing when these are two numbers, or are not stored as integers of 16, 32 or (BigTIFF) 64 bits.
-std::optional<std::uint64_t> storedBlockCount(TIFF* tif, std::uint64_t offset);
+// The byte counts of the blocks of the directory at `offset`, as the file has them. Nothing when it
+// has not as many places, or does not store both as integers of 16, 32 or (BigTIFF) 64 bits.
+std::optional<std::vector<std::uint64_t>> storedByteCounts(TIFF* tif, std::uint64_t offset);
 
 }  // namespace tb

@@ -2,7 +2,8 @@
 
 #include <unistd.h>
 
-#include <limits>
+#include <algorithm>
+#include <span>
 
 #include "core/codec_tags.h"
 #include "core/directory_chain.h"
@@ -48,14 +49,17 @@ bool hasPlace(const TiffImageMetaData_& record, std::uint32_t block) {
   return record.isTiled || !hasOffsets || block == 0 || isInArrays(record.tif, block - 1);
 }
 
-// Whether the file has a place and a byte count for each block of libtiff's arrays.
-bool hasStoredPlaces(TIFF* tif) {
+// Whether the byte counts of libtiff's arrays are those of the file.
+bool hasStoredPlaces(const TiffImageMetaData_& record) {
+  TIFF* const tif = record.tif;
   const std::uint64_t offset = TIFFCurrentDirOffset(tif);
   if (offset == 0) return true;
-  const std::uint64_t count = storedBlockCount(tif, offset).value_or(0);
-  if (count == 0 || count > std::numeric_limits<std::uint32_t>::max()) return false;
-  const auto blocks = static_cast<std::uint32_t>(count);
-  return isInArrays(tif, blocks - 1) && !isInArrays(tif, blocks);
+  const auto stored = storedByteCounts(tif, offset);
+  if (!stored || stored->empty()) return false;
+  const std::uint64_t* counts = placeArray(tif, placeTags(record).byteCounts);
+  const auto blocks = static_cast<std::uint32_t>(stored->size());
+  return counts != nullptr && isInArrays(tif, blocks - 1) && !isInArrays(tif, blocks) &&
+         std::ranges::equal(*stored, std::span(counts, blocks));
 }
 
 // libtiff stores a block over its former bytes when it needs no more of them. Where the file does
@@ -64,7 +68,7 @@ bool hasStoredPlaces(TIFF* tif) {
 void forgetGuessedByteCount(const TiffImageMetaData_& record, std::uint32_t block) {
   OpenFile* file = findOpenFile(record.tif);
   if (file == nullptr) return;
-  if (!file->hasStoredPlaces) file->hasStoredPlaces = hasStoredPlaces(record.tif);
+  if (!file->hasStoredPlaces) file->hasStoredPlaces = hasStoredPlaces(record);
   if (*file->hasStoredPlaces || !isInArrays(record.tif, block)) return;
   if (auto* byteCounts = placeArray(record.tif, placeTags(record).byteCounts))
     byteCounts[block] = 0;
