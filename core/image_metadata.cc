@@ -139,34 +139,4 @@ std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t
   return TIFFComputeStrip(record.tif, row, sample);
 }
 
-std::uint16_t unpack_tsample_t(int argumentCount, const vxArray* sampleArgument,
-                               const TiffImageMetaData_& record) {
-  std::uint16_t sample = 0;
-  if (argumentCount == 2) {
-    if (record.planarConfig == PLANARCONFIG_SEPARATE) raise<Tiff::sampleParameterRequired>();
-  } else {
-    if (record.planarConfig == PLANARCONFIG_CONTIG) {
-      raise<Tiff::sampleParameterNotAllowedInChunkyCase>();
-    }
-    sample = unpackNumber<std::uint16_t>(sampleArgument);
-  }
-  // The bound is samplesPerPixel, not one less: libtiff judges an index past the last plane.
-  return std::min(sample, record.samplesPerPixel);
-}
-
-void unpackPixelXY(const vxArray* argument, std::uint32_t& x, std::uint32_t& y) {
-  x = convertNumber<std::uint32_t>(numberAt(argument, 1));
-  y = convertNumber<std::uint32_t>(numberAt(argument, 0));
-}
-
-std::uint32_t unpackRow(const vxArray* argument) { return unpackNumber<std::uint32_t>(argument); }
-
-std::uint32_t unpack_tstrip_t(const vxArray* argument) {
-  return unpackNumber<std::uint32_t>(argument);
-}
-
-std::uint32_t unpack_ttile_t(const vxArray* argument) {
-  return unpackNumber<std::uint32_t>(argument);
-}
-
 }  // namespace tb

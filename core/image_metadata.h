@@ -61,22 +61,4 @@ vxClassID findClassId(const TiffImageMetaData_& record) noexcept;
 std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t row,
                                  std::uint16_t sample);
 
-// The sample (plane) number of an operation with an optional third argument; `argumentCount` counts
-// all arguments after the operation name. At most samplesPerPixel.
-// Raises sampleParameterRequired for separate planes without the argument and
-// sampleParameterNotAllowedInChunkyCase for contiguous samples with it.
-std::uint16_t unpack_tsample_t(int argumentCount, const vxArray* sampleArgument,
-                               const TiffImageMetaData_& record);
-
-// Element 2 of a [row column] or [x y] pair into `x`, then element 1 into `y`. All unpackers take
-// elements by their value, whatever their class.
-void unpackPixelXY(const vxArray* argument, std::uint32_t& x, std::uint32_t& y);
-
-// The first element of an argument as a row, strip or tile number, truncated toward zero.
-// All unpackers throw Boost's numeric overflow at or below -1 and at or above 2^32 (2^16 for
-// samples).
-std::uint32_t unpackRow(const vxArray* argument);
-std::uint32_t unpack_tstrip_t(const vxArray* argument);
-std::uint32_t unpack_ttile_t(const vxArray* argument);
-
 }  // namespace tb

@@ -1,6 +1,7 @@
 // Host values in and out: the numbers that every handler reads and the scalars it returns.
 #pragma once
 
+#include <algorithm>
 #include <boost/numeric/conversion/cast.hpp>
 #include <concepts>
 #include <cstddef>
@@ -45,6 +46,16 @@ inline std::byte* writableDataOf(vxArray* array) noexcept {
   return static_cast<std::byte*>(vxGetWritableData(array));
 }
 
+// The same as elements of T, which is what the array's class holds.
+template <class T>
+std::span<const T> elementsOf(const vxArray* array) noexcept {
+  return {static_cast<const T*>(vxGetData(array)), vxGetNumberOfElements(array)};
+}
+template <class T>
+std::span<T> writableElementsOf(vxArray* array) noexcept {
+  return {static_cast<T*>(vxGetWritableData(array)), vxGetNumberOfElements(array)};
+}
+
 // The first element of an argument, whose class is not looked at; 0 of an empty one. The host
 // promises 16 readable bytes behind every array.
 template <class T>
@@ -85,8 +96,8 @@ template <class T>
 vxArrayPtr doubleRow(std::span<const T> values) {
   const std::size_t dimensions[] = {1, values.size()};
   vxArrayPtr row = matrix::detail::do_create_uninitnumeric(vxDOUBLE, dimensions);
-  auto* elements = static_cast<double*>(vxGetWritableData(row.get()));
-  for (const T value : values) *elements++ = static_cast<double>(value);
+  std::ranges::transform(values, writableElementsOf<double>(row.get()).begin(),
+                         [](T value) { return static_cast<double>(value); });
   return row;
 }
 

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <span>
 
+#include "core/arguments.h"
 #include "core/directory_writes.h"
 #include "core/errors.h"
 #include "core/image_metadata.h"
 #include "core/open_files.h"
 #include "core/values.h"
 #include "handlers/compression.h"
-#include "handlers/directory_arguments.h"
 #include "handlers/directory_moves.h"
 #include "handlers/handlers.h"
 
@@ -33,21 +33,6 @@ std::span<const std::uint64_t> subDirectoryOffsets(TIFF* tif) {
 }
 
 }  // namespace
-
-std::uint32_t unpackDirectoryNumber(const vxArray* argument) {
-  return unpackNumber<std::uint32_t>(argument);
-}
-
-std::uint64_t unpackDirectoryOffset(const vxArray* argument) {
-  switch (vxGetClassID(argument)) {
-    case vxINT64:
-      return convertNumber<std::uint64_t>(firstElement<std::int64_t>(argument));
-    case vxUINT64:
-      return firstElement<std::uint64_t>(argument);
-    default:
-      return unpackNumber<std::uint64_t>(argument);
-  }
-}
 
 void TIFFGetVersion_handler(int outputCount, vxArrayPtr* outputs, int, const vxArray* const*,
                             s_tagbridge_op*) {

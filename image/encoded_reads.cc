@@ -1,6 +1,7 @@
 // "readEncodedStrip" and "readEncodedTile": what is checked before one block is read.
 #include <cstdint>
 
+#include "core/arguments.h"
 #include "core/errors.h"
 #include "core/open_files.h"
 #include "image/block_decode.h"

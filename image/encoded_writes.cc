@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 
+#include "core/arguments.h"
 #include "core/errors.h"
 #include "core/open_files.h"
 #include "core/values.h"

@@ -10,11 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include "core/arguments.h"
 #include "core/edits.h"
 #include "core/errors.h"
 #include "core/image_metadata.h"
 #include "core/open_files.h"
 #include "core/sample_depth.h"
+#include "core/values.h"
 #include "image/block_buffer.h"
 #include "image/fill_order.h"
 #include "image/handlers.h"
@@ -119,7 +121,7 @@ vxArrayPtr createRaster(const TiffImageMetaData_& record, std::uint32_t width, s
 }
 
 std::uint32_t* entriesOf(const vxArrayPtr& raster) {
-  return static_cast<std::uint32_t*>(vxGetWritableData(raster.get()));
+  return reinterpret_cast<std::uint32_t*>(writableDataOf(raster.get()));
 }
 
 constexpr std::uint32_t roundDown(std::uint32_t value, std::uint32_t step) noexcept {

@@ -60,7 +60,7 @@ void unpack_colormap(TIFF* tif, const vxArray* value, std::vector<std::uint16_t>
   if (!isDoubleMatrix(value, 3) || vxGetDimensions(value)[0] != length)
     raise<Tiff::badColorMap>(length, bits);
 
-  const std::span<const double> elements = doublesOf(value);
+  const std::span<const double> elements = elementsOf<double>(value);
   if (std::ranges::any_of(elements, [](double e) { return e > 1.0 || e < 0.0; }))
     raise<Tiff::colorMapValuesNotNormalized>();
   red = colorTable(elements.subspan(0, length));

@@ -20,11 +20,6 @@ namespace tb {
 // True for a double array of two dimensions with `width` columns.
 bool isDoubleMatrix(const vxArray* value, std::size_t width);
 
-// The elements of a double array in storage order.
-inline std::span<const double> doublesOf(const vxArray* value) {
-  return {static_cast<const double*>(vxGetData(value)), vxGetNumberOfElements(value)};
-}
-
 // One element; doubles, the host's own numbers, pass as they are.
 template <class T>
 T convertElement(double element) {
@@ -49,7 +44,7 @@ T unpackTagScalar(const vxArray* value, std::uint32_t, const std::string& tagNam
 template <class T>
 std::vector<T> unpackTagArray(const vxArray* value, std::uint32_t, const std::string& tagName) {
   if (vxGetClassID(value) != vxDOUBLE) raise<Tiff::tagValueNotDoublePrecisionArray>(tagName);
-  const std::span<const double> elements = doublesOf(value);
+  const std::span<const double> elements = elementsOf<double>(value);
   std::vector<T> result(elements.size());
   std::ranges::transform(elements, result.begin(), convertElement<T>);
   return result;
@@ -63,7 +58,7 @@ template <class T>
 std::vector<T> unpackTag2DArray(const vxArray* value, std::uint32_t, const std::string& tagName,
                                 std::size_t width) {
   if (!isDoubleMatrix(value, width)) raise<Tiff::bad2DtagValue>(tagName, width);
-  const std::span<const double> elements = doublesOf(value);
+  const std::span<const double> elements = elementsOf<double>(value);
   const std::size_t rows = vxGetDimensions(value)[0];
   std::vector<T> result(elements.size());
   for (std::size_t column = 0; column < width; ++column)

@@ -33,7 +33,7 @@ template <class T, class Element = T>
 vxArrayPtr rowOf(vxClassID classId, std::span<const T> values) {
   const std::size_t dimensions[] = {1, values.size()};
   vxArrayPtr row = matrix::detail::do_create_uninitnumeric(classId, dimensions);
-  std::ranges::copy(values, static_cast<Element*>(vxGetWritableData(row.get())));
+  std::ranges::copy(values, writableElementsOf<Element>(row.get()).begin());
   return row;
 }
 
@@ -47,7 +47,7 @@ vxArrayPtr matrixOfRecords(std::span<const T> values, const std::string& tagName
   const std::size_t records = values.size() / width;
   const std::size_t dimensions[] = {records, width};
   vxArrayPtr matrix = matrix::detail::do_create_numeric(vxDOUBLE, dimensions);
-  auto* elements = static_cast<double*>(vxGetWritableData(matrix.get()));
+  const std::span elements = writableElementsOf<double>(matrix.get());
   for (std::size_t record = 0; record < records; ++record)
     for (std::size_t field = 0; field < width; ++field)
       elements[record + field * records] = values[record * width + field];

@@ -1,8 +1,8 @@
 // The getField operation.
+#include "core/arguments.h"
 #include "core/errors.h"
 #include "core/open_files.h"
 #include "tags/handlers.h"
-#include "tags/tag_number.h"
 #include "tags/tag_table.h"
 
 namespace tb {

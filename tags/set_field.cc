@@ -1,9 +1,9 @@
 // The setField operation.
+#include "core/arguments.h"
 #include "core/edits.h"
 #include "core/errors.h"
 #include "core/open_files.h"
 #include "tags/handlers.h"
-#include "tags/tag_number.h"
 #include "tags/tag_table.h"
 
 namespace tb {

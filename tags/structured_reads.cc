@@ -31,7 +31,7 @@ std::size_t curveLength(std::uint16_t bitsPerSample) {
 vxArrayPtr matrixOfCurves(std::size_t rows, std::span<const Curve> curves, double divisor) {
   const std::size_t dimensions[] = {rows, curves.size()};
   vxArrayPtr matrix = matrix::detail::do_create_numeric(vxDOUBLE, dimensions);
-  auto* column = static_cast<double*>(vxGetWritableData(matrix.get()));
+  double* column = writableElementsOf<double>(matrix.get()).data();
   for (const Curve curve : curves) {
     if (curve != nullptr)
       std::transform(curve, curve + rows, column,
@@ -87,7 +87,7 @@ vxArrayPtr retrievePerTilePerStrip(TIFF* tif, std::uint32_t tag, const std::stri
   // changed after it was made; libtiff's functions for one block know its length.
   const std::size_t dimensions[] = {1, count};
   vxArrayPtr row = matrix::detail::do_create_numeric(vxUINT64, dimensions);
-  auto* elements = static_cast<std::uint64_t*>(vxGetWritableData(row.get()));
+  const std::span elements = writableElementsOf<std::uint64_t>(row.get());
   for (std::uint32_t block = 0; block < count; ++block) {
     int failed = 0;
     const std::uint64_t value = numberOf(tif, block, &failed);

@@ -70,11 +70,10 @@ int setSSampleValue(TIFF* tif, std::uint32_t tag, const std::string& tagName,
 int setUninterpretedByteType(TIFF* tif, std::uint32_t tag, const std::string& tagName,
                              const vxArray* value, std::uint32_t least) {
   if (vxGetClassID(value) != vxUINT8) raise<Tiff::badUninterpretedTagType>(tagName);
-  const auto count =
-      convertNumber<std::uint32_t>(static_cast<double>(vxGetNumberOfElements(value)));
+  const std::span bytes = elementsOf<std::uint8_t>(value);
+  const auto count = convertNumber<std::uint32_t>(static_cast<double>(bytes.size()));
   if (count < least) raise<Tiff::lengthTooShort>(tagName, least);
-  const auto* bytes = static_cast<const std::uint8_t*>(vxGetData(value));
-  return storeArray<CountWidth::bits32>(tif, tag, std::span(bytes, count));
+  return storeArray<CountWidth::bits32>(tif, tag, bytes.first(count));
 }
 
 int setXmlPacket(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray* value) {

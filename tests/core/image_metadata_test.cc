@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "core/arguments.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/temporary_folder.h"

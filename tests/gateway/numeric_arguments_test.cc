@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "handlers/directory_arguments.h"
+#include "core/arguments.h"
 #include "tests/support/gateway_call.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/tiff_files.h"
