@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/codec_tags.h"
 #include "core/edits.h"
 
 namespace tb {
@@ -92,10 +93,25 @@ const char* whatIsWrongForSgiLog(const Record& record) {
              : nullptr;
 }
 
+// Encoders with a predictor are set up before they refuse it, and once more at the next block.
+const char* whatIsWrongWithPredictor(const Record& record) {
+  if (isTagOfAnotherCodec(TIFFTAG_PREDICTOR, record.compression)) return nullptr;
+  std::uint16_t predictor = PREDICTOR_NONE;
+  (void)TIFFGetField(record.tif, TIFFTAG_PREDICTOR, &predictor);
+  const std::uint16_t bits = record.bitsPerSample;
+  const bool isWide = bits == 16 || bits == 32 || bits == 64;
+  const bool isFloat = record.sampleFormat == SAMPLEFORMAT_IEEEFP && isWide;
+  const bool isKnown = predictor == PREDICTOR_NONE ||
+                       (predictor == PREDICTOR_HORIZONTAL && (bits == 8 || isWide)) ||
+                       (predictor == PREDICTOR_FLOATINGPOINT && isFloat);
+  return isKnown ? nullptr : "This Predictor does not go with the samples";
+}
+
 const char* whatIsWrong(const Record& record) {
   if (!mayEncode(record.tif)) {
     return "The layout of the directory was changed after one of its blocks was read";
   }
+  if (const char* reason = whatIsWrongWithPredictor(record)) return reason;
   switch (record.compression) {
     case COMPRESSION_JPEG:
       return whatIsWrongForJpeg(record);

@@ -356,5 +356,19 @@ TEST(WriteForWhichLibtiffFindsNoBuffer, IsToldOnce) {
   EXPECT_NE(said[0].message, said[1].message);
 }
 
+// libtiff would set the encoder up at each of them and release one.
+TEST(WritesWithAPredictorThatDoesNotFit, Fail) {
+  Scene scene;
+  for (const int compression : {COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE}) {
+    const OpenedFile& file = scene.fresh(stripTags(PHOTOMETRIC_MINISBLACK, 8, 1));
+    setFields(file, {{TIFFTAG_COMPRESSION, compression}, {TIFFTAG_PREDICTOR, 4}});
+    for (int turn = 0; turn < 2; ++turn) {
+      expectError<Tiff::stripWriteFailure>({1}, [&, &handle = file] {
+        call("writeEncodedStrip", handle, 0, zeros(vxUINT8, {16, 16}));
+      });
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tb::test
