@@ -102,16 +102,13 @@ class CodecTagGuard {
   }
 
   static int storeNothing(std::uint32_t tag, va_list values) {
-    if (tag == TIFFTAG_JPEGTABLES) {
-      *va_arg(values, std::uint32_t*) = 0;
-      *va_arg(values, void**) = nullptr;
-    } else if (tag == TIFFTAG_PREDICTOR) {
-      *va_arg(values, std::uint16_t*) = PREDICTOR_NONE;
-    } else if (tag == TIFFTAG_CLEANFAXDATA) {
-      *va_arg(values, std::uint16_t*) = CLEANFAXDATA_CLEAN;
-    } else {
-      *va_arg(values, std::uint32_t*) = 0;
+    if (tag == TIFFTAG_PREDICTOR || tag == TIFFTAG_CLEANFAXDATA) {
+      const int unset = tag == TIFFTAG_PREDICTOR ? PREDICTOR_NONE : CLEANFAXDATA_CLEAN;
+      *va_arg(values, std::uint16_t*) = static_cast<std::uint16_t>(unset);
+      return 0;
     }
+    *va_arg(values, std::uint32_t*) = 0;
+    if (tag == TIFFTAG_JPEGTABLES) *va_arg(values, void**) = nullptr;
     return 0;
   }
 
