@@ -94,6 +94,8 @@ std::size_t liveBytes() noexcept { return live; }
 
 // --- What stands in for the C library
 
+// NOLINTBEGIN(google-build-using-namespace,bugprone-reserved-identifier): these act on what the
+// namespace above holds, and the C library has its own functions under such names
 using namespace tb::faults;
 
 extern "C" {
@@ -212,3 +214,4 @@ TAGBRIDGE_EXPORT void operator delete(void* memory, std::align_val_t) noexcept {
 TAGBRIDGE_EXPORT void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
   free(memory);
 }
+// NOLINTEND(google-build-using-namespace,bugprone-reserved-identifier)
