@@ -86,7 +86,7 @@ std::vector<RawEntry> directoryOf(const Image& image, unsigned flags, std::uint3
 }  // namespace tb::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tb::fuzz;  // NOLINT(google-build-using-namespace): for what is unnamed above
+  using namespace tb::fuzz;
   if (size < 2) return -1;
   const unsigned flags = data[0];
   const std::span codestream(data + 1, size - 1);
