@@ -22,9 +22,9 @@ unsigned exclusives = 0;    // cleanups and forks that wait or run
 Event callsChanged;
 
 // The innermost call of this thread.
-constinit thread_local CallTurn* innermost = nullptr;
+[[gnu::tls_model("initial-exec")]] constinit thread_local CallTurn* innermost = nullptr;
 // Calls of this thread that are on their way, the cleanup among them.
-constinit thread_local unsigned depth = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local unsigned depth = 0;
 // How many of `exclusives` are this thread's.
 constinit thread_local unsigned ownExclusives = 0;
 

@@ -17,8 +17,8 @@ namespace tb::python {
 namespace {
 
 // How many calls and closings of the gate this thread is inside of, and how many closings.
-constinit thread_local int s_depth = 0;
-constinit thread_local int s_closedHere = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local int s_depth = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local int s_closedHere = 0;
 
 // Lets calls in and counts the threads that are inside one. Closed, it keeps out calls that begin;
 // those inside a call of their thread, and those of a thread that closed it, go on.
@@ -93,7 +93,9 @@ struct Bridge {
 Bridge* s_bridge = nullptr;
 
 // Where the warnings of this thread's call go; null outside one.
-constinit thread_local std::vector<resource_core::BaseMsgID>* s_warnings = nullptr;
+[[gnu::tls_model(
+    "initial-exec")]] constinit thread_local std::vector<resource_core::BaseMsgID>* s_warnings =
+    nullptr;
 
 void collectWarning(const resource_core::BaseMsgID& warning) {
   if (s_warnings == nullptr) return runtime::writeWarning(warning);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <new>
 
@@ -49,21 +50,28 @@ constinit Stacks shared;
 
 // What this thread keeps. The state is apart from the guard, whose destructor would otherwise have
 // to be registered before a thread's first cell can be looked at.
+//
+// Libraries that are loaded late share little room for thread-local variables that are found
+// without a call, so the stacks lie elsewhere.
 enum class Threading : unsigned char { kNew, kRunning, kEnding };
-constinit thread_local Stacks kept;
-constinit thread_local Threading threading = Threading::kNew;
+constinit Stacks nothing;  // what a new or ending thread keeps
+[[gnu::tls_model("initial-exec")]] constinit thread_local Stacks* kept = &nothing;
+[[gnu::tls_model("initial-exec")]] constinit thread_local Threading threading = Threading::kNew;
 
 struct ReturnAtThreadEnd {
   ~ReturnAtThreadEnd() {
     threading = Threading::kEnding;
+    kept = &nothing;
     const std::lock_guard lock(sharedLock);
-    for (std::size_t size = 0; size < kSizes; ++size) kept[size].moveTo(shared[size], kMostKept);
+    for (std::size_t size = 0; size < kSizes; ++size)
+      (*stacks)[size].moveTo(shared[size], kMostKept);
   }
+  std::unique_ptr<Stacks> stacks = std::make_unique<Stacks>();
 };
 
 void announceThread() {
-  thread_local ReturnAtThreadEnd guard;
-  (void)guard;
+  thread_local const ReturnAtThreadEnd guard;
+  kept = guard.stacks.get();
   threading = Threading::kRunning;
 }
 
@@ -84,14 +92,14 @@ void cutSlab(Stack& stack, std::size_t cellBytes) {
 void* takeShared(std::size_t size) {
   const std::lock_guard lock(sharedLock);
   if (shared[size].count == 0) cutSlab(shared[size], (size + 1) * kLine);
-  if (threading == Threading::kRunning) shared[size].moveTo(kept[size], kMostKept / 2);
-  return kept[size].count > 0 ? kept[size].pop() : shared[size].pop();
+  if (threading == Threading::kRunning) shared[size].moveTo((*kept)[size], kMostKept / 2);
+  return (*kept)[size].count > 0 ? (*kept)[size].pop() : shared[size].pop();
 }
 
 void giveShared(void* cell, std::size_t size) noexcept {
   const std::lock_guard lock(sharedLock);
   shared[size].push(cell);
-  if (threading == Threading::kRunning) kept[size].moveTo(shared[size], kMostKept / 2);
+  if (threading == Threading::kRunning) (*kept)[size].moveTo(shared[size], kMostKept / 2);
 }
 
 }  // namespace
@@ -99,7 +107,7 @@ void giveShared(void* cell, std::size_t size) noexcept {
 void* takeCell(std::size_t bytes) {
   if constexpr (kAddressSanitizer) return alignedMemory(bytes);
   const std::size_t size = sizeIndex(bytes);
-  if (kept[size].count > 0) return kept[size].pop();
+  if ((*kept)[size].count > 0) return (*kept)[size].pop();
   if (threading == Threading::kNew) announceThread();
   return takeShared(size);
 }
@@ -107,9 +115,9 @@ void* takeCell(std::size_t bytes) {
 void giveCell(void* cell, std::size_t bytes) noexcept {
   if constexpr (kAddressSanitizer) return std::free(cell);
   const std::size_t size = sizeIndex(bytes);
-  if (threading != Threading::kRunning || kept[size].count >= kMostKept)
+  if (threading != Threading::kRunning || (*kept)[size].count >= kMostKept)
     return giveShared(cell, size);
-  kept[size].push(cell);
+  (*kept)[size].push(cell);
 }
 
 }  // namespace tb::runtime

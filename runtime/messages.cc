@@ -33,9 +33,9 @@ struct ErrorStack {
 thread_local ErrorStack stack;
 // False when `stack` holds nothing: libtiff has nothing to say in most calls, and reaching an
 // object with a destructor takes longer than all that they would do with it.
-constinit thread_local bool stackIsUsed = false;
-constinit thread_local bool insideModule = false;
-constinit thread_local bool forwarding = false;
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool stackIsUsed = false;
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool insideModule = false;
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool forwarding = false;
 
 constinit std::atomic<TIFFErrorHandler> previousError = nullptr;
 constinit std::atomic<TIFFErrorHandler> previousWarning = nullptr;

@@ -102,3 +102,11 @@ def test_a_missing_numpy_is_named():
     words = "import sys; sys.modules['numpy'] = None; import tagbridge"
     done = subprocess.run([sys.executable, "-c", words], capture_output=True, text=True, check=False)
     assert done.stderr.splitlines()[-1].startswith("ModuleNotFoundError: import of numpy")
+
+
+def test_the_package_is_imported_after_those_that_leave_little_room():
+    """Libraries that are loaded late share a few hundred bytes for thread-local variables."""
+    run = subprocess.run(
+        [sys.executable, "-c", "import cv2, PIL.Image, tifffile, rasterio; from osgeo import gdal; "
+         "import tagbridge"], capture_output=True, text=True, check=False)
+    assert run.returncode == 0, run.stderr
