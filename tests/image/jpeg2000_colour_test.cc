@@ -13,6 +13,7 @@
 #include "tests/support/gateway_call.h"
 #include "tests/support/host_value.h"
 #include "tests/support/scene.h"
+#include "tests/support/subsampling.h"
 #include "tests/support/temporary_folder.h"
 
 namespace tb::test {
@@ -21,13 +22,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-struct Subsampling {
-  std::uint16_t horizontal, vertical;
-};
-void PrintTo(const Subsampling& value, std::ostream* out) {
-  *out << value.horizontal << ':' << value.vertical;
-}
 
 // To the nearest, whichever of two it is when both are as near.
 constexpr double kRounding = 0.505;

@@ -6,16 +6,10 @@
 #include <vector>
 
 #include "tests/support/block_reads.h"
+#include "tests/support/subsampling.h"
 
 namespace tb::test {
 namespace {
-
-struct Subsampling {
-  std::uint16_t horizontal, vertical;
-};
-void PrintTo(const Subsampling& value, std::ostream* out) {
-  *out << value.horizontal << ':' << value.vertical;
-}
 
 // What the three outputs of a block must hold.
 std::vector<std::byte> expectedPlane(const Layout& layout, std::uint32_t block,
@@ -34,15 +28,7 @@ std::vector<std::byte> expectedPlane(const Layout& layout, std::uint32_t block,
 class ReadYCbCr : public ReadBlocks, public testing::WithParamInterface<Subsampling> {
  protected:
   static Layout layout(std::uint32_t width, std::uint32_t length, bool tiled) {
-    return {.width = width,
-            .length = length,
-            .samples = 3,
-            .photometric = PHOTOMETRIC_YCBCR,
-            .rowsPerStrip = tiled ? 0U : 16U,
-            .tileWidth = tiled ? 32U : 0U,
-            .tileLength = tiled ? 16U : 0U,
-            .horizontal = GetParam().horizontal,
-            .vertical = GetParam().vertical};
+    return subsampledLayout(GetParam(), width, length, tiled);
   }
 };
 

@@ -196,14 +196,15 @@ TEST_F(RgbaReads, TilePositionIsColumnThenRow) {
 
 // --- What the read leaves behind
 
+const Layout kYCbCrJpeg{.width = 32,
+                        .length = 32,
+                        .samples = 3,
+                        .photometric = PHOTOMETRIC_YCBCR,
+                        .compression = COMPRESSION_JPEG,
+                        .rowsPerStrip = 16};
+
 TEST_F(RgbaReads, JpegColorModeStaysAsItWas) {
-  const Layout layout{.width = 32,
-                      .length = 32,
-                      .samples = 3,
-                      .photometric = PHOTOMETRIC_YCBCR,
-                      .compression = COMPRESSION_JPEG,
-                      .rowsPerStrip = 16};
-  const OpenedFile& file = scene_.written({layout});
+  const OpenedFile& file = scene_.written({kYCbCrJpeg});
   const std::vector<std::byte> before = bytesOf(call("readEncodedStrip", file, 0));
   for (const char* operation : {"readRGBAStrip", "readRGBAImage"}) {
     Inputs inputs{operation, file};
@@ -217,13 +218,7 @@ TEST_F(RgbaReads, JpegColorModeStaysAsItWas) {
 }
 
 TEST_F(RgbaReads, JpegColorModeStaysAsItWasAfterAFailure) {
-  const Layout layout{.width = 32,
-                      .length = 32,
-                      .samples = 3,
-                      .photometric = PHOTOMETRIC_YCBCR,
-                      .compression = COMPRESSION_JPEG,
-                      .rowsPerStrip = 16};
-  const OpenedFile& file = scene_.written({layout});
+  const OpenedFile& file = scene_.written({kYCbCrJpeg});
   expectError<Tiff::stripReadErrorRGBA>({49}, [&] { call("readRGBAStrip", file, 50); });
   EXPECT_NO_THROW(call("readEncodedStrip", file, 0));
 }

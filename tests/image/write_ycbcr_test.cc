@@ -8,18 +8,12 @@
 #include <vector>
 
 #include "tests/support/block_writes.h"
+#include "tests/support/subsampling.h"
 
 namespace tb::test {
 namespace {
 
 using testing::ElementsAre;
-
-struct YCbCrCase {
-  std::uint16_t horizontal, vertical;
-};
-void PrintTo(const YCbCrCase& value, std::ostream* out) {
-  *out << value.horizontal << ':' << value.vertical;
-}
 
 // Element (row, column) of a column-major array of bytes.
 std::byte at(const vxArrayPtr& array, std::size_t row, std::size_t column) {
@@ -55,18 +49,10 @@ Bytes unitsOf(const std::vector<vxArrayPtr>& images, const Layout& layout, std::
   return buffer;
 }
 
-class WriteYCbCr : public WriteBlocks, public testing::WithParamInterface<YCbCrCase> {
+class WriteYCbCr : public WriteBlocks, public testing::WithParamInterface<Subsampling> {
  protected:
   static Layout layout(std::uint32_t width, std::uint32_t length, bool tiled) {
-    return {.width = width,
-            .length = length,
-            .samples = 3,
-            .photometric = PHOTOMETRIC_YCBCR,
-            .rowsPerStrip = tiled ? 0U : 16U,
-            .tileWidth = tiled ? 32U : 0U,
-            .tileLength = tiled ? 16U : 0U,
-            .horizontal = GetParam().horizontal,
-            .vertical = GetParam().vertical};
+    return subsampledLayout(GetParam(), width, length, tiled);
   }
 };
 
@@ -88,9 +74,9 @@ TEST_P(WriteYCbCr, UnitsAreThoseOfAnIndependentPacking) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Factors, WriteYCbCr,
-                         testing::Values(YCbCrCase{1, 1}, YCbCrCase{2, 1}, YCbCrCase{2, 2},
-                                         YCbCrCase{4, 1}, YCbCrCase{1, 2}, YCbCrCase{4, 2},
-                                         YCbCrCase{4, 4}),
+                         testing::Values(Subsampling{1, 1}, Subsampling{2, 1}, Subsampling{2, 2},
+                                         Subsampling{4, 1}, Subsampling{1, 2}, Subsampling{4, 2},
+                                         Subsampling{4, 4}),
                          [](const auto& test) {
                            return std::to_string(test.param.horizontal) + "By" +
                                   std::to_string(test.param.vertical);
