@@ -2,14 +2,13 @@
 
 from __future__ import annotations
 
-import argparse
 import timeit
 from collections.abc import Callable
 
 import tagbridge
 import tagbridge_direct
 
-from measuring import EFFORTS, Image, compare, image_file, report
+from measuring import EFFORTS, Image, compare, image_file, parsed_options, report
 
 IMAGE_WIDTH = 256
 ORIENTATION = 274
@@ -56,11 +55,7 @@ def measure(path: str, effort: str) -> None:
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--make-image", required=True, help="the program that makes images")
-    parser.add_argument("effort", choices=EFFORTS)
-    parser.add_argument("folder")
-    options = parser.parse_args()
+    options = parsed_options(__doc__)
     image = Image("u8", "none", "strips", 16, 256, 256)
     with image_file(options.make_image, options.folder, image) as path:
         measure(path, options.effort)

@@ -2,12 +2,13 @@
 
 from __future__ import annotations
 
+import argparse
 import contextlib
 import json
 import os
 import subprocess
 import time
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 from typing import Any, NamedTuple
 
 
@@ -47,6 +48,38 @@ def image_file(program: str, folder: str, image: Image) -> Iterator[str]:
         yield path
     finally:
         os.remove(path)
+
+
+def for_each_image(description: str, images: Iterable[Image],
+                   measure: Callable[[Image, str, str], None]) -> None:
+    """The program of a part: calls `measure(image, path, effort)` with the file of each image.
+
+    The options are those of `run.py`; of the effort "smoke" the images are tiny.
+    """
+    options = parsed_options(description)
+    for image in images:
+        if options.effort == "smoke":
+            image = image._replace(width=300, length=300)
+        with image_file(options.make_image, options.folder, image) as path:
+            measure(image, path, options.effort)
+
+
+def parsed_options(description: str) -> argparse.Namespace:
+    """Returns `make_image`, `effort` and `folder`, as `run.py` gives them."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("--make-image", required=True, help="the program that makes images")
+    parser.add_argument("effort", choices=EFFORTS)
+    parser.add_argument("folder")
+    return parser.parse_args()
+
+
+def repeated(function: Callable[..., object], *arguments: object) -> Callable[[int], None]:
+    """Returns a contender of `compare` that calls `function(*arguments)`."""
+    def run(calls: int) -> None:
+        for _ in range(calls):
+            function(*arguments)
+
+    return run
 
 
 def compare(effort: Effort, *contenders: Callable[[int], object],

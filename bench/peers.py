@@ -6,7 +6,6 @@ the same pixels.
 
 from __future__ import annotations
 
-import argparse
 import importlib
 import sys
 from collections.abc import Callable
@@ -15,7 +14,7 @@ import numpy as np
 
 from tagbridge import call
 
-from measuring import EFFORTS, Image, compare, image_file, report
+from measuring import EFFORTS, Image, compare, for_each_image, repeated, report
 
 Reader = Callable[[str], np.ndarray]
 
@@ -128,14 +127,6 @@ def able_readers(readers: dict[str, Reader], path: str, expected: np.ndarray) ->
     return able
 
 
-def repeated(read: Reader, path: str) -> Callable[[int], object]:
-    def run(calls: int) -> None:
-        for _ in range(calls):
-            read(path)
-
-    return run
-
-
 def measure(image: Image, path: str, readers: dict[str, Reader], effort: str) -> None:
     peers = able_readers(readers, path, read_blocks(path))
     if not peers:
@@ -149,17 +140,9 @@ def measure(image: Image, path: str, readers: dict[str, Reader], effort: str) ->
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--make-image", required=True, help="the program that makes images")
-    parser.add_argument("effort", choices=EFFORTS)
-    parser.add_argument("folder")
-    options = parser.parse_args()
     readers = installed_readers()
-    for image in FULL:
-        if options.effort == "smoke":
-            image = image._replace(width=300, length=300)
-        with image_file(options.make_image, options.folder, image) as path:
-            measure(image, path, readers, options.effort)
+    for_each_image(__doc__, FULL,
+                   lambda image, path, effort: measure(image, path, readers, effort))
 
 
 if __name__ == "__main__":

@@ -6,7 +6,6 @@ share of their time in which they waited for each other, neither computing nor w
 
 from __future__ import annotations
 
-import argparse
 import contextlib
 import functools
 import importlib
@@ -20,7 +19,7 @@ import tagbridge
 from tagbridge.file import File
 
 import peers
-from measuring import EFFORTS, Image, compare, image_file, report
+from measuring import EFFORTS, Image, compare, for_each_image, repeated, report
 
 IMAGES = [
     Image("u8", "none", "tiles", 256),
@@ -143,8 +142,8 @@ def measure_peers(image: Image, path: str, readers: dict[str, peers.Reader], eff
     if not able:
         return
     ours, *others = compare(
-        EFFORTS[effort], peers.repeated(lambda name: tagbridge.imread(name, raw=True), path),
-        *(peers.repeated(read, path) for read in able.values()), clock=time.perf_counter)
+        EFFORTS[effort], repeated(lambda name: tagbridge.imread(name, raw=True), path),
+        *(repeated(read, path) for read in able.values()), clock=time.perf_counter)
     factors = {name: seconds / ours for name, seconds in zip(able, others)}
     fastest = min(factors, key=factors.__getitem__)
     report("all processors", **image._asdict(), value=factors[fastest], fastest=fastest,
@@ -152,22 +151,17 @@ def measure_peers(image: Image, path: str, readers: dict[str, peers.Reader], eff
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--make-image", required=True, help="the program that makes images")
-    parser.add_argument("effort", choices=EFFORTS)
-    parser.add_argument("folder")
-    options = parser.parse_args()
     readers = peers.installed_readers()
     if "GDAL" in readers:
         readers["GDAL, one thread"] = readers["GDAL"]
         readers["GDAL"] = gdal_on_all_processors()
-    for image in IMAGES:
-        if options.effort == "smoke":
-            image = image._replace(width=300, length=300)
-        with image_file(options.make_image, options.folder, image) as path:
-            measure_handles(image, path, options.effort)
-            measure_read(image, path, options.effort)
-            measure_peers(image, path, readers, options.effort)
+
+    def measure(image: Image, path: str, effort: str) -> None:
+        measure_handles(image, path, effort)
+        measure_read(image, path, effort)
+        measure_peers(image, path, readers, effort)
+
+    for_each_image(__doc__, IMAGES, measure)
 
 
 if __name__ == "__main__":

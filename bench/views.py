@@ -6,9 +6,7 @@ out; of the others both must give the same pixels.
 
 from __future__ import annotations
 
-import argparse
 import sys
-from collections.abc import Callable
 
 import numpy as np
 import tifffile
@@ -16,7 +14,7 @@ import zarr
 
 import tagbridge.zarr
 
-from measuring import EFFORTS, Image, compare, image_file, report
+from measuring import EFFORTS, Image, compare, for_each_image, repeated, report
 
 IMAGES = [
     Image("u8", "none", "tiles", 256),
@@ -31,14 +29,6 @@ IMAGES = [
 ]
 
 
-def repeated(read: Callable[[], object]) -> Callable[[int], object]:
-    def run(calls: int) -> None:
-        for _ in range(calls):
-            read()
-
-    return run
-
-
 def measure(image: Image, path: str, effort: str) -> None:
     ours = zarr.open(tagbridge.zarr.store(path), mode="r")
     with tifffile.imread(path, aszarr=True) as view:
@@ -51,23 +41,14 @@ def measure(image: Image, path: str, effort: str) -> None:
         if pixels.dtype != ours.dtype or not np.array_equal(pixels, ours[...]):
             raise SystemExit(f"tifffile reads other pixels from {path}")
         ours_as_is, theirs_as_is, theirs_by_column = compare(
-            EFFORTS[effort], repeated(lambda: ours[...]), repeated(lambda: theirs[...]),
+            EFFORTS[effort], repeated(ours.__getitem__, ...), repeated(theirs.__getitem__, ...),
             repeated(lambda: np.asfortranarray(theirs[...])))
     report("zarr column-major", **image._asdict(), value=theirs_by_column / ours_as_is)
     report("zarr", **image._asdict(), value=theirs_as_is / ours_as_is)
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--make-image", required=True, help="the program that makes images")
-    parser.add_argument("effort", choices=EFFORTS)
-    parser.add_argument("folder")
-    options = parser.parse_args()
-    for image in IMAGES:
-        if options.effort == "smoke":
-            image = image._replace(width=300, length=300)
-        with image_file(options.make_image, options.folder, image) as path:
-            measure(image, path, options.effort)
+    for_each_image(__doc__, IMAGES, measure)
 
 
 if __name__ == "__main__":
