@@ -179,9 +179,9 @@ void readStrip(std::uint32_t strip, BlockExtent extent, OutputSlots outputs,
                const TiffImageMetaData_& record) {
   const std::size_t size = blockSize(TIFFStripSize(record.tif));
   if (!hasPixels(record) || size == 0) return storeBlock(emptyBlock(), extent, outputs, record);
-  const FillOrderScope fillOrder(record.tif);
   const std::size_t used = blockSize(TIFFVStripSize(record.tif, extent.rows));
   const std::optional<DecodedBlock> mapped = mappedBlock(strip, used, size, record);
+  const FillOrderScope fillOrder(record);
   std::optional<Unheard> unheard;
   if (vxArrayPtr array = readByRows(strip, extent, record, mapped, unheard)) {
     return storeOutput(outputs.count, outputs.slots, 0, std::move(array));
@@ -196,11 +196,11 @@ void readStrip(std::uint32_t strip, BlockExtent extent, OutputSlots outputs,
 void readTile(std::uint32_t tile, BlockExtent extent, OutputSlots outputs,
               const TiffImageMetaData_& record) {
   const std::size_t size = blockSize(TIFFTileSize(record.tif));
-  const FillOrderScope fillOrder(record.tif);
   if (const auto mapped = mappedBlock(tile, size, size, record)) {
     fetchShortRows(mapped->delivered(), record);
     return storeBlock(*mapped, extent, outputs, record);
   }
+  const FillOrderScope fillOrder(record);
   const bool isReadable = size > 0 && mayDecode(record.tif, "TIFFReadEncodedTile");
   storeBlock(isReadable ? decodeTile(tile, size, record) : emptyBlock(), extent, outputs, record);
 }

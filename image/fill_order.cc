@@ -1,18 +1,13 @@
 #include "image/fill_order.h"
 
+#include <fcntl.h>
+
 #include <cstdint>
 
-#include "core/open_files.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {
 namespace {
-
-std::uint16_t defaulted(TIFF* tif, std::uint32_t tag) {
-  std::uint16_t value = 0;
-  (void)TIFFGetFieldDefaulted(tif, tag, &value);
-  return value;
-}
 
 bool isFax(std::uint16_t compression) {
   return compression == COMPRESSION_CCITTRLE || compression == COMPRESSION_CCITTRLEW ||
@@ -28,18 +23,19 @@ void makeReadBuffer(TIFF* tif) {
 }  // namespace
 
 bool hasOtherFillOrder(TIFF* tif) {
-  return (defaulted(tif, TIFFTAG_FILLORDER) == FILLORDER_MSB2LSB) != (TIFFIsMSB2LSB(tif) != 0);
+  std::uint16_t order = 0;
+  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_FILLORDER, &order);
+  return (order == FILLORDER_MSB2LSB) != (TIFFIsMSB2LSB(tif) != 0);
 }
 
-FillOrderScope::FillOrderScope(TIFF* tif) : tif_(tif) {
-  if (!hasOtherFillOrder(tif)) return;
-  const std::uint16_t compression = defaulted(tif, TIFFTAG_COMPRESSION);
-  if (isReadOnly(tif)) {
-    if (compression != COMPRESSION_OJPEG) makeReadBuffer(tif);  // it reads the file by itself
+FillOrderScope::FillOrderScope(const TiffImageMetaData_& record) : tif_(record.tif) {
+  if (!hasOtherFillOrder(tif_)) return;
+  if (record.mode == O_RDONLY) {
+    if (record.compression != COMPRESSION_OJPEG) makeReadBuffer(tif_);  // it reads by itself
     return;
   }
-  isTurnedTwice_ = isFax(compression) && TIFFIsMSB2LSB(tif);
-  if (isTurnedTwice_) ZQTIFFreverseBitsRead(tif, true);
+  isTurnedTwice_ = isFax(record.compression) && TIFFIsMSB2LSB(tif_);
+  if (isTurnedTwice_) ZQTIFFreverseBitsRead(tif_, true);
 }
 
 FillOrderScope::~FillOrderScope() {

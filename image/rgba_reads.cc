@@ -100,7 +100,7 @@ class CodecForRgba {
  public:
   explicit CodecForRgba(const TiffImageMetaData_& record)
       : mayDecode_(mayDecode(record.tif, "TIFFReadRGBAImage")),
-        fillOrder_(record.tif),
+        fillOrder_(record),
         jpeg_(record),
         sgiLog_(record) {}
   bool isReady() const { return mayDecode_ && jpeg_.isReady() && sgiLog_.isReady(); }
