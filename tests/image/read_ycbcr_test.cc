@@ -1,7 +1,6 @@
 // Reads of YCbCr, LogL and LogLuv, whose blocks are not simply samples.
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <vector>
 
