@@ -49,66 +49,54 @@ void require(bool success, const char* what) {
   if (!success) throw std::runtime_error(std::string(what) + " failed");
 }
 
-template <class T>
-void setField(TIFF* tif, std::uint32_t tag, T value) {
-  require(TIFFSetField(tif, tag, value) == 1, "TIFFSetField");
-}
-
-void setCompression(TIFF* tif, const SampleRow& samples, const CompressionRow& compression) {
-  setField(tif, TIFFTAG_COMPRESSION, compression.scheme);
-  if (!compression.predicts || samples.bits == 1) return;
+void setPredictor(TIFF* tif, const SampleRow& samples) {
   const bool floating = samples.format == SAMPLEFORMAT_IEEEFP;
-  setField(tif, TIFFTAG_PREDICTOR, floating ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
+  const int predictor = floating ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL;
+  require(TIFFSetField(tif, TIFFTAG_PREDICTOR, predictor) == 1, "TIFFSetField");
 }
 
-void setDirectory(TIFF* tif, const ImageSpec& spec) {
+test::Layout layoutOf(const ImageSpec& spec) {
   const SampleRow& samples = findRow(kSamples, spec.samples);
-  setField(tif, TIFFTAG_IMAGEWIDTH, spec.width);
-  setField(tif, TIFFTAG_IMAGELENGTH, spec.length);
-  setField(tif, TIFFTAG_BITSPERSAMPLE, samples.bits);
-  setField(tif, TIFFTAG_SAMPLESPERPIXEL, samples.samples);
-  setField(tif, TIFFTAG_SAMPLEFORMAT, samples.format);
-  setField(tif, TIFFTAG_PLANARCONFIG, samples.planar);
-  setField(tif, TIFFTAG_PHOTOMETRIC, samples.photometric);
-  setCompression(tif, samples, findRow(kCompressions, spec.compression));
-  if (samples.photometric == PHOTOMETRIC_YCBCR) {
-    require(TIFFSetField(tif, TIFFTAG_YCBCRSUBSAMPLING, 2, 2) == 1, "TIFFSetField");
+  const CompressionRow& compression = findRow(kCompressions, spec.compression);
+  const std::uint16_t subsampling = samples.photometric == PHOTOMETRIC_YCBCR ? 2 : 1;
+  test::Layout layout{.width = spec.width,
+                      .length = spec.length,
+                      .bits = samples.bits,
+                      .samples = samples.samples,
+                      .format = samples.format,
+                      .planar = samples.planar,
+                      .photometric = samples.photometric,
+                      .compression = compression.scheme,
+                      .rowsPerStrip = spec.tiled ? 0 : spec.blockLength,
+                      .tileWidth = spec.tiled ? spec.blockLength : 0,
+                      .tileLength = spec.tiled ? spec.blockLength : 0,
+                      .horizontal = subsampling,
+                      .vertical = subsampling};
+  if (compression.predicts && samples.bits != 1) {
+    layout.more = [&samples](TIFF* tif) { setPredictor(tif, samples); };
   }
-  if (spec.tiled) {
-    setField(tif, TIFFTAG_TILEWIDTH, spec.blockLength);
-    setField(tif, TIFFTAG_TILELENGTH, spec.blockLength);
-  } else {
-    setField(tif, TIFFTAG_ROWSPERSTRIP, spec.blockLength);
-  }
+  return layout;
 }
 
 // Paints what block number `block` shows. Units of YCbCr are painted as if they were rows of bytes.
-void paintBlock(TIFF* tif, const ImageSpec& spec, std::uint32_t block,
-                std::vector<std::byte>& buffer) {
-  const SampleRow& samples = findRow(kSamples, spec.samples);
-  const bool separate = samples.planar == PLANARCONFIG_SEPARATE;
-  const std::uint32_t width = spec.tiled ? spec.blockLength : spec.width;
-  const std::uint32_t across = spec.tiled ? (spec.width + width - 1) / width : 1;
-  const std::uint32_t perPlane = separate ? blockCount(tif) / samples.samples : blockCount(tif);
-  const std::uint32_t place = block % perPlane;
-  PictureRow row{.row = place / across * spec.blockLength,
-                 .column = place % across * width,
-                 .pixels = width,
-                 .firstSample = block / perPlane,
-                 .samples = separate ? 1U : samples.samples};
-  if (samples.photometric == PHOTOMETRIC_YCBCR) row.samples = 1;
-  const std::size_t rowBytes = (std::size_t{row.pixels} * row.samples * samples.bits + 7) / 8;
+void paintBlock(const test::Layout& layout, std::uint32_t block, std::vector<std::byte>& buffer) {
+  const test::BlockPlace place = test::placeOf(layout, block);
+  PictureRow row{.row = place.firstRow,
+                 .column = place.firstColumn,
+                 .pixels = layout.blockWidth(),
+                 .firstSample = place.plane,
+                 .samples = layout.samplesPerBlock()};
+  if (layout.photometric == PHOTOMETRIC_YCBCR) row.samples = 1;
+  const std::size_t rowBytes = (std::size_t{row.pixels} * row.samples * layout.bits + 7) / 8;
   for (std::size_t start = 0; start + rowBytes <= buffer.size(); start += rowBytes, ++row.row) {
-    paintRow(row, samples.bits, samples.format == SAMPLEFORMAT_IEEEFP, &buffer[start]);
+    paintRow(row, layout.bits, layout.format == SAMPLEFORMAT_IEEEFP, &buffer[start]);
   }
 }
 
 // The last strip of an image may have fewer rows than the others.
-std::size_t stripSize(TIFF* tif, const ImageSpec& spec, std::uint32_t strip) {
-  const std::uint32_t perPlane = (spec.length - 1) / spec.blockLength + 1;
-  const std::uint32_t firstRow = strip % perPlane * spec.blockLength;
-  const std::uint32_t rows = std::min(spec.blockLength, spec.length - firstRow);
-  return static_cast<std::size_t>(TIFFVStripSize(tif, rows));
+std::size_t storedBlockSize(TIFF* tif, const test::Layout& layout, std::uint32_t block) {
+  if (layout.tiled()) return blockSize(tif);
+  return static_cast<std::size_t>(TIFFVStripSize(tif, test::placeOf(layout, block).rows));
 }
 
 }  // namespace
@@ -123,8 +111,8 @@ std::string ImageSpec::name() const {
                      blockLength, width, length);
 }
 
-TiffHandle openTiff(const std::filesystem::path& path, const char* mode) {
-  TiffHandle tif(TIFFOpen(path.c_str(), mode));
+test::TiffHandle openTiff(const std::filesystem::path& path, const char* mode) {
+  test::TiffHandle tif = test::openTiff(path, mode);
   if (!tif) throw std::runtime_error("cannot open " + path.string());
   return tif;
 }
@@ -135,12 +123,13 @@ std::filesystem::path imageFile(const std::filesystem::path& folder, const Image
   // Under another name until it is finished, so that a run which was stopped leaves no half image.
   const std::filesystem::path unfinished = path.string() + ".part";
   {
-    const TiffHandle tif = openTiff(unfinished, "w");
-    setDirectory(tif.get(), spec);
-    std::vector<std::byte> buffer(blockSize(tif.get()));
-    for (std::uint32_t block = 0; block < blockCount(tif.get()); ++block) {
-      if (!spec.tiled) buffer.resize(stripSize(tif.get(), spec, block));
-      paintBlock(tif.get(), spec, block, buffer);
+    const test::Layout layout = layoutOf(spec);
+    const test::TiffHandle tif = openTiff(unfinished, "w");
+    test::setLayout(tif.get(), layout);
+    std::vector<std::byte> buffer;
+    for (std::uint32_t block = 0; block < test::blockCount(layout); ++block) {
+      buffer.resize(storedBlockSize(tif.get(), layout, block));
+      paintBlock(layout, block, buffer);
       writeBlock(tif.get(), block, buffer);
     }
   }
@@ -149,8 +138,8 @@ std::filesystem::path imageFile(const std::filesystem::path& folder, const Image
 }
 
 void makeEmptyImage(const std::filesystem::path& path, const ImageSpec& spec) {
-  const TiffHandle tif = openTiff(path, "w");
-  setDirectory(tif.get(), spec);
+  const test::TiffHandle tif = openTiff(path, "w");
+  test::setLayout(tif.get(), layoutOf(spec));
   // Makes the tables of blocks, all of them empty; without it the directory would have none.
   require(TIFFWriteCheck(tif.get(), TIFFIsTiled(tif.get()), "TIFFWriteCheck") == 1,
           "TIFFWriteCheck");

@@ -6,19 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/support/tiff_files.h"
+
 namespace tb::bench {
 
-struct TiffCloser {
-  void operator()(TIFF* tif) const noexcept { TIFFClose(tif); }
-};
-using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
-
 // Throws std::runtime_error when libtiff cannot open the file.
-TiffHandle openTiff(const std::filesystem::path& path, const char* mode);
+test::TiffHandle openTiff(const std::filesystem::path& path, const char* mode);
 
 // An image. `samples` is "u8", "rgb" (interleaved), "rgb-planes", "u16", "u32", "f32", "f64",
 // "1bit" or "ycbcr" (units of 2 by 2); `compression` is "none", "packbits", "lzw" or "deflate"

@@ -50,7 +50,7 @@ const char* readOperation(const ImageSpec& spec) {
 
 Comparison compareReadsOfOpenFile(Session& session, const ImageSpec& spec) {
   const TemporaryImage image(session.folder, spec);
-  const TiffHandle opened = openTiff(image.path(), "r");
+  const test::TiffHandle opened = openTiff(image.path(), "r");
   const std::uint32_t count = blockCount(opened.get());
   std::vector<std::byte> buffer(blockSize(opened.get()));
   const ModuleFile file(session.module, image.path(), "r");

@@ -54,7 +54,7 @@ Specs repeatedReads() {
 // are mapped.
 void measureRead(Session& session, const ImageSpec& spec) {
   const TemporaryImage image(session.folder, spec);
-  const TiffHandle opened = openTiff(image.path(), "r");
+  const test::TiffHandle opened = openTiff(image.path(), "r");
   const std::uint32_t count = blockCount(opened.get());
   std::vector<std::byte> buffer(blockSize(opened.get()));
   const Comparison times = compare(
@@ -65,7 +65,7 @@ void measureRead(Session& session, const ImageSpec& spec) {
         for (std::uint32_t block = 0; block < count; ++block) read(block);
       },
       [&] {
-        const TiffHandle file = openTiff(image.path(), "r");
+        const test::TiffHandle file = openTiff(image.path(), "r");
         for (std::uint32_t block = 0; block < count; ++block) readBlock(file.get(), block, buffer);
       });
   report("read", spec, times.ours / times.reference);

@@ -28,7 +28,7 @@ ReadyBlocks readyBlocks(Session& session, ImageSpec spec) {
   // "c", since libtiff cuts a single large strip into pieces otherwise.
   const ModuleFile file(session.module, image.path(), "rc");
   Operation read(file, readOperation(spec));
-  const TiffHandle tif = openTiff(image.path(), "rc");
+  const test::TiffHandle tif = openTiff(image.path(), "rc");
   ReadyBlocks blocks;
   for (std::uint32_t block = 0; block < std::min(kReadyBlocks, blockCount(tif.get())); ++block) {
     read(block);
@@ -63,7 +63,7 @@ void measureWrite(Session& session, const ImageSpec& fitted) {
       },
       [&] {
         makeEmptyImage(image.path(), spec);
-        const TiffHandle file = openTiff(image.path(), "r+");
+        const test::TiffHandle file = openTiff(image.path(), "r+");
         for (std::uint32_t block = 0; block < count; ++block) {
           writeBlock(file.get(), block, blocks.encodable[block % ready]);
         }
