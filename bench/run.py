@@ -23,7 +23,7 @@ from goals import TABLES, Goal, Result, Table
 
 HERE = Path(__file__).resolve().parent
 PARTS = ("kernels", "read", "jpeg2000", "write", "memory", "calls", "peers", "views",
-         "side_by_side")
+         "side_by_side", "files")
 
 
 def command_of(part: str, options: argparse.Namespace) -> list[str]:
@@ -157,7 +157,7 @@ def parse_options() -> argparse.Namespace:
     parser.add_argument("--only", choices=PARTS, nargs="+", default=PARTS, metavar="PART",
                         help=f"of {', '.join(PARTS)}")
     parser.add_argument("--folder", help="where to put images, by default a temporary folder; "
-                        "up to 200 MB, with --large 1 GB")
+                        "up to 300 MB, with --large 1 GB")
     parser.add_argument("--json", type=Path, help="keep the results in this file as well")
     return parser.parse_args()
 
