@@ -18,6 +18,7 @@ from .errors import TAG_IS_ABSENT
 
 if TYPE_CHECKING:
     from .directory import Directory
+    from .handle import Handle
 
 SUB_IFD = "SubIFD"
 # Tags above this are settings of a codec, which no file holds.
@@ -163,37 +164,36 @@ class Tags(MutableMapping[Any, Any]):
         self._directory = directory
         self._known: dict[int, Tag] | None = None  # those present, where nothing can change them
 
+    def _present_in(self, handle: Handle) -> dict[int, Tag]:
+        if self._known is not None:
+            return self._known
+        hidden = _OF_STRIPS if handle.call("isTiled").item() else _OF_TILES
+        tags = [_BY_NUMBER[number] for number in handle.set_tags(_READABLE)]
+        present = {
+            tag.number: tag for tag in tags
+            if tag.name not in hidden
+            and (tag.number <= _LAST_IN_A_FILE or str(tag.number) in handle.notes)
+        }
+        if not self._directory.file._edits:
+            self._known = present
+        return present
+
     def _present(self) -> dict[int, Tag]:
         with self._directory._current() as handle:
-            if self._known is not None:
-                return self._known
-            hidden = _OF_STRIPS if handle.call("isTiled").item() else _OF_TILES
-            tags = [_BY_NUMBER[number] for number in handle.set_tags(_READABLE)]
-            present = {
-                tag.number: tag for tag in tags
-                if tag.name not in hidden
-                and (tag.number <= _LAST_IN_A_FILE or str(tag.number) in handle.notes)
-            }
-            if not self._directory.file._edits:
-                self._known = present
-            return present
-
-    def _read(self, tag: Tag) -> Any:
-        with self._directory._current() as handle:
-            value = handle.call("getField", tag.number)
-        return from_module(tag, value)
+            return self._present_in(handle)
 
     def __getitem__(self, key: str | int) -> Any:
-        with self._directory._current():
-            tag = self._present().get(_number_of(key, default=-1))
+        with self._directory._current() as handle:
+            tag = self._present_in(handle).get(_number_of(key, default=-1))
             if tag is None:
                 raise KeyError(key)
             try:
-                return self._read(tag)
+                value = handle.call("getField", tag.number)
             except Error as error:
                 if error.identifier == TAG_IS_ABSENT:
                     raise KeyError(key) from None
                 raise
+        return from_module(tag, value)
 
     def __contains__(self, key: object) -> bool:
         return _number_of(key, default=-1) in self._present()
