@@ -39,7 +39,7 @@ std::filesystem::path folderOf(const void* function) {
 
 // The plug-in lies beside this library, as in a wheel, or where it is installed with the runtime.
 std::filesystem::path pluginPath() {
-  const auto beside = folderOf(reinterpret_cast<const void*>(&importNumpy)) / "tagbridge.so";
+  auto beside = folderOf(reinterpret_cast<const void*>(&importNumpy)) / "tagbridge.so";
   if (std::filesystem::exists(beside)) return beside;
   return folderOf(reinterpret_cast<const void*>(&runtime::memoryLimit)) / TAGBRIDGE_PLUGIN_DIRECTORY
          "/tagbridge.so";

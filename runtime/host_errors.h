@@ -5,6 +5,7 @@
 
 #include "host/errors.h"
 
+// NOLINTBEGIN(readability-identifier-naming): the names are the identifiers
 namespace KORVAL::pictoria::host {
 
 // A char element above 255 where one byte per character is wanted.
@@ -15,6 +16,7 @@ struct characterNotNarrow {
 };
 
 }  // namespace KORVAL::pictoria::host
+// NOLINTEND(readability-identifier-naming)
 
 namespace tb::runtime {
 

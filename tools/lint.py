@@ -34,18 +34,23 @@ def headers_of(build: pathlib.Path) -> dict[str, list[pathlib.Path]]:
 
 def fingerprint(command: dict[str, str], files: list[pathlib.Path]) -> str:
     digest = hashlib.sha256(command["command"].encode())
-    for path in [ROOT / ".clang-tidy", *sorted(set(files))]:
+    folder = pathlib.Path(command["file"]).relative_to(ROOT).parts[0]
+    checks = [ROOT / ".clang-tidy", ROOT / folder / ".clang-tidy"]
+    for path in [*checks, *sorted(set(files))]:
         if path.exists():
             digest.update(path.read_bytes())
     return digest.hexdigest()
 
 
-def is_clean(build: pathlib.Path, source: str) -> bool:
+def is_clean(build: pathlib.Path, source: str, mark: pathlib.Path) -> bool:
+    """Leaves the mark of a clean source at once, so that a run which is stopped is not lost."""
     checked = subprocess.run(["clang-tidy", "--quiet", "-p", build, source], capture_output=True,
                              text=True, check=False)
     if checked.returncode != 0:
-        print(checked.stdout, file=sys.stderr)
-    return checked.returncode == 0
+        print(checked.stdout, file=sys.stderr, flush=True)
+        return False
+    mark.touch()
+    return True
 
 
 def main() -> int:
@@ -69,14 +74,10 @@ def main() -> int:
         if not mark.exists():
             marks[source] = mark
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        clean = dict(zip(marks, pool.map(lambda source: is_clean(build, source), marks),
-                         strict=True))
-    for source, mark in marks.items():
-        if clean[source]:
-            mark.touch()
+        clean = list(pool.map(lambda source: is_clean(build, source, marks[source]), marks))
     print(f"clang-tidy: {len(marks)} of {len(commands)} sources read, "
-          f"{len(marks) - sum(clean.values())} with complaints")
-    return 0 if all(clean.values()) else 1
+          f"{clean.count(False)} with complaints")
+    return 0 if all(clean) else 1
 
 
 if __name__ == "__main__":

@@ -20,7 +20,6 @@ namespace tb::test {
 namespace {
 
 using runtime::wrapMemory;
-using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 constexpr std::size_t kPromisedBytes = 16;

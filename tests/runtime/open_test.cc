@@ -39,7 +39,7 @@ class OpenByName : public testing::Test {
     return TiffHandle(tiffutils::UOpen(path.u16string(), mode));
   }
   fs::path imageFile(const char* name = "image.tif") {
-    const fs::path path = folder_ / name;
+    fs::path path = folder_ / name;
     writeTiff(path, {Layout{}});
     SetUp();  // the file was made with other handlers
     return path;

@@ -39,8 +39,8 @@ Tags tagsOf(const Layout& layout) {
   if (layout.photometric <= PHOTOMETRIC_MINISBLACK && layout.samples > 1)
     tags = also(tags, {{TIFFTAG_EXTRASAMPLES, zeros(vxDOUBLE, {1, layout.samples - 1U})}});
   if (layout.photometric == PHOTOMETRIC_YCBCR)
-    tags = also(tags, {{TIFFTAG_YCBCRSUBSAMPLING,
-                        row({double(layout.horizontal), double(layout.vertical)})}});
+    tags = also(
+        tags, {{TIFFTAG_YCBCRSUBSAMPLING, row({1.0 * layout.horizontal, 1.0 * layout.vertical})}});
   if (layout.tiled())
     return also(tags,
                 {{TIFFTAG_TILEWIDTH, layout.tileWidth}, {TIFFTAG_TILELENGTH, layout.tileLength}});
@@ -79,7 +79,8 @@ vxArrayPtr component(const Layout& layout, const BlockPlace& place, std::uint32_
       bytes.push_back(static_cast<std::byte>(
           sampleBits(layout, place.firstRow + r, place.firstColumn + c, sample)));
   const std::size_t rows = (place.rows + down - 1) / down;
-  return arrayOfBytes(vxUINT8, {rows, bytes.size() / rows}, bytes);
+  const std::size_t columns = (place.columns + across - 1) / across;
+  return arrayOfBytes(vxUINT8, {rows, columns}, bytes);
 }
 
 }  // namespace
