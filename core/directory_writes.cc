@@ -10,6 +10,7 @@
 #include "core/codec_tags.h"
 #include "core/directory_chain.h"
 #include "core/errors.h"
+#include "core/field_guard.h"
 #include "core/open_files.h"
 #include "core/unheard.h"
 #include "host/tiff_utilities.h"
@@ -28,13 +29,6 @@ void dropEmptySubIfd(TIFF* tif) {
   }
 }
 
-template <class T>
-T defaulted(TIFF* tif, std::uint32_t tag) {
-  T value = 0;
-  (void)TIFFGetFieldDefaulted(tif, tag, &value);
-  return value;
-}
-
 bool isSgiLog(std::uint16_t compression) {
   return compression == COMPRESSION_SGILOG || compression == COMPRESSION_SGILOG24;
 }
@@ -42,13 +36,14 @@ bool isSgiLog(std::uint16_t compression) {
 // The SGILog codec, when it ends, sets SamplesPerPixel and BitsPerSample to those of its stored
 // form. Arrays that were stored for others would be read past their ends.
 void dropArraysThatSgiLogOutgrows(TIFF* tif) {
-  if (!isSgiLog(defaulted<std::uint16_t>(tif, TIFFTAG_COMPRESSION))) return;
-  const bool isLuminance = defaulted<std::uint16_t>(tif, TIFFTAG_PHOTOMETRIC) == PHOTOMETRIC_LOGL;
-  if (defaulted<std::uint16_t>(tif, TIFFTAG_SAMPLESPERPIXEL) != (isLuminance ? 1 : 3)) {
+  if (!isSgiLog(fieldOrDefault<std::uint16_t>(tif, TIFFTAG_COMPRESSION))) return;
+  const bool isLuminance =
+      fieldOrDefault<std::uint16_t>(tif, TIFFTAG_PHOTOMETRIC) == PHOTOMETRIC_LOGL;
+  if (fieldOrDefault<std::uint16_t>(tif, TIFFTAG_SAMPLESPERPIXEL) != (isLuminance ? 1 : 3)) {
     (void)TIFFUnsetField(tif, TIFFTAG_SMINSAMPLEVALUE);
     (void)TIFFUnsetField(tif, TIFFTAG_SMAXSAMPLEVALUE);
   }
-  if (defaulted<std::uint16_t>(tif, TIFFTAG_BITSPERSAMPLE) != 16) {
+  if (fieldOrDefault<std::uint16_t>(tif, TIFFTAG_BITSPERSAMPLE) != 16) {
     (void)TIFFUnsetField(tif, TIFFTAG_COLORMAP);
     (void)TIFFUnsetField(tif, TIFFTAG_TRANSFERFUNCTION);
   }
@@ -84,7 +79,7 @@ void makeWritable(TIFF* tif) {
 class CodecTagGuard {
  public:
   explicit CodecTagGuard(TIFF* tif) : methods_(TIFFAccessTagMethods(tif)) {
-    compression_ = defaulted<std::uint16_t>(tif, TIFFTAG_COMPRESSION);
+    compression_ = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_COMPRESSION);
     codecGetField_ = methods_->vgetfield;
     methods_->vgetfield = getField;
   }

@@ -1,5 +1,7 @@
 #include "core/edits.h"
 
+#include "core/field_guard.h"
+
 namespace tb {
 namespace {
 
@@ -9,9 +11,7 @@ bool recomputesSizes(std::uint32_t tag) noexcept {
 }
 
 std::uint16_t compressionOf(TIFF* tif) {
-  std::uint16_t compression = COMPRESSION_NONE;
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
-  return compression;
+  return fieldOrDefault<std::uint16_t>(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
 }
 
 // A directory that is not in the file has no sizes yet: libtiff decodes none of its blocks before

@@ -38,6 +38,18 @@ int fetchField(TIFF* tif, std::uint32_t tag, T*... values) {
   return fieldTakes(tif, tag, Count) ? TIFFGetField(tif, tag, values...) : 0;
 }
 
+// TIFFGetFieldDefaulted for the tags of the base codec, whose definitions are always libtiff's own.
+// What has neither a value nor a default, as in a directory that is not made yet, stays as it is.
+template <class... T>
+void fetchDefaulted(TIFF* tif, std::uint32_t tag, T&... values) {
+  (void)TIFFGetFieldDefaulted(tif, tag, &values...);
+}
+template <class T>
+T fieldOrDefault(TIFF* tif, std::uint32_t tag, T otherwise = T{}) {
+  fetchDefaulted(tif, tag, otherwise);
+  return otherwise;
+}
+
 // Tells libtiff's error handlers why a tag is not stored.
 void sayNotStored(TIFF* tif, std::uint32_t tag, const char* reason);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/errors.h"
+#include "core/field_guard.h"
 #include "core/values.h"
 
 namespace tb {
@@ -14,12 +15,6 @@ void require(TIFF* tif, std::uint32_t tag, const char* tagName, T& value) {
   if (!TIFFGetField(tif, tag, &value)) raise<Tiff::tagRetrievalFailed>(tagName);
 }
 
-// libtiff's defaults never fail for these tags; should a value stay unset, it stays 0.
-template <class T>
-void getDefaulted(TIFF* tif, std::uint32_t tag, T& value) {
-  (void)TIFFGetFieldDefaulted(tif, tag, &value);
-}
-
 void retrieveBlockLayout(TiffImageMetaData_& record) {
   TIFF* tif = record.tif;
   record.isTiled = TIFFIsTiled(tif) != 0;
@@ -29,7 +24,7 @@ void retrieveBlockLayout(TiffImageMetaData_& record) {
     record.blockWidth = record.tileWidth;
     record.blockLength = record.tileLength;
   } else {
-    getDefaulted(tif, TIFFTAG_ROWSPERSTRIP, record.rowsPerStrip);
+    fetchDefaulted(tif, TIFFTAG_ROWSPERSTRIP, record.rowsPerStrip);
     record.rowsPerStrip = std::min(record.rowsPerStrip, record.imageLength);
     record.blockWidth = record.imageWidth;
     record.blockLength = record.rowsPerStrip;
@@ -38,12 +33,12 @@ void retrieveBlockLayout(TiffImageMetaData_& record) {
 
 void retrieveSampleLayout(TiffImageMetaData_& record) {
   TIFF* tif = record.tif;
-  getDefaulted(tif, TIFFTAG_BITSPERSAMPLE, record.bitsPerSample);
-  getDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, record.samplesPerPixel);
-  getDefaulted(tif, TIFFTAG_IMAGEDEPTH, record.imageDepth);
-  getDefaulted(tif, TIFFTAG_SAMPLEFORMAT, record.sampleFormat);
-  getDefaulted(tif, TIFFTAG_COMPRESSION, record.compression);
-  getDefaulted(tif, TIFFTAG_PLANARCONFIG, record.planarConfig);
+  fetchDefaulted(tif, TIFFTAG_BITSPERSAMPLE, record.bitsPerSample);
+  fetchDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, record.samplesPerPixel);
+  fetchDefaulted(tif, TIFFTAG_IMAGEDEPTH, record.imageDepth);
+  fetchDefaulted(tif, TIFFTAG_SAMPLEFORMAT, record.sampleFormat);
+  fetchDefaulted(tif, TIFFTAG_COMPRESSION, record.compression);
+  fetchDefaulted(tif, TIFFTAG_PLANARCONFIG, record.planarConfig);
   record.samplesPerBlock =
       record.planarConfig == PLANARCONFIG_SEPARATE ? std::uint16_t{1} : record.samplesPerPixel;
 
@@ -56,8 +51,8 @@ void retrieveSampleLayout(TiffImageMetaData_& record) {
 void retrieveColourSettings(TiffImageMetaData_& record) {
   TIFF* tif = record.tif;
   if (record.photometric == PHOTOMETRIC_YCBCR) {
-    (void)TIFFGetFieldDefaulted(tif, TIFFTAG_YCBCRSUBSAMPLING, &record.ycbcrSubsampling[0],
-                                &record.ycbcrSubsampling[1]);
+    fetchDefaulted(tif, TIFFTAG_YCBCRSUBSAMPLING, record.ycbcrSubsampling[0],
+                   record.ycbcrSubsampling[1]);
     // Not every libtiff build has the codec; the mode then stays 0.
     if (record.compression == COMPRESSION_JPEG &&
         !TIFFGetField(tif, TIFFTAG_JPEGCOLORMODE, &record.jpegColorMode)) {
@@ -133,8 +128,7 @@ vxClassID findClassId(const TiffImageMetaData_& record) noexcept {
 
 std::uint32_t computeStripNumber(const TiffImageMetaData_& record, std::uint32_t row,
                                  std::uint16_t sample) {
-  std::uint32_t rowsPerStrip = 0;
-  getDefaulted(record.tif, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
+  const auto rowsPerStrip = fieldOrDefault<std::uint32_t>(record.tif, TIFFTAG_ROWSPERSTRIP);
   if (record.imageLength == 0 || record.imageWidth == 0 || rowsPerStrip == 0) return 0;
   return TIFFComputeStrip(record.tif, row, sample);
 }

@@ -9,19 +9,12 @@
 namespace tb {
 namespace {
 
-// A value that cannot be fetched stays 0.
-template <class... T>
-void fetch(TIFF* tif, std::uint32_t tag, T&... values) {
-  (void)TIFFGetFieldDefaulted(tif, tag, &values...);
-}
-
 // The interpretations by which codecs choose what they decode to.
 constexpr std::uint16_t kTreatedByCodecs[] = {
     PHOTOMETRIC_PALETTE, PHOTOMETRIC_MASK, PHOTOMETRIC_YCBCR, PHOTOMETRIC_LOGL, PHOTOMETRIC_LOGLUV};
 
 std::uint16_t photometricClass(TIFF* tif) {
-  std::uint16_t photometric = 0;
-  fetch(tif, TIFFTAG_PHOTOMETRIC, photometric);
+  const auto photometric = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_PHOTOMETRIC);
   return std::ranges::find(kTreatedByCodecs, photometric) != std::end(kTreatedByCodecs)
              ? photometric
              : std::uint16_t{0};
@@ -29,23 +22,23 @@ std::uint16_t photometricClass(TIFF* tif) {
 
 void fetchBlocks(TIFF* tif, Layout& layout) {
   layout.isTiled = TIFFIsTiled(tif) != 0;
-  fetch(tif, TIFFTAG_IMAGEWIDTH, layout.imageWidth);
+  fetchDefaulted(tif, TIFFTAG_IMAGEWIDTH, layout.imageWidth);
   if (layout.isTiled) {
     layout.tileSize = TIFFTileSize(tif);
-    fetch(tif, TIFFTAG_TILEWIDTH, layout.tileWidth);
-    fetch(tif, TIFFTAG_TILELENGTH, layout.tileLength);
+    fetchDefaulted(tif, TIFFTAG_TILEWIDTH, layout.tileWidth);
+    fetchDefaulted(tif, TIFFTAG_TILELENGTH, layout.tileLength);
   } else {
-    fetch(tif, TIFFTAG_ROWSPERSTRIP, layout.rowsPerStrip);
+    fetchDefaulted(tif, TIFFTAG_ROWSPERSTRIP, layout.rowsPerStrip);
   }
   layout.rowSize = TIFFScanlineSize(tif);
 }
 
 void fetchSamples(TIFF* tif, Layout& layout) {
-  fetch(tif, TIFFTAG_BITSPERSAMPLE, layout.bitsPerSample);
-  fetch(tif, TIFFTAG_SAMPLESPERPIXEL, layout.samplesPerPixel);
-  fetch(tif, TIFFTAG_SAMPLEFORMAT, layout.sampleFormat);
+  fetchDefaulted(tif, TIFFTAG_BITSPERSAMPLE, layout.bitsPerSample);
+  fetchDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, layout.samplesPerPixel);
+  fetchDefaulted(tif, TIFFTAG_SAMPLEFORMAT, layout.sampleFormat);
   layout.planarConfig = PLANARCONFIG_CONTIG;
-  if (layout.samplesPerPixel > 1) fetch(tif, TIFFTAG_PLANARCONFIG, layout.planarConfig);
+  if (layout.samplesPerPixel > 1) fetchDefaulted(tif, TIFFTAG_PLANARCONFIG, layout.planarConfig);
 }
 
 }  // namespace
@@ -55,10 +48,10 @@ Layout layoutOf(TIFF* tif) {
   Layout layout;
   fetchBlocks(tif, layout);
   fetchSamples(tif, layout);
-  fetch(tif, TIFFTAG_COMPRESSION, layout.compression);
+  fetchDefaulted(tif, TIFFTAG_COMPRESSION, layout.compression);
   layout.photometric = photometricClass(tif);
   if (layout.photometric == PHOTOMETRIC_YCBCR) {
-    fetch(tif, TIFFTAG_YCBCRSUBSAMPLING, layout.subsampling[0], layout.subsampling[1]);
+    fetchDefaulted(tif, TIFFTAG_YCBCRSUBSAMPLING, layout.subsampling[0], layout.subsampling[1]);
   }
   (void)fetchField(tif, TIFFTAG_PREDICTOR, &layout.predictor);
   if (layout.compression == COMPRESSION_CCITTFAX3) {

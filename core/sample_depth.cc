@@ -59,14 +59,12 @@ bool isLayoutFrozen(TIFF* tif) {
 }  // namespace
 
 std::uint16_t effectiveBitsPerSample(TIFF* tif) {
-  std::uint16_t bits = 1;
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &bits);
-  return bits;
+  return fieldOrDefault<std::uint16_t>(tif, TIFFTAG_BITSPERSAMPLE, 1);
 }
 
 SampleDepth sampleDepth(TIFF* tif) {
   SampleDepth depth{.bits = effectiveBitsPerSample(tif)};
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &depth.format);
+  fetchDefaulted(tif, TIFFTAG_SAMPLEFORMAT, depth.format);
   return depth;
 }
 

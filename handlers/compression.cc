@@ -5,14 +5,15 @@
 #include <cstdint>
 
 #include "core/errors.h"
+#include "core/field_guard.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {
 
 void validateCompressionScheme(TIFF* tif) {
   if ((TIFFGetMode(tif) & ~O_RDWR) != 0) return;
-  std::uint16_t compression = COMPRESSION_NONE;
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);  // keeps the initial value
+  const auto compression =
+      fieldOrDefault<std::uint16_t>(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
   if (getCompressionScheme(compression).empty()) {
     raise<Tiff::unsupportedCompressionScheme>(compression);
   }

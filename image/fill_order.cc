@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "core/field_guard.h"
 #include "host/tiff_utilities.h"
 
 namespace tb {
@@ -23,8 +24,7 @@ void makeReadBuffer(TIFF* tif) {
 }  // namespace
 
 bool hasOtherFillOrder(TIFF* tif) {
-  std::uint16_t order = 0;
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_FILLORDER, &order);
+  const auto order = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_FILLORDER);
   return (order == FILLORDER_MSB2LSB) != (TIFFIsMSB2LSB(tif) != 0);
 }
 

@@ -82,8 +82,7 @@ int setTransferFunction(TIFF* tif, std::uint32_t tag, const std::string& tagName
     raise<Tiff::badTagUsedWithPhotometric>("TransferFunction",
                                            "MinIsWhite, MinIsBlack, RGB, Palette, YCbCr");
   const std::uint16_t bits = effectiveBitsPerSample(tif);
-  std::uint16_t samples = 1;
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  const auto samples = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
   const std::uint64_t length = curveLength(bits);
 
   if (vxGetNumberOfDimensions(value) > 2)

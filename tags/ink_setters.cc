@@ -43,8 +43,7 @@ int setNumberOfInks(TIFF* tif, std::uint32_t tag, const std::string& tagName,
 int setInkNames(TIFF* tif, std::uint32_t tag, const std::string& tagName, const vxArray* value) {
   checkForSeparatedPhotometricInterpretation(tif, tag, tagName);
   if (vxGetClassID(value) != vxCELL) raise<Tiff::notCellString>("InkNames");
-  std::uint16_t inks = 0;
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_NUMBEROFINKS, &inks);
+  const auto inks = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_NUMBEROFINKS);
   if (vxGetNumberOfElements(value) != inks) raise<Tiff::badNumberOfInkNames>(inks);
   const std::string names = joinedNames(value);
   if (names.size() > largestCount(CountWidth::bits16)) return 0;

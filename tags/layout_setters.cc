@@ -16,14 +16,9 @@ bool isOneOf(std::uint16_t value, const std::uint16_t (&values)[N]) {
   return std::ranges::find(values, value) != std::end(values);
 }
 
-std::uint16_t defaultedCompression(TIFF* tif) {
-  std::uint16_t compression = COMPRESSION_NONE;  // also for a directory without any defaults
-  (void)TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
-  return compression;
-}
-
 int storeCompression(TIFF* tif, std::uint16_t scheme) {
-  const std::uint16_t before = defaultedCompression(tif);
+  const std::uint16_t before =
+      fieldOrDefault<std::uint16_t>(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
   const int status = storeField(tif, TIFFTAG_COMPRESSION, scheme);
   if (status && scheme != before) unsetCodecTags(tif);
   return status;
@@ -128,7 +123,8 @@ int setThresholding(TIFF* tif, std::uint32_t tag, const std::string& tagName,
 int setSgiLogDataFmt(TIFF* tif, std::uint32_t tag, const std::string& tagName,
                      const vxArray* value) {
   const std::uint16_t photometric = photometricBeforeWrite(tif, "SGILogDataFmt");
-  const std::uint16_t compression = defaultedCompression(tif);
+  const std::uint16_t compression =
+      fieldOrDefault<std::uint16_t>(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
   if (compression != COMPRESSION_SGILOG && compression != COMPRESSION_SGILOG24)
     raise<Tiff::badCompressionForSgiLogDataFmt>();
 

@@ -16,14 +16,12 @@ namespace tb {
 // Tags that libtiff can default never fail: what the fetch leaves is the answer.
 template <class T>
 vxArrayPtr defaulted(TIFF* tif, std::uint32_t tag, const std::string&) {
-  T value{};
-  (void)TIFFGetFieldDefaulted(tif, tag, &value);
-  return doubleScalar(value);
+  return doubleScalar(fieldOrDefault<T>(tif, tag));
 }
 
 inline vxArrayPtr defaultedPair(TIFF* tif, std::uint32_t tag, const std::string&) {
   std::uint16_t pair[2] = {};
-  (void)TIFFGetFieldDefaulted(tif, tag, &pair[0], &pair[1]);
+  fetchDefaulted(tif, tag, pair[0], pair[1]);
   return doubleRow<std::uint16_t>(pair);
 }
 

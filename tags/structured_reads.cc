@@ -15,12 +15,6 @@ namespace {
 
 using Curve = const std::uint16_t*;
 
-std::uint16_t defaultedShort(TIFF* tif, std::uint32_t tag) {
-  std::uint16_t value = 0;
-  (void)TIFFGetFieldDefaulted(tif, tag, &value);  // cannot fail: libtiff has a default for these
-  return value;
-}
-
 // 2^bitsPerSample by way of a double, so that 64 bits and more overflow instead of wrapping.
 std::size_t curveLength(std::uint16_t bitsPerSample) {
   return convertNumber<std::uint64_t>(std::ldexp(1.0, bitsPerSample));
@@ -55,7 +49,7 @@ std::uint32_t countBlocks(TIFF* tif, BlockKind kind) {
 }  // namespace
 
 vxArrayPtr retrieveColorMap(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
-  const std::uint16_t bitsPerSample = defaultedShort(tif, TIFFTAG_BITSPERSAMPLE);
+  const std::uint16_t bitsPerSample = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_BITSPERSAMPLE);
   Curve colors[3] = {};
   if (!fetchField(tif, tag, &colors[0], &colors[1], &colors[2]))
     raise<Tiff::tagRetrievalFailed>(tagName);
@@ -63,8 +57,8 @@ vxArrayPtr retrieveColorMap(TIFF* tif, std::uint32_t tag, const std::string& tag
 }
 
 vxArrayPtr retrieveTransferFunction(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
-  const std::uint16_t bitsPerSample = defaultedShort(tif, TIFFTAG_BITSPERSAMPLE);
-  const std::uint16_t samplesPerPixel = defaultedShort(tif, TIFFTAG_SAMPLESPERPIXEL);
+  const std::uint16_t bitsPerSample = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_BITSPERSAMPLE);
+  const std::uint16_t samplesPerPixel = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_SAMPLESPERPIXEL);
   if (samplesPerPixel != 1 && samplesPerPixel != 3)
     raise<Tiff::badTransferFunctionSppCombination>(samplesPerPixel);
 
@@ -98,7 +92,7 @@ vxArrayPtr retrievePerTilePerStrip(TIFF* tif, std::uint32_t tag, const std::stri
 }
 
 vxArrayPtr retrieveInkNames(TIFF* tif, std::uint32_t tag, const std::string& tagName) {
-  const std::uint16_t count = defaultedShort(tif, TIFFTAG_NUMBEROFINKS);
+  const std::uint16_t count = fieldOrDefault<std::uint16_t>(tif, TIFFTAG_NUMBEROFINKS);
   const std::size_t dimensions[] = {1, count};
   vxArrayPtr cell = matrix::detail::do_create_cell(dimensions);
   // InkNames is the one tag with a count to store but none to fetch; that makes NumberOfInks, which
@@ -114,7 +108,7 @@ vxArrayPtr retrieveInkNames(TIFF* tif, std::uint32_t tag, const std::string& tag
 }
 
 vxArrayPtr retrievePlanarConfiguration(TIFF* tif, std::uint32_t tag, const std::string&) {
-  return doubleScalar(defaultedShort(tif, tag));
+  return doubleScalar(fieldOrDefault<std::uint16_t>(tif, tag));
 }
 
 }  // namespace tb
