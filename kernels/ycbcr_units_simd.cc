@@ -30,6 +30,19 @@ struct UnitPanel {
   std::size_t firstRow, rows, firstUnit, units;
 };
 
+// Works on panels of at most `rows` rows of units, row by row.
+template <class Work>
+HWY_INLINE void ForEachPanel(const YCbCrShape& shape, std::size_t rows, const Work& work) {
+  UnitPanel panel;
+  for (panel.firstRow = 0; panel.firstRow < shape.unitRows; panel.firstRow += panel.rows) {
+    panel.rows = std::min(rows, shape.unitRows - panel.firstRow);
+    for (panel.firstUnit = 0; panel.firstUnit < shape.unitColumns; panel.firstUnit += panel.units) {
+      panel.units = std::min(kPanelUnits, shape.unitColumns - panel.firstUnit);
+      work(panel);
+    }
+  }
+}
+
 // Line unit*unitBytes + k holds byte k of that unit of every row.
 constexpr std::size_t kMaxUnitBytes = kMaxSubsampling * kMaxSubsampling + 2;
 struct UnitLines {
@@ -111,14 +124,9 @@ void SplitYCbCrUnits(const std::uint8_t* units, std::uint8_t* y, std::uint8_t* c
                      const YCbCrShape& shape) {
   if (!IsTiffSubsampling(shape.horizontal) || !IsTiffSubsampling(shape.vertical))
     return SplitOtherUnits(units, y, cb, cr, shape);
-  UnitPanel panel;
-  for (panel.firstRow = 0; panel.firstRow < shape.unitRows; panel.firstRow += panel.rows) {
-    panel.rows = std::min(kPanelLines, shape.unitRows - panel.firstRow);
-    for (panel.firstUnit = 0; panel.firstUnit < shape.unitColumns; panel.firstUnit += panel.units) {
-      panel.units = std::min(kPanelUnits, shape.unitColumns - panel.firstUnit);
-      SplitPanel(units, y, cb, cr, shape, panel);
-    }
-  }
+  ForEachPanel(shape, kPanelLines, [&](const UnitPanel& panel) HWY_ATTR {
+    SplitPanel(units, y, cb, cr, shape, panel);
+  });
 }
 
 // --- Putting units together
@@ -189,14 +197,8 @@ void JoinYCbCrUnits(const std::uint8_t* y, const std::uint8_t* cb, const std::ui
     return JoinOtherUnits(y, cb, cr, units, shape);
   // Where rows of units overlap, one row must be complete before the next one begins.
   const std::size_t panelRows = shape.unitStride < shape.unitColumns ? 1 : kPanelLines;
-  UnitPanel panel;
-  for (panel.firstRow = 0; panel.firstRow < shape.unitRows; panel.firstRow += panel.rows) {
-    panel.rows = std::min(panelRows, shape.unitRows - panel.firstRow);
-    for (panel.firstUnit = 0; panel.firstUnit < shape.unitColumns; panel.firstUnit += panel.units) {
-      panel.units = std::min(kPanelUnits, shape.unitColumns - panel.firstUnit);
-      JoinPanel(y, cb, cr, units, shape, panel);
-    }
-  }
+  ForEachPanel(shape, panelRows,
+               [&](const UnitPanel& panel) HWY_ATTR { JoinPanel(y, cb, cr, units, shape, panel); });
 }
 
 }  // namespace tb::HWY_NAMESPACE
