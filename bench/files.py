@@ -17,7 +17,7 @@ import numpy as np
 
 import tagbridge
 from measuring import EFFORTS, Image, compare, image_file, parsed_options, repeated, report
-from peers import FULL, read_blocks
+from peers import FULL, installed, read_blocks
 from tagbridge.plan import STRIP_BYTES
 
 REGION = 256
@@ -25,17 +25,6 @@ LARGE = [Image("u8", compression, "tiles", 256, 16384, 16384)
          for compression in ("none", "deflate")]
 WRITTEN = [("u8", compression) for compression in ("none", "lzw", "deflate", "jpeg")]
 WRITTEN += [("rgb", compression) for compression in ("none", "deflate")]
-
-
-def installed(makers: dict[str, Callable]) -> dict[str, Callable]:
-    """What the makers give, without those whose modules are missing."""
-    found = {}
-    for name, make in makers.items():
-        try:
-            found[name] = make()
-        except ImportError:
-            print(f"{name} is not installed", file=sys.stderr)
-    return found
 
 
 def report_factors(table: str, ours: float, others: dict[str, float], **values: object) -> None:

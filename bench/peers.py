@@ -9,6 +9,7 @@ from __future__ import annotations
 import importlib
 import sys
 from collections.abc import Callable
+from typing import TypeVar
 
 import numpy as np
 
@@ -17,6 +18,7 @@ from tagbridge import call
 from measuring import EFFORTS, Image, compare, for_each_image, repeated, report
 
 Reader = Callable[[str], np.ndarray]
+Work = TypeVar("Work")  # a reader, a writer, whatever a peer does
 
 FULL = [
     Image("u8", "none", "tiles", 256),
@@ -102,14 +104,19 @@ PEERS = {"tifffile": tifffile_reader, "Pillow": pillow_reader, "OpenCV": opencv_
          "GDAL": gdal_reader}
 
 
-def installed_readers() -> dict[str, Reader]:
-    readers: dict[str, Reader] = {}
-    for name, make in PEERS.items():
+def installed(makers: dict[str, Callable[[], Work]]) -> dict[str, Work]:
+    """What the makers give, without those whose modules are missing."""
+    found: dict[str, Work] = {}
+    for name, make in makers.items():
         try:
-            readers[name] = make()
+            found[name] = make()
         except ImportError:
             print(f"{name} is not installed", file=sys.stderr)
-    return readers
+    return found
+
+
+def installed_readers() -> dict[str, Reader]:
+    return installed(PEERS)
 
 
 def able_readers(readers: dict[str, Reader], path: str, expected: np.ndarray) -> dict[str, Reader]:
