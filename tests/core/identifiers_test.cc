@@ -91,11 +91,11 @@ constexpr OutOfReach kOutOfReach[] = {
 };
 
 std::set<std::string> catalog() {
-  return {
-#define IDENTIFIER(group, id) "KORVAL:pictoria:" #group ":" #id,
-      TAGBRIDGE_ERRORS(IDENTIFIER)
+  std::set<std::string> identifiers;
+#define IDENTIFIER(group, id) identifiers.insert("KORVAL:pictoria:" #group ":" #id);
+  TAGBRIDGE_ERRORS(IDENTIFIER)
 #undef IDENTIFIER
-  };
+  return identifiers;
 }
 
 TEST(Identifiers, EachHasAProvocationOrAReasonAndNoneIsPending) {

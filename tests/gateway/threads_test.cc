@@ -35,10 +35,7 @@ extern "C" const char* __tsan_default_options() { return "report_thread_leaks=0"
 namespace tb::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
 
 // What a thread's last call said, by the identifiers of its warnings.
 thread_local std::vector<std::string> said;

@@ -31,6 +31,7 @@ class ForeignFile {
   ~ForeignFile() { TiffAtExitUnregister(tif_.get()); }
   ForeignFile(const ForeignFile&) = delete;
   ForeignFile& operator=(const ForeignFile&) = delete;
+  // NOLINTNEXTLINE(google-explicit-constructor): it is an argument of calls
   operator Input() const { return id_; }
 
  private:

@@ -162,7 +162,7 @@ class HugeRgba : public testing::Test {
   static constexpr std::uint32_t kSide = 40000;
 
   std::filesystem::path write(std::uint32_t tileSide, std::uint32_t blocks) const {
-    const std::filesystem::path path = folder_ / "huge.tif";
+    std::filesystem::path path = folder_ / "huge.tif";
     const TiffHandle tif = openTiff(path, "w");
     Layout layout{.width = kSide,
                   .length = kSide,

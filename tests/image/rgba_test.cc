@@ -14,7 +14,6 @@ namespace tb::test {
 namespace {
 
 using testing::Each;
-using testing::IsEmpty;
 
 using Raster = std::vector<std::uint32_t>;
 
