@@ -238,6 +238,7 @@ void Calls::check(const Operation& operation, const std::vector<const vxArray*>&
 
 std::vector<const vxArray*> pointersTo(const std::vector<vxArrayPtr>& arrays) {
   std::vector<const vxArray*> pointers;
+  pointers.reserve(arrays.size());
   for (const vxArrayPtr& array : arrays) pointers.push_back(array.get());
   return pointers;
 }
