@@ -76,7 +76,7 @@ void prepareOnce() {
 }
 
 const std::set<std::string, std::less<>>& listedErrors() {
-#define TAGBRIDGE_IDENTIFIER(group, id) "KORVAL:pictoria:" #group ":" #id,
+#define TAGBRIDGE_IDENTIFIER(group, id) std::string(group::id::component) + ":" + group::id::name,
   static const std::set<std::string, std::less<>> identifiers = {
       TAGBRIDGE_ERRORS(TAGBRIDGE_IDENTIFIER) "KORVAL:pictoria:host:characterNotNarrow"};
 #undef TAGBRIDGE_IDENTIFIER
