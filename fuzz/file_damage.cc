@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <random>
+#include <utility>
 
 namespace tb::fuzz {
 namespace {
@@ -116,6 +117,27 @@ void damage(Bytes& bytes, std::uint32_t seed) {
     default:
       if (!places.entries.empty()) damageEntry(file, anyOf(places.entries, random), random);
   }
+}
+
+void swapFields(Bytes& bytes, std::uint32_t seed) {
+  if (bytes.size() < 16) return;
+  std::minstd_rand random(seed * 2654435761U + 1);
+  random.discard(2);
+  const File file(bytes);
+  const Places places = placesOf(file, bytes.size());
+  if (places.entries.empty()) return;
+  // Tag, type, count, value, the entry: where each begins in an entry, and its size.
+  const std::size_t word = file.wordSize();
+  const std::pair<std::size_t, std::size_t> parts[] = {
+      {0, 2}, {2, 2}, {4, word}, {4 + word, word}, {0, file.entrySize()}};
+  const auto [begin, size] = anyOf(parts, random);
+  const std::size_t first = anyOf(places.entries, random) + begin;
+  const std::size_t second = anyOf(places.entries, random) + begin;
+  if (std::max(first, second) + size > bytes.size()) return;
+  const auto at = [&bytes](std::size_t place) {
+    return bytes.begin() + static_cast<std::ptrdiff_t>(place);
+  };
+  std::swap_ranges(at(first), at(first + size), at(second));
 }
 
 }  // namespace tb::fuzz

@@ -10,4 +10,8 @@ namespace tb::fuzz {
 // an entry of a directory, a pointer to a directory, a byte, or the end of the file.
 void damage(std::vector<unsigned char>& bytes, std::uint32_t seed);
 
+// Exchanges a part of two entries of its directories that `seed` chooses: tags, types, counts,
+// values, or all of it.
+void swapFields(std::vector<unsigned char>& bytes, std::uint32_t seed);
+
 }  // namespace tb::fuzz

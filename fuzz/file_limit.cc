@@ -1,14 +1,30 @@
 #include "fuzz/file_limit.h"
 
 #include <algorithm>
+#include <csignal>
+#include <cstddef>
 
+#include "fuzz/gateway_session.h"
 #include "fuzz/sequence.h"
+#include "runtime/memory.h"
 
 namespace tb::fuzz {
 namespace {
 
 // A fuzzer that meets a finding while the limit holds must be able to store the input.
 constexpr rlim_t kSmallestLimit = kHeaderLength + kMostSteps * kStepLength;
+
+constexpr std::size_t kMemoryLimit = std::size_t{16} << 20;
+
+void prepareOnce() {
+  static const bool prepared = [] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    call("getVersion", {});  // sets the memory limit of the other targets first
+    runtime::setMemoryLimit(kMemoryLimit);
+    return true;
+  }();
+  (void)prepared;
+}
 
 }  // namespace
 
@@ -17,6 +33,11 @@ void limitFileSize(rlim_t bytes) {
   getrlimit(RLIMIT_FSIZE, &limit);
   limit.rlim_cur = std::min(std::max(bytes, kSmallestLimit), limit.rlim_max);
   setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+void limitWrites() {
+  prepareOnce();
+  limitFileSize(kLargestFile);
 }
 
 }  // namespace tb::fuzz

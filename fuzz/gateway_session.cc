@@ -9,9 +9,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <new>
+#include <set>
+#include <utility>
 
+#include "core/errors.h"
 #include "core/export.h"
+#include "fuzz/finding.h"
 #include "gateway/gateway.h"
 #include "host/errors.h"
 #include "runtime/loader.h"
@@ -40,6 +45,7 @@ constexpr double kMostBlocks = 16;
 constexpr double kMostPixels = 1 << 20;
 
 bool hostWasWarned = false;
+std::string lastReported;  // the identifier of the error that the host was told of last
 CallObserver callObserver = nullptr;
 
 class ObservedCall {
@@ -59,9 +65,31 @@ void prepareOnce() {
   static const bool prepared = [] {
     runtime::setMemoryLimit(kMemoryLimit);
     runtime::setWarningSink([](const resource_core::BaseMsgID&) { hostWasWarned = true; });
+    runtime::setErrorReporter([](const foundation::core::except::IUserException& error) {
+      lastReported = dynamic_cast<const foundation::core::except::IMsgIDException&>(error)
+                         .message()
+                         .identifier();
+    });
     return true;
   }();
   (void)prepared;
+}
+
+const std::set<std::string, std::less<>>& listedErrors() {
+#define TAGBRIDGE_IDENTIFIER(group, id) std::string(group::id::component) + ":" + group::id::name,
+  static const std::set<std::string, std::less<>> identifiers = {
+      TAGBRIDGE_ERRORS(TAGBRIDGE_IDENTIFIER) "KORVAL:pictoria:host:characterNotNarrow"};
+#undef TAGBRIDGE_IDENTIFIER
+  return identifiers;
+}
+
+void checkError(const foundation::core::except::IMsgIDException& error,
+                const std::string& identifier) {
+  if (!listedErrors().contains(identifier)) fail("an error that is not listed: " + identifier);
+  if (lastReported != identifier)
+    fail(identifier + " was thrown, and \"" + lastReported + "\" reported");
+  // Arguments that do not fit are told in a row behind the identifier.
+  if (error.messageText().starts_with(identifier)) fail("the arguments of " + identifier);
 }
 
 double tagNumber(const vxArray* file, int tag) {
@@ -124,27 +152,32 @@ void readSubDirectories(const vxArray* file) {
 
 void observeCalls(CallObserver observer) noexcept { callObserver = observer; }
 
+Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
+  prepareOnce();
+  Outcome outcome{std::move(outputs), {}};
+  const runtime::GatewayScope scope;
+  hostWasWarned = false;
+  lastReported.clear();
+  try {
+    const ObservedCall observed;
+    tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
+              static_cast<int>(inputs.size()), inputs.data());
+  } catch (const foundation::core::except::IMsgIDException& error) {
+    outcome.error = error.message().identifier();
+    checkError(error, outcome.error);
+  } catch (const std::bad_alloc&) {
+    outcome.error = "bad_alloc";
+  }
+  outcome.warned = hostWasWarned;
+  return outcome;
+}
+
 Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs) {
   prepareOnce();
   const vxArrayPtr name = matrix::create(operation);
   std::vector<const vxArray*> arguments{name.get()};
   arguments.insert(arguments.end(), inputs);
-  Outcome outcome{std::vector<vxArrayPtr>(3), {}};
-  const runtime::GatewayScope scope;
-  hostWasWarned = false;
-  try {
-    {
-      const ObservedCall observed;
-      tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
-                static_cast<int>(arguments.size()), arguments.data());
-    }
-    outcome.warned = hostWasWarned;
-    return outcome;
-  } catch (const foundation::core::except::IMsgIDException& error) {
-    return {std::vector<vxArrayPtr>(3), error.message().identifier()};
-  } catch (const std::bad_alloc&) {
-    return {std::vector<vxArrayPtr>(3), "bad_alloc"};
-  }
+  return attemptWith(std::vector<vxArrayPtr>(3), arguments);
 }
 
 std::vector<vxArrayPtr> call(const std::string& operation,

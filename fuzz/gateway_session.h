@@ -12,7 +12,8 @@
 
 namespace tb::fuzz {
 
-// What a call came to: the outputs, or the identifier of its error, "bad_alloc" for one without.
+// What a call came to: its output slots, and the identifier of its error, "bad_alloc" for one
+// without, empty when there was none.
 struct Outcome {
   std::vector<vxArrayPtr> outputs;
   std::string error;
@@ -23,8 +24,13 @@ struct Outcome {
 using CallObserver = void (*)(bool isInside) noexcept;
 void observeCalls(CallObserver observer) noexcept;
 
-// Runs an operation with room for three outputs. Errors that have an identifier and std::bad_alloc
-// leave the outputs empty; any other exception is a finding and ends the process.
+// Calls the gateway with these output slots, whatever they hold, and these inputs, the operation's
+// name the first of them. An error must be one that the module or the host lists, with arguments
+// that fill its text, and be reported just before it is thrown; std::bad_alloc is as good. Any
+// other exception is a finding and ends the process.
+Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
+
+// Runs an operation with room for three outputs, which are empty after an error.
 Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs);
 
 // The same where only the outputs matter.

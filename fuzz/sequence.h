@@ -25,8 +25,12 @@ inline constexpr std::size_t kMostSteps = 60;
 // - a tag (tag:259, tag:259@r+), a starting file (file:jpeg), a mode (mode:a);
 // - damage: every starting file is whole; limit: files may grow; integers: the numbers of blocks
 //   are doubles;
-// - check:move, check:read, check:file, check:values.
+// - check:move, check:read, check:file, check:decoded, check:values.
 // TAGBRIDGE_FUZZ_TRACE=1 prints every call and what came of it.
 void runSequence(std::span<const std::uint8_t> bytes);
+
+// The same on a file that is new, in a mode that the header chooses, with steps only that store
+// something: far more of them do than of those of any kind.
+void runWrites(std::span<const std::uint8_t> bytes);
 
 }  // namespace tb::fuzz

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/finding.h"
 #include "host/array.h"
 
 namespace tb::fuzz {
@@ -36,24 +37,30 @@ struct Expected {
   bool layoutEdited = false;   // then no more is known than that it is there
   bool described = false;
   std::set<std::uint32_t> touchedBlocks;
+  std::set<std::uint32_t> stored;              // blocks that libtiff must be able to decode
   std::map<std::uint32_t, vxArrayPtr> blocks;  // what reading these blocks must return
   std::map<int, std::string> texts;            // and these tags
 
+  // A block is stored, with whatever success.
+  void touch(std::uint32_t block) {
+    touchedBlocks.insert(block);
+    stored.erase(block);
+    blocks.erase(block);
+  }
+
   // Forgets what must be read back, but not what was touched.
   void forgetValues() {
+    stored.clear();
     blocks.clear();
     texts.clear();
   }
 };
 
-// Ends the process with a message, a finding.
-[[noreturn]] void fail(const std::string& finding);
-
 // The same class, dimensions and elements.
 bool sameArray(const vxArray* a, const vxArray* b);
 
-// Checks a closed file: that libtiff alone still reads what was not edited, and that the module
-// reads what was written.
+// Checks a closed file: that libtiff alone still reads what was not edited and decodes what was
+// written, and that the module reads what was written.
 void checkPages(const std::string& name, const std::vector<Expected>& pages);
 
 }  // namespace tb::fuzz

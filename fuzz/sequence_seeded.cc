@@ -1,212 +1,35 @@
-// Sequences of operations from a seed, without a fuzzer: the same on every machine and with every
-// compiler. Each batch runs in a child process, so that a crash or a hang is told with the number
-// of its sequence and does not end the run.
+// Sequences of operations from a seed, without a fuzzer.
 //
 //   sequence_seeded [SEED [COUNT [KEEP]]]     run COUNT sequences; inputs that fail go into KEEP
 //   sequence_seeded --minimize FILE           drop the steps that its failure does not need
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/time.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
+#include "fuzz/seeded_runs.h"
 #include "fuzz/sequence.h"
 #include "fuzz/sequence_files.h"
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-// Of processor time, which other work on the machine does not lengthen; a child that waits for
-// something that never comes is ended by the clock.
-constexpr unsigned kSecondsAtMost = 10;
-constexpr unsigned kSecondsByTheClock = 10 * kSecondsAtMost;
-constexpr long kKilobytesAtMost = 2L << 20;
-
-Bytes sequenceOf(std::uint64_t seed, std::uint64_t index) {
+tb::fuzz::Bytes sequenceOf(std::uint64_t seed, std::uint64_t index) {
   std::mt19937_64 random(seed * 0x9E3779B97F4A7C15ULL + index);
   const std::size_t steps = 3 + random() % 30;
-  Bytes bytes(tb::fuzz::kHeaderLength + steps * tb::fuzz::kStepLength);
-  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random() >> 32);
+  tb::fuzz::Bytes bytes(tb::fuzz::kHeaderLength + steps * tb::fuzz::kStepLength);
+  for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random() >> 32);
   return bytes;
-}
-
-// SIGPROF and SIGALRM end the process. Zeros lift the limits.
-void limitTime(unsigned secondsOfWork, unsigned secondsByTheClock) {
-  itimerval work{};
-  work.it_value.tv_sec = secondsOfWork;
-  setitimer(ITIMER_PROF, &work, nullptr);
-  alarm(secondsByTheClock);
-}
-
-// A child must end in time and within its memory.
-void runGuarded(const Bytes& bytes) {
-  limitTime(kSecondsAtMost, kSecondsByTheClock);
-  tb::fuzz::runSequence(bytes);
-  limitTime(0, 0);
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  if (usage.ru_maxrss <= kKilobytesAtMost) return;
-  std::fprintf(stderr, "finding: the memory rose to %ld MB\n", usage.ru_maxrss >> 10);
-  std::abort();
-}
-
-class Ending {
- public:
-  Ending(bool isGood, std::string said) : good(isGood), output(std::move(said)) {}
-
-  const bool good;
-  const std::string output;  // what the child said on standard error
-
-  // What tells one failure from another: the first words about it and the first function of
-  // libtiff's or of the module's on the stack.
-  std::string kind() const {
-    if (good) return "";
-    const std::string words = lineWith({"finding: ", "SUMMARY: ", "Assertion", "runtime error: "});
-    const std::string frame = lineWith({" in TIFF", " in _TIFF", "/libtiff/tif_", " in tb::"});
-    const std::size_t name = frame.find(" in ");
-    const bool isFrame = frame.find(" #") != std::string::npos && name != std::string::npos;
-    return (words.empty() ? "killed by a signal" : words) + (isFrame ? frame.substr(name) : "");
-  }
-
- private:
-  std::string lineWith(std::initializer_list<const char*> marks) const {
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.find("tif_unix.c") != std::string::npos)
-        continue;  // memcpy and write by other names
-      for (const char* mark : marks)
-        if (line.find(mark) != std::string::npos) return line;
-    }
-    return "";
-  }
-};
-
-std::string readAll(int descriptor) {
-  std::string said;
-  char buffer[4096];
-  for (ssize_t size = 0; (size = read(descriptor, buffer, sizeof buffer)) > 0;)
-    said.append(buffer, static_cast<std::size_t>(size));
-  return said;
-}
-
-// Standard error goes through a pipe, which has no limit of the kind that sequences set to files.
-Ending inChild(const std::function<void()>& work) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
-  const pid_t child = fork();
-  if (child < 0) std::abort();
-  if (child == 0) {
-    dup2(ends[1], STDERR_FILENO);
-    work();
-    _exit(0);
-  }
-  close(ends[1]);
-  std::string said = readAll(ends[0]);
-  close(ends[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  if (signal == SIGPROF || signal == SIGALRM) said += "finding: no end in time\n";
-  return {WIFEXITED(status) && WEXITSTATUS(status) == 0, said};
-}
-
-// What a child tells its parent even when it crashes.
-std::uint64_t& sharedNumber() {
-  void* const memory = mmap(nullptr, sizeof(std::uint64_t), PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) std::abort();
-  return *static_cast<std::uint64_t*>(memory);
-}
-
-void writeFile(const std::filesystem::path& path, const void* data, std::size_t size) {
-  std::ofstream(path, std::ios::binary)
-      .write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-}
-
-void report(std::uint64_t seed, std::uint64_t index, const Ending& ending,
-            const std::filesystem::path& keep) {
-  std::printf("seed %lu, sequence %lu: %s\n", seed, index, ending.kind().c_str());
-  if (keep.empty()) {
-    std::fprintf(stderr, "%s", ending.output.c_str());
-    return;
-  }
-  const Bytes bytes = sequenceOf(seed, index);
-  const std::string name = std::to_string(seed) + "-" + std::to_string(index);
-  writeFile(keep / name, bytes.data(), bytes.size());
-  writeFile(keep / (name + ".log"), ending.output.data(), ending.output.size());
-}
-
-int runSeeded(std::uint64_t seed, std::uint64_t count, const std::filesystem::path& keep) {
-  std::printf("%lu sequences from seed %lu\n", count, seed);
-  std::fflush(stdout);
-  std::uint64_t& current = sharedNumber();
-  std::uint64_t failures = 0;
-  for (std::uint64_t next = 0; next < count; next = current + 1) {
-    const Ending ending = inChild([&] {
-      for (current = next; current < count; ++current) runGuarded(sequenceOf(seed, current));
-    });
-    if (ending.good) break;
-    ++failures;
-    report(seed, current, ending, keep);
-    std::fflush(stdout);
-  }
-  std::printf("%lu failures\n", failures);
-  return failures == 0 ? 0 : 1;
-}
-
-int minimize(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  Bytes bytes{std::istreambuf_iterator<char>(file), {}};
-  const auto kindOf = [](const Bytes& input) { return inChild([&] { runGuarded(input); }).kind(); };
-  const std::string kind = kindOf(bytes);
-  if (kind.empty()) return 1;
-  for (bool shorter = true; shorter;) {
-    shorter = false;
-    for (std::size_t at = tb::fuzz::kHeaderLength; at < bytes.size();) {
-      Bytes without = bytes;
-      const std::size_t end = std::min(at + tb::fuzz::kStepLength, bytes.size());
-      without.erase(without.begin() + static_cast<std::ptrdiff_t>(at),
-                    without.begin() + static_cast<std::ptrdiff_t>(end));
-      if (kindOf(without) != kind) {
-        at += tb::fuzz::kStepLength;
-        continue;
-      }
-      bytes = std::move(without);
-      shorter = true;
-    }
-  }
-  writeFile(path, bytes.data(), bytes.size());
-  std::printf("%zu bytes: %s\n", bytes.size(), kind.c_str());
-  return 0;
-}
-
-std::uint64_t numberOr(const char* text, std::uint64_t fallback) {
-  return text != nullptr ? std::strtoull(text, nullptr, 10) : fallback;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  (void)tb::fuzz::startingFiles();  // before the children, who then share them
-  if (argc == 3 && std::strcmp(argv[1], "--minimize") == 0) return minimize(argv[2]);
-  constexpr std::uint64_t kSequences = 1500;
-  const char* const seed = argc > 1 ? argv[1] : nullptr;
-  const char* const count = argc > 2 ? argv[2] : nullptr;
-  return runSeeded(numberOr(seed, 1), numberOr(count, kSequences), argc > 3 ? argv[3] : "");
+  using namespace tb::fuzz;
+  (void)startingFiles();  // before the children, who then share them
+  const auto run = [](const Bytes& bytes) { runSequence(bytes); };
+  if (argc == 3 && std::strcmp(argv[1], "--minimize") == 0)
+    return minimize(argv[2], kHeaderLength, kStepLength, run);
+  const std::uint64_t seed = argumentOr(argc, argv, 1, 1);
+  const auto make = [seed](std::uint64_t index) { return sequenceOf(seed, index); };
+  return runSeeded({"sequence", seed, make, run}, argumentOr(argc, argv, 2, 1500),
+                   argc > 3 ? argv[3] : "");
 }

@@ -19,6 +19,12 @@ namespace {
 
 constexpr const char* kModes[] = {"r+", "r+", "r+", "r+", "r+",  "r+", "rm", "r",  "a",
                                   "w",  "w",  "wb", "w8", "r+m", "a",  "a8", "ab", "rc"};
+constexpr const char* kWritingModes[] = {"w", "wl", "wb", "w8", "wl8", "wb8"};
+
+const char* anyMode(FuzzedDataProvider& header, Repertoire repertoire) {
+  return repertoire == Repertoire::kWriting ? header.PickValueInArray(kWritingModes)
+                                            : header.PickValueInArray(kModes);
+}
 
 rlim_t sizeOf(const std::string& name) {
   struct stat status {};
@@ -48,13 +54,28 @@ const Session::Row Session::kRows[] = {
     {"query", &Session::query, true},
 };
 
+const Session::Row Session::kWritingRows[] = {
+    {"setField", &Session::setField},
+    {"setField", &Session::setField},
+    {"setField", &Session::setField},
+    {"setAnything", &Session::setAnything},
+    {"layOut", &Session::layOut},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeBlock", &Session::writeBlock, true},
+    {"writeAnything", &Session::writeAnything, true},
+    {"writeDirectory", &Session::writeDirectory},
+};
+
 // --- Opening and closing
 
 Session::Session(FuzzedDataProvider& header, const StartingFile& start, const Bytes& contents,
-                 bool whole)
-    : contents_(contents), modelled_(whole) {
+                 bool whole, Repertoire repertoire)
+    : repertoire_(repertoire), contents_(contents), modelled_(whole) {
   if (isTraced()) std::fprintf(stderr, "file %s%s\n", start.name, whole ? "" : ", damaged");
-  open(header.PickValueInArray(kModes));
+  open(anyMode(header, repertoire));
 }
 
 void Session::open(const char* mode) {
@@ -124,11 +145,16 @@ Outcome Session::run(const char* operation, std::initializer_list<const vxArray*
   return outcome;
 }
 
+Session::Row Session::anyRow(FuzzedDataProvider& input) const {
+  return repertoire_ == Repertoire::kWriting ? input.PickValueInArray(kWritingRows)
+                                             : input.PickValueInArray(kRows);
+}
+
 void Session::step(FuzzedDataProvider& input) {
-  const Row& row = input.PickValueInArray(kRows);
+  const Row row = anyRow(input);
   const auto room = input.ConsumeIntegral<std::uint8_t>();
   if (isOff(row.name)) return;
-  limited_ = room < 24 && !fuzz::isOff("limit");
+  limited_ = room < 24 && repertoire_ == Repertoire::kAnything && !fuzz::isOff("limit");
   constexpr rlim_t kRooms[] = {0, 1, 8, 64, 200, 1000};
   if (limited_) limitFileSize(sizeOf(contents_.name()) + kRooms[room % std::size(kRooms)]);
   // Nothing but errors comes of an image operation on a new directory.

@@ -20,10 +20,14 @@ namespace tb::fuzz {
 // Where the handle stands.
 enum class Place { kPage, kSubPage, kNew };
 
+// What a session does: anything in any mode, or writing a new file only.
+enum class Repertoire { kAnything, kWriting };
+
 class Session {
  public:
   // Opens `contents`, which were made of `start` and may be damaged unless they are `whole`.
-  Session(FuzzedDataProvider& header, const StartingFile& start, const Bytes& contents, bool whole);
+  Session(FuzzedDataProvider& header, const StartingFile& start, const Bytes& contents, bool whole,
+          Repertoire repertoire = Repertoire::kAnything);
   // Closes the file and checks it.
   ~Session() { close(false); }
   Session(const Session&) = delete;
@@ -41,7 +45,9 @@ class Session {
     bool needsImage = false;
   };
   static const Row kRows[];
+  static const Row kWritingRows[];
 
+  Row anyRow(FuzzedDataProvider& input) const;
   void open(const char* mode);
   void close(bool byCleanup);
   bool isOff(const char* operation) const {
@@ -83,6 +89,7 @@ class Session {
     return scalarOr(call(isTiled() ? "numberOfTiles" : "numberOfStrips", {file_.get()}), 0);
   }
 
+  const Repertoire repertoire_;
   bool isPristine_ = true;  // nothing was done to the file
   MemoryFile contents_;
   bool modelled_;  // the file is one of which something can be said

@@ -234,12 +234,13 @@ void Session::writeBlock(FuzzedDataProvider& input) {
                                                 arrays[1].get(), arrays[2].get()});
   if (isReadOnly()) return;
   Expected& now = current();
-  now.touchedBlocks.insert(block);
-  now.blocks.erase(block);
+  now.touch(block);
   now.written = now.written || outcome.error.empty();
-  if (outcome.error.empty() && !outcome.warned && arrays.size() == 1 && layout.lossless() &&
-      layout.width * layout.length <= kMostPixels && isWholeBlock(layout, block, arrays[0].get()))
-    now.blocks[block] = std::move(arrays[0]);
+  if (!outcome.error.empty() || outcome.warned) return;
+  if (layout.width * layout.length > kMostPixels) return;
+  if (!isWholeBlock(layout, block, arrays[0].get())) return;
+  now.stored.insert(block);
+  if (arrays.size() == 1 && layout.lossless()) now.blocks[block] = std::move(arrays[0]);
 }
 
 void Session::writeAnything(FuzzedDataProvider& input) {
@@ -256,9 +257,7 @@ void Session::writeAnything(FuzzedDataProvider& input) {
         {file_.get(), number(block).get(), first.get(), anyArray(input).get(), first.get()});
   }
   if (isReadOnly()) return;
-  Expected& now = current();
-  now.touchedBlocks.insert(near);
-  now.blocks.erase(near);
+  current().touch(near);
 }
 
 // --- Questions

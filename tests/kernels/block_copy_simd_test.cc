@@ -1,17 +1,18 @@
 // The kernels between row-major blocks and column-major planes, on every instruction set, against
 // loops over single elements.
 
-#include <cstring>
 #include <ostream>
 #include <utility>
 
 #include "hwy/tests/hwy_gtest.h"
 #include "kernels/block_copy.h"
 #include "tests/support/kernel_memory.h"
+#include "tests/support/plain_kernels.h"
 
 namespace tb {
 namespace {
 
+namespace plain = test::plain;
 using test::KernelInput;
 using test::KernelOutput;
 using test::Sizes;
@@ -19,41 +20,20 @@ using test::Sizes;
 struct Case {
   std::size_t elementSize;
   BlockShape shape;
-
-  std::size_t blockBytes() const {
-    return (shape.rows - 1) * shape.blockStride + shape.columns * shape.samples * elementSize;
-  }
-  std::size_t planeBytes() const {
-    return ((shape.samples - 1) * shape.planeStride + (shape.columns - 1) * shape.columnStride +
-            shape.rows) *
-           elementSize;
-  }
 };
 
 std::ostream& operator<<(std::ostream& out, const Case& c) {
-  return out << c.elementSize << " bytes, " << c.shape.rows << " x " << c.shape.columns << " x "
-             << c.shape.samples << ", block stride " << c.shape.blockStride << ", column stride "
-             << c.shape.columnStride << ", plane stride " << c.shape.planeStride;
-}
-
-// Calls visit(blockOffset, planeOffset) with the byte offsets of every element.
-template <class Visit>
-void forEachElement(const Case& c, const Visit& visit) {
-  for (std::size_t row = 0; row < c.shape.rows; ++row)
-    for (std::size_t column = 0; column < c.shape.columns; ++column)
-      for (std::size_t sample = 0; sample < c.shape.samples; ++sample)
-        visit(row * c.shape.blockStride + (column * c.shape.samples + sample) * c.elementSize,
-              (row + column * c.shape.columnStride + sample * c.shape.planeStride) * c.elementSize);
+  return out << c.elementSize << " bytes, " << plain::described(c.shape);
 }
 
 void expectBothDirections(const Case& c) {
-  KernelInput block(c.blockBytes()), planes(c.planeBytes());
-  KernelOutput toPlanes(c.planeBytes()), expectedPlanes(c.planeBytes());
-  KernelOutput toBlock(c.blockBytes()), expectedBlock(c.blockBytes());
-  forEachElement(c, [&](std::size_t inBlock, std::size_t inPlanes) {
-    std::memcpy(expectedPlanes.data() + inPlanes, block.data() + inBlock, c.elementSize);
-    std::memcpy(expectedBlock.data() + inBlock, planes.data() + inPlanes, c.elementSize);
-  });
+  const std::size_t blockBytes = plain::blockBytes(c.shape, c.elementSize);
+  const std::size_t planeBytes = plain::planeBytes(c.shape, c.elementSize);
+  KernelInput block(blockBytes), planes(planeBytes);
+  KernelOutput toPlanes(planeBytes), expectedPlanes(planeBytes);
+  KernelOutput toBlock(blockBytes), expectedBlock(blockBytes);
+  plain::copyBlockToColumns(block.data(), expectedPlanes.data(), c.elementSize, c.shape);
+  plain::copyColumnsToBlock(planes.data(), expectedBlock.data(), c.elementSize, c.shape);
 
   copyBlockToColumns(block.data(), toPlanes.data(), c.elementSize, c.shape);
   copyColumnsToBlock(planes.data(), toBlock.data(), c.elementSize, c.shape);

@@ -4,28 +4,15 @@
 #include "hwy/tests/hwy_gtest.h"
 #include "kernels/logicals.h"
 #include "tests/support/kernel_memory.h"
+#include "tests/support/plain_kernels.h"
 
 namespace tb {
 namespace {
 
+namespace plain = test::plain;
 using test::KernelInput;
 using test::KernelOutput;
 using test::Sizes;
-
-std::size_t rowBytes(const BlockShape& shape) { return (shape.columns * shape.samples + 7) / 8; }
-std::size_t blockBytes(const BlockShape& shape) {
-  return (shape.rows - 1) * shape.blockStride + rowBytes(shape);
-}
-std::size_t planeBytes(const BlockShape& shape) {
-  return (shape.samples - 1) * shape.planeStride + (shape.columns - 1) * shape.columnStride +
-         shape.rows;
-}
-
-std::string describe(const BlockShape& shape) {
-  return std::to_string(shape.rows) + " x " + std::to_string(shape.columns) + " x " +
-         std::to_string(shape.samples) + ", strides " + std::to_string(shape.blockStride) + ", " +
-         std::to_string(shape.columnStride);
-}
 
 BlockShape tight(std::size_t rows, std::size_t columns, std::size_t samples) {
   return {rows, columns, samples, (columns * samples + 7) / 8, rows, rows * columns};
@@ -37,17 +24,13 @@ BlockShape clipped(std::size_t rows, std::size_t columns, std::size_t samples) {
 }
 
 void expectUnpacked(const BlockShape& shape) {
-  KernelInput block(blockBytes(shape));
-  KernelOutput logicals(planeBytes(shape)), expected(planeBytes(shape));
-  for (std::size_t row = 0; row < shape.rows; ++row)
-    for (std::size_t bit = 0; bit < shape.columns * shape.samples; ++bit)
-      expected.data()[row + bit / shape.samples * shape.columnStride +
-                      bit % shape.samples * shape.planeStride] =
-          block.data()[row * shape.blockStride + bit / 8] >> (7 - bit % 8) & std::byte{1};
+  KernelInput block(plain::bitBlockBytes(shape));
+  KernelOutput logicals(plain::planeBytes(shape, 1)), expected = logicals;
+  plain::unpackBitsToLogicals(block.data(), expected.data(), shape);
 
   unpackBitsToLogicals(block.data(), logicals.data(), shape);
 
-  ASSERT_TRUE(logicals == expected) << describe(shape);
+  ASSERT_TRUE(logicals == expected) << plain::described(shape);
 }
 
 // Sparse non-zero bytes of any value, so that zeros and ones are about as frequent.
@@ -59,19 +42,13 @@ KernelInput someLogicals(std::size_t size) {
 }
 
 void expectPacked(const BlockShape& shape) {
-  KernelInput logicals = someLogicals(planeBytes(shape));
-  KernelOutput block(blockBytes(shape)), expected(blockBytes(shape));
-  for (std::size_t row = 0; row < shape.rows; ++row) {
-    std::byte* bits = expected.data() + row * shape.blockStride;
-    std::fill_n(bits, rowBytes(shape), std::byte{0});
-    for (std::size_t column = 0; column < shape.columns; ++column)
-      if (logicals.data()[row + column * shape.columnStride] != std::byte{0})
-        bits[column / 8] |= std::byte{0x80} >> (column % 8);
-  }
+  KernelInput logicals = someLogicals(plain::planeBytes(shape, 1));
+  KernelOutput block(plain::bitBlockBytes(shape)), expected = block;
+  plain::packLogicalsToBits(logicals.data(), expected.data(), shape);
 
   packLogicalsToBits(logicals.data(), block.data(), shape);
 
-  ASSERT_TRUE(block == expected) << describe(shape);
+  ASSERT_TRUE(block == expected) << plain::described(shape);
 }
 
 constexpr std::size_t kHeights[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,  12,  13,  14,

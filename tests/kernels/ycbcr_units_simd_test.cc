@@ -4,92 +4,40 @@
 #include "hwy/tests/hwy_gtest.h"
 #include "kernels/ycbcr_units.h"
 #include "tests/support/kernel_memory.h"
+#include "tests/support/plain_kernels.h"
 
 namespace tb {
 namespace {
 
+namespace plain = test::plain;
+using plain::covering;
 using test::KernelInput;
 using test::KernelOutput;
 using test::Sizes;
 
-std::size_t unitBytes(const YCbCrShape& shape) { return shape.horizontal * shape.vertical + 2; }
-std::size_t unitsBytes(const YCbCrShape& shape) {
-  return ((shape.unitRows - 1) * shape.unitStride + shape.unitColumns) * unitBytes(shape);
-}
-std::size_t lumaBytes(const YCbCrShape& shape) {
-  return (shape.lumaColumns - 1) * shape.lumaColumnStride + shape.lumaRows;
-}
-std::size_t chromaBytes(const YCbCrShape& shape) {
-  return (shape.unitColumns - 1) * shape.chromaColumnStride + shape.unitRows;
-}
-
-// The units that cover rows x columns of luma; `padding` widens every stride.
-YCbCrShape covering(std::size_t rows, std::size_t columns, std::size_t horizontal,
-                    std::size_t vertical, std::size_t padding) {
-  const std::size_t unitRows = (rows + vertical - 1) / vertical;
-  const std::size_t unitColumns = (columns + horizontal - 1) / horizontal;
-  return {unitRows, unitColumns, unitColumns + padding, horizontal,        vertical,
-          rows,     columns,     rows + padding,        unitRows + padding};
-}
-
-std::string describe(const YCbCrShape& shape) {
-  return std::to_string(shape.lumaRows) + " x " + std::to_string(shape.lumaColumns) +
-         ", subsampled " + std::to_string(shape.horizontal) + " x " +
-         std::to_string(shape.vertical) + ", unit stride " + std::to_string(shape.unitStride);
-}
-
-// Calls visit(unitByte, lumaRow, lumaColumn) for luma and chroma(unitByte, element) for each unit,
-// rows of units from the first to the last.
-template <class Luma, class Chroma>
-void forEachUnit(const YCbCrShape& shape, const Luma& luma, const Chroma& chroma) {
-  for (std::size_t unitRow = 0; unitRow < shape.unitRows; ++unitRow)
-    for (std::size_t unitColumn = 0; unitColumn < shape.unitColumns; ++unitColumn) {
-      const std::size_t unit = (unitRow * shape.unitStride + unitColumn) * unitBytes(shape);
-      for (std::size_t k = 0; k < unitBytes(shape) - 2; ++k)
-        luma(unit + k, unitRow * shape.vertical + k / shape.horizontal,
-             unitColumn * shape.horizontal + k % shape.horizontal);
-      chroma(unit + unitBytes(shape) - 2, unitRow + unitColumn * shape.chromaColumnStride);
-    }
-}
-
 void expectSplit(const YCbCrShape& shape) {
-  KernelInput units(unitsBytes(shape));
-  KernelOutput y(lumaBytes(shape)), cb(chromaBytes(shape)), cr(chromaBytes(shape));
+  KernelInput units(plain::unitsBytes(shape));
+  KernelOutput y(plain::lumaBytes(shape)), cb(plain::chromaBytes(shape)), cr = cb;
   KernelOutput expectedY = y, expectedCb = cb, expectedCr = cr;
-  forEachUnit(
-      shape,
-      [&](std::size_t from, std::size_t row, std::size_t column) {
-        if (row < shape.lumaRows && column < shape.lumaColumns)
-          expectedY.data()[row + column * shape.lumaColumnStride] = units.data()[from];
-      },
-      [&](std::size_t from, std::size_t element) {
-        expectedCb.data()[element] = units.data()[from];
-        expectedCr.data()[element] = units.data()[from + 1];
-      });
+  plain::splitYCbCrUnits(units.data(), expectedY.data(), expectedCb.data(), expectedCr.data(),
+                         shape);
 
   splitYCbCrUnits(units.data(), y.data(), cb.data(), cr.data(), shape);
 
-  ASSERT_TRUE(y == expectedY) << "Y of " << describe(shape);
-  ASSERT_TRUE(cb == expectedCb) << "Cb of " << describe(shape);
-  ASSERT_TRUE(cr == expectedCr) << "Cr of " << describe(shape);
+  ASSERT_TRUE(y == expectedY) << "Y of " << plain::described(shape);
+  ASSERT_TRUE(cb == expectedCb) << "Cb of " << plain::described(shape);
+  ASSERT_TRUE(cr == expectedCr) << "Cr of " << plain::described(shape);
 }
 
 void expectJoined(const YCbCrShape& shape) {
-  KernelInput y(lumaBytes(shape)), cb(chromaBytes(shape)), cr(chromaBytes(shape));
-  KernelOutput units(unitsBytes(shape)), expected(unitsBytes(shape));
-  forEachUnit(
-      shape,
-      [&](std::size_t to, std::size_t row, std::size_t column) {
-        expected.data()[to] = y.data()[row + column * shape.lumaColumnStride];
-      },
-      [&](std::size_t to, std::size_t element) {
-        expected.data()[to] = cb.data()[element];
-        expected.data()[to + 1] = cr.data()[element];
-      });
+  KernelInput y(plain::lumaBytes(shape)), cb(plain::chromaBytes(shape)),
+      cr(plain::chromaBytes(shape));
+  KernelOutput units(plain::unitsBytes(shape)), expected = units;
+  plain::joinYCbCrUnits(y.data(), cb.data(), cr.data(), expected.data(), shape);
 
   joinYCbCrUnits(y.data(), cb.data(), cr.data(), units.data(), shape);
 
-  ASSERT_TRUE(units == expected) << describe(shape);
+  ASSERT_TRUE(units == expected) << plain::described(shape);
 }
 
 // TIFF's subsampling factors and one that only a damaged file has.

@@ -1,0 +1,328 @@
+"""Damaged files, and arrays and options of any kind, through the file layer and the command line.
+
+    fuzz_file_layer.py SECONDS    try new examples for so long
+
+Whatever a file says, there are results or the exceptions that the pages name, and commands end
+with a line; and an image that is written is the image that is read.
+"""
+
+from __future__ import annotations
+
+import contextlib
+import io
+import itertools
+import os
+import re
+import sys
+import tempfile
+import time
+import warnings
+from collections.abc import Callable, Iterator
+from pathlib import Path
+from typing import Any
+
+import hypothesis
+import hypothesis.extra.numpy as hnp
+import numpy as np
+import tagbridge
+from hypothesis import strategies as st
+from tagbridge.cli import main as run_command
+
+ROOT = Path(__file__).resolve().parents[1]
+LARGEST_FILE = 100_000
+LARGEST_IMAGE = 1 << 22
+MEMORY_LIMIT = 64 << 20
+
+# What a file may bring about, and an option besides.
+OF_FILES = (tagbridge.Error, MemoryError)
+OF_OPTIONS = (tagbridge.Error, MemoryError, ValueError, TypeError, KeyError)
+IN_COMMANDS = {"ValueError", "KeyError", "IndexError", "MemoryError", "UnsupportedOperation"}
+
+
+# --- Files
+
+def small_files() -> Iterator[bytes]:
+    """Files of a few pixels, of every kind that the package writes."""
+    gray = np.arange(20 * 30, dtype=np.uint16).reshape(20, 30)
+    colours = np.stack([gray, gray * 2, gray * 3], axis=2).astype(np.uint8)
+    for mode, options in itertools.product(("w", "wb", "w8"), (
+            {}, {"compression": "lzw", "predictor": True}, {"tile": (16, 16)},
+            {"compression": "deflate", "rows_per_strip": 7}, {"compression": "packbits"})):
+        stream = io.BytesIO()
+        with tagbridge.open(stream, mode) as tif:
+            tif.write(gray, description="numbers", **options)
+            tif.write(colours, planar="separate", subdirectories=1, **options)
+            tif.write(gray[::2, ::2])
+            tif.write(gray > 100, compression="group4")
+        yield stream.getvalue()
+    for options in ({"compression": "jpeg"}, {"compression": "jpeg", "photometric": "ycbcr"}):
+        stream = io.BytesIO()
+        with contextlib.suppress(*OF_OPTIONS):
+            tagbridge.imwrite(stream, colours, **options)
+            yield stream.getvalue()
+
+
+def found_files() -> Iterator[bytes]:
+    """The examples, and the files of the folder that TAGBRIDGE_CORPUS names."""
+    folders = [ROOT / "examples", Path(os.environ.get("TAGBRIDGE_CORPUS") or ROOT / "examples")]
+    for path in sorted({path for folder in folders for path in folder.rglob("*.tif*")}):
+        if path.stat().st_size <= LARGEST_FILE:
+            yield path.read_bytes()
+
+
+FILES = [*small_files(), *found_files()]
+
+
+def entries_of(data: bytes) -> list[tuple[int, int]]:
+    """Where the entries of the first directories lie, and their size."""
+    order: Any = "big" if data[:2] == b"MM" else "little"
+    big = data[2:4] in (b"\x2b\x00", b"\x00\x2b")
+    word, counted, size = (8, 8, 20) if big else (4, 2, 12)
+    entries: list[tuple[int, int]] = []
+    link = word
+    for _ in range(4):
+        start = int.from_bytes(data[link:link + word], order)
+        count = int.from_bytes(data[start:start + counted], order)
+        if start == 0 or count > 100:
+            break
+        entries += [(start + counted + number * size, size) for number in range(count)]
+        link = start + counted + count * size
+    return entries
+
+
+# What is done to a file: how, where, and with what number.
+EDITS = st.lists(st.tuples(st.sampled_from(["bit", "cut", "field", "field", "field", "swap"]),
+                           st.integers(0, 2**31), st.integers(0, 2**32 - 1)), max_size=4)
+DAMAGE = st.tuples(st.integers(0, len(FILES) - 1), EDITS)
+
+ODD = [0, 1, 2, 3, 5, 7, 8, 16, 255, 32773, 34676, 34712, 65535, 2**31 - 1, 2**31, 2**32 - 1]
+
+
+def damaged(damage: tuple[int, list[tuple[str, int, int]]]) -> bytes:
+    """The file of that number with the changes."""
+    number, edits = damage
+    data = bytearray(FILES[number])
+    entries = entries_of(data) or [(0, 12)]
+    for how, where, what in edits:
+        at, size = entries[where % len(entries)]
+        part = where // len(entries) % (size // 2) * 2
+        if how == "bit":
+            data[where % len(data)] ^= 1 << what % 8
+        elif how == "cut":
+            del data[8 + where % max(len(data) - 8, 1):]
+        elif how == "swap":
+            other = entries[what % len(entries)][0]
+            data[at:at + size], data[other:other + size] = (data[other:other + size],
+                                                            data[at:at + size])
+        else:
+            value = ODD[what % len(ODD)] if what % 2 else what
+            data[at + part:at + part + 4] = value.to_bytes(4, "little")
+        if len(data) < 16:
+            break
+    return bytes(data)
+
+
+@contextlib.contextmanager
+def quiet() -> Iterator[None]:
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", tagbridge.Warning)
+        yield
+
+
+def attempt(work: Callable[[], Any], allowed: Any = OF_FILES) -> Any:
+    """What the work returns, None if it ends as it may."""
+    try:
+        return work()
+    except allowed:
+        return None
+
+
+# --- Properties
+
+ATTRIBUTES = ["shape", "dtype", "ndim", "size", "nbytes", "compression", "photometric", "planar",
+              "sample_format", "tiled", "block_shape", "metadata", "subdirectories", "index"]
+
+
+def look_at(page: tagbridge.Directory) -> None:
+    """Read all that a directory has."""
+    for name in ATTRIBUTES:
+        attempt(lambda: getattr(page, name))
+    for tag in attempt(lambda: list(page.tags)) or []:
+        attempt(lambda: page.tags[tag])
+    attempt(lambda: repr(page))
+    if (attempt(lambda: page.nbytes) or 0) > LARGEST_IMAGE:
+        return
+    attempt(page.read)
+    attempt(lambda: page.read(raw=True))
+    attempt(lambda: page.read(strict=True))
+    attempt(lambda: page[1:3, ::-2])
+    attempt(page.rgba)
+    attempt(lambda: [block.read() for block in itertools.islice(page.blocks, 3)])
+
+
+def reading_ends(damage: Any) -> None:
+    """A file is read, or there is an error of the list."""
+    with quiet():
+        tif = attempt(lambda: tagbridge.open(io.BytesIO(damaged(damage))))
+        if tif is None:
+            return
+        with tif:
+            pages = attempt(lambda: list(itertools.islice(tif, 4))) or []
+            for page in pages:
+                look_at(page)
+                for level in (attempt(lambda: page.subdirectories) or ())[:2]:
+                    look_at(level)
+
+
+COMMANDS = [["info", "IN"], ["info", "IN", "--tags"], ["info", "IN", "--json", "--tags"],
+            ["get", "IN", "ImageWidth"], ["get", "IN", "Compression", "-d", "1"],
+            ["set", "IN", "Artist", "me"], ["set", "IN", "Orientation", "3"],
+            ["convert", "IN", "OUT"], ["convert", "IN", "OUT", "--compression", "deflate"],
+            ["convert", "IN", "OUT", "--tile", "16x16", "--region", "0:9,0:9"],
+            ["export", "IN", "OUT.npy"], ["export", "IN", "OUT.png"],
+            ["preview", "IN", "-o", "OUT.png"], ["verify", "IN"], ["diff", "IN", "IN"]]
+
+
+def run_quietly(arguments: list[str]) -> tuple[int, str]:
+    streams = [io.TextIOWrapper(io.BytesIO(), "utf-8") for _ in range(2)]
+    with contextlib.redirect_stdout(streams[0]), contextlib.redirect_stderr(streams[1]):
+        status = run_command(arguments)
+    streams[1].flush()
+    return status, streams[1].buffer.getvalue().decode()  # type: ignore[attr-defined]
+
+
+def commands_end(damage: Any, command: list[str]) -> None:
+    """A command succeeds or fails with lines; it makes a whole file or none."""
+    data = damaged(damage)
+    with tempfile.TemporaryDirectory() as name, quiet():
+        folder = Path(name)
+        (folder / "in.tif").write_bytes(data)
+        out = [part.replace("OUT", "out") for part in command if part.startswith("OUT")]
+        words = [part.replace("IN", f"{name}/in.tif").replace("OUT", f"{name}/out")
+                 for part in command]
+        status, said = run_quietly(words)
+        assert status in (0, 1), said
+        assert "Traceback" not in said, said
+        for kind in re.findall(r"\((\w+)\)$", said, re.MULTILINE):
+            assert kind in IN_COMMANDS, said
+        there = {path.name for path in folder.iterdir()}
+        assert there == {"in.tif", *(out if status == 0 else [])}, there
+        if command[0] != "set":
+            assert (folder / "in.tif").read_bytes() == data
+
+
+DTYPES = st.sampled_from(["?", "u1", "i1", "u2", "i2", "u4", "i4", "f4", "f8"])
+SHAPES = hnp.array_shapes(min_dims=2, max_dims=3, min_side=1, max_side=40)
+ARRAYS = DTYPES.flatmap(lambda kind: st.tuples(st.just(kind), SHAPES, st.integers(0, 2**32 - 1)))
+OPTIONS = st.fixed_dictionaries({}, optional={
+    "compression": st.sampled_from([None, "none", "packbits", "lzw", "deflate"]),
+    "predictor": st.sampled_from([None, True]),
+    "tile": st.sampled_from([(16, 16), (32, 16), (16, 48)]),
+    "rows_per_strip": st.integers(1, 50),
+    "planar": st.sampled_from(["contig", "separate"]),
+    "bigtiff": st.booleans(),
+    "description": st.text(max_size=10),
+})
+
+
+def made(kind: str, shape: tuple[int, ...], seed: int) -> np.ndarray:
+    """Any bits as an array; of samples, at most six, and one of one bit."""
+    if len(shape) == 3:
+        shape = shape[:2] if kind == "?" else (*shape[:2], 1 + shape[2] % 6)
+    dtype = np.dtype(kind)
+    random = np.random.default_rng(seed)
+    if kind == "?":
+        return random.random(shape) < 0.5
+    count = int(np.prod(shape)) * dtype.itemsize
+    return np.frombuffer(random.bytes(count), dtype).reshape(shape)
+
+
+def images_round_trip(parts: tuple[str, tuple[int, ...], int], options: dict[str, Any],
+                      key: tuple[slice, slice]) -> None:
+    """An image is read as it was written, whole and in parts."""
+    array = made(*parts)
+    stream = io.BytesIO()
+    with quiet():
+        try:
+            tagbridge.imwrite(stream, array, **options)
+        except OF_OPTIONS:
+            # Options can be refused, and samples that are no colours; not a plain image.
+            assert options or (array.ndim == 3 and array.dtype.kind != "u"), parts
+            return
+        got = tagbridge.imread(stream)
+        with tagbridge.open(stream) as tif:
+            part = tif[0][key]
+    wanted = array[:, :, 0] if array.ndim == 3 and array.shape[2] == 1 else array
+    assert got.dtype == wanted.dtype and got.shape == wanted.shape
+    assert got.tobytes() == wanted.tobytes()
+    assert part.shape == wanted[key].shape and part.tobytes() == wanted[key].tobytes()
+
+
+KEYS = st.tuples(*[st.slices(40)] * 2)
+
+ODD_VALUES = st.one_of(
+    st.none(), st.booleans(), st.integers(-3, 70000), st.floats(), st.text(max_size=4),
+    st.binary(max_size=4), st.lists(st.integers(-1, 40), max_size=3),
+    st.tuples(st.integers(0, 64), st.integers(0, 64)))
+ODD_ARRAYS = st.one_of(
+    ODD_VALUES,
+    hnp.arrays(hnp.scalar_dtypes(), hnp.array_shapes(min_dims=0, max_dims=4, min_side=0, max_side=5)))
+ODD_OPTIONS = st.dictionaries(
+    st.sampled_from(["photometric", "compression", "predictor", "tile", "rows_per_strip", "planar",
+                     "extra_samples", "colormap", "resolution", "resolution_unit", "description",
+                     "level", "subdirectories", "tags", "shape", "dtype", "bigtiff"]),
+    ODD_VALUES, max_size=3)
+
+
+def writing_ends(array: Any, options: dict[str, Any]) -> None:
+    """Anything is written, and can then be opened, or is refused as the pages say."""
+    stream = io.BytesIO()
+    with quiet():
+        try:
+            tagbridge.imwrite(stream, array, **options)
+        except OF_OPTIONS:
+            return
+        with tagbridge.open(stream) as tif:
+            assert len(tif) == 1
+
+
+PROPERTIES = {
+    reading_ends: (DAMAGE,),
+    commands_end: (DAMAGE, st.sampled_from(COMMANDS)),
+    images_round_trip: (ARRAYS, OPTIONS, KEYS),
+    writing_ends: (ODD_ARRAYS, ODD_OPTIONS),
+}
+
+
+def try_examples(check: Callable[..., None], count: int, seed: int) -> None:
+    """Try so many examples of a property; the seed says which."""
+    limit = tagbridge.memory_limit()
+    tagbridge.set_memory_limit(MEMORY_LIMIT)
+    try:
+        given = hypothesis.given(*PROPERTIES[check])(check)
+        settings = hypothesis.settings(
+            max_examples=count, deadline=None, database=None, print_blob=False,
+            suppress_health_check=list(hypothesis.HealthCheck))
+        hypothesis.seed(seed)(settings(given))()
+    finally:
+        tagbridge.set_memory_limit(limit)
+
+
+def main() -> int:
+    if len(sys.argv) != 2 or not sys.argv[1].isdigit():
+        print(f"usage: {sys.argv[0]} SECONDS", file=sys.stderr)
+        return 2
+    examples = 25  # of each between two looks at the clock
+    end = time.monotonic() + int(sys.argv[1])
+    first = seed = int(time.time())
+    while time.monotonic() < end:
+        for check in PROPERTIES:
+            try_examples(check, examples, seed)
+        seed += 1
+    print(f"{(seed - first) * examples} examples of each of {len(PROPERTIES)} properties, "
+          f"seeds from {first}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
