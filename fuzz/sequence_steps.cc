@@ -198,6 +198,11 @@ void Session::readBlock(FuzzedDataProvider& input) {
   const auto written = now.blocks.find(block);
   if (!modelled_ || fuzz::isOff("check:read") || tiled != isTiled()) return;
   if (written == now.blocks.end()) return;
+  // By the first block that it decodes libtiff settles whether codes of LZW are of the older kind,
+  // and what another compression has left may look so.
+  const double scheme =
+      scalarOr(call("getField", {file_.get(), number(TIFFTAG_COMPRESSION).get()}), 0);
+  if (now.before && now.layoutEdited && scheme == COMPRESSION_LZW) return;
   if (!outcome.error.empty()) fail("a block that was written cannot be read: " + outcome.error);
   if (!sameArray(outcome.outputs[0].get(), written->second.get()))
     fail("a block is not read as it was written");
