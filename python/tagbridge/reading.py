@@ -174,8 +174,10 @@ def read_image(
         out = make(selection.shape, decode.dtype, order="F")
     else:
         check_out(out, selection.shape, decode.dtype)
+    # Of the base class: a mask, or another idea of what an index means, is the caller's.
+    target = out.view(np.ndarray)
     with reporting(progress) as report:
-        read = _Read(directory, layout, decode, selection, out, report)
+        read = _Read(directory, layout, decode, selection, target, report)
         report.total = read.count()
         read.threads = _thread_count(read, threads)
         try:
