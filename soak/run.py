@@ -3,7 +3,7 @@
 usage: run.py [SCALE]      a SCALEth of the work (default 1: all of it)
 
 Prints what was done, how long it took, by how much the memory in use grows (the slope of the straight
-line through the samples, but for the first quarter of them), and the descriptors that were left.
+line through the samples after a warm-up), and the descriptors that were left.
 Ends with status 1 when memory grows, a descriptor is left or a result is wrong.
 """
 

@@ -38,7 +38,9 @@ def slope(places: Sequence[float], values: Sequence[float]) -> float:
 class Memory:
     """Memory in use against the number of calls, from when all that is kept was made once."""
 
-    def __init__(self) -> None:
+    def __init__(self, warm_up: float = 0.25) -> None:
+        """Begin; that part of the samples comes before all that is kept was made."""
+        self._warm_up = warm_up
         self._calls: list[int] = []
         self._resident: list[int] = []
 
@@ -48,15 +50,18 @@ class Memory:
         self._resident.append(resident())
 
     @property
+    def _first(self) -> int:
+        return int(len(self._calls) * self._warm_up)
+
+    @property
     def slope(self) -> float:
-        """Bytes a million calls, over the last three quarters of the samples."""
-        begin = len(self._calls) // 4
+        """Bytes a million calls, over the samples after the warm-up."""
+        begin = self._first
         return 1e6 * slope(self._calls[begin:], self._resident[begin:])
 
     @property
     def grows(self) -> bool:
         """Whether that is more than chance."""
-        begin = len(self._calls) // 4
-        calls = self._calls[-1] - self._calls[begin]
+        calls = self._calls[-1] - self._calls[self._first]
         growth = self.slope * calls / 1e6
         return not IS_WATCHED and self.slope > SLOPE and growth > GROWTH
