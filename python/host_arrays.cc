@@ -3,12 +3,14 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <span>
 #include <string>
 
 #include "kernels/block_copy.h"
 #include "python/host_values.h"
 #include "runtime/arrays.h"
+#include "runtime/memory.h"
 
 namespace py = pybind11;
 
@@ -131,8 +133,10 @@ vxArrayPtr copyArray(PyArrayObject* array, vxClassID classId) {
   auto* const to = static_cast<std::byte*>(vxGetWritableData(copy.get()));
   if (copiedAsRows(array, to)) return copy;
   if (isRowMajor(array)) {
-    const py::object rows = owned(PyArray_FromArray(
-        array, PyArray_DescrNewByteorder(PyArray_DESCR(array), NPY_NATIVE), NPY_ARRAY_CARRAY));
+    // Of the base class: a subclass may change the shape of an array that is made of it.
+    const py::object rows =
+        owned(PyArray_FromArray(array, PyArray_DescrNewByteorder(PyArray_DESCR(array), NPY_NATIVE),
+                                NPY_ARRAY_CARRAY | NPY_ARRAY_ENSUREARRAY));
     if (copiedAsRows(arrayOf(rows), to)) return copy;
   }
   copyAnyhow(array, to);
@@ -170,7 +174,18 @@ HeldObjects objectsOf(PyArrayObject* array) {
   return held;
 }
 
+// An array that repeats one object takes no memory of its own, whatever its shape, but each element
+// of a cell does.
+void requireMemoryForCell(PyArrayObject* array) {
+  constexpr std::size_t kBytesOfAnElement = 192;  // its array, and what refers to it, at the least
+  const auto elements = static_cast<std::size_t>(PyArray_SIZE(array));
+  if (!vxIsWithinMemoryLimit(runtime::checkedProduct(elements, kBytesOfAnElement))) {
+    throw std::bad_alloc();
+  }
+}
+
 vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
+  requireMemoryForCell(array);
   const py::object ordered = columnMajor(array);
   PyArrayObject* const source = arrayOf(ordered);
   const HeldObjects objects = objectsOf(source);

@@ -105,7 +105,7 @@ void giveShared(void* cell, std::size_t size) noexcept {
 }  // namespace
 
 void* takeCell(std::size_t bytes) {
-  if constexpr (kAddressSanitizer) return alignedMemory(bytes);
+  if constexpr (kIsWatched) return alignedMemory(bytes);
   const std::size_t size = sizeIndex(bytes);
   if ((*kept)[size].count > 0) return (*kept)[size].pop();
   if (threading == Threading::kNew) announceThread();
@@ -113,7 +113,7 @@ void* takeCell(std::size_t bytes) {
 }
 
 void giveCell(void* cell, std::size_t bytes) noexcept {
-  if constexpr (kAddressSanitizer) return std::free(cell);
+  if constexpr (kIsWatched) return std::free(cell);
   const std::size_t size = sizeIndex(bytes);
   if (threading != Threading::kRunning || (*kept)[size].count >= kMostKept)
     return giveShared(cell, size);

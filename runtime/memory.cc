@@ -173,7 +173,7 @@ std::size_t physicalMemory() noexcept {
 void* takeBlock(std::size_t bytes, Contents contents) {
   if (bytes > memoryLimit() || bytes > std::numeric_limits<std::size_t>::max() / 4)
     throw std::bad_alloc();
-  if (kAddressSanitizer) return takeWatched(bytes, contents);
+  if (kIsWatched) return takeWatched(bytes, contents);
 
   const std::size_t small = sizeof(Header) + bytes + kSlack;
   if (small <= kLargestCell) {
@@ -197,7 +197,7 @@ void* takeBlock(std::size_t bytes, Contents contents) {
 void giveBlock(void* block) noexcept {
   if (block == nullptr) return;
   Header* header = headerOf(block);
-  if (kAddressSanitizer)
+  if (kIsWatched)
     std::free(header->base);
   else if (header->isCell)
     giveCell(header->base, header->total);

@@ -2,9 +2,13 @@
 
 from __future__ import annotations
 
+import math
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
+
+from . import _core
 
 
 def scalar(array: Any) -> Any:
@@ -15,6 +19,14 @@ def scalar(array: Any) -> Any:
 def up(number: int, divisor: int) -> int:
     """Return the quotient rounded up; 0 for a divisor of 0."""
     return -(-number // divisor) if divisor else 0
+
+
+def require_memory(shape: Sequence[int], dtype: Any) -> None:
+    """Raise MemoryError for an array beyond the limit of memory, of which nothing is made yet."""
+    size, limit = math.prod(shape) * np.dtype(dtype).itemsize, _core.memory_limit()
+    if size > limit:
+        raise MemoryError(f"an array of {' x '.join(map(str, shape))} {np.dtype(dtype)} takes {size} "
+                          f"bytes, and the limit is {limit}")
 
 
 def decoded_text(value: Any) -> str:

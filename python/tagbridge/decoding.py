@@ -7,6 +7,7 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
+from ._checks import require_memory
 from ._messages import Warning
 from .handle import Handle
 from .layout import Extent, Layout
@@ -103,6 +104,7 @@ def fitted(array: Array, shape: tuple[int, ...]) -> Array:
         return array
     if array.ndim != len(shape):
         array = array.reshape((*array.shape[:2], *(1,) * (len(shape) - 2))[:len(shape)], order="F")
+    require_memory(shape, array.dtype)
     whole = np.zeros(shape, array.dtype, order="F")
     common = tuple(slice(min(pair)) for pair in zip(array.shape, shape, strict=True))
     whole[common] = array[common]

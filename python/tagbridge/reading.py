@@ -14,7 +14,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from . import _core
-from ._checks import up
+from ._checks import require_memory, up
 from ._messages import Warning
 from .decoding import Decoder, StoredBlocks, decoder_for
 from .errors import decode_error, failure_of, issue
@@ -168,13 +168,16 @@ def read_image(
     directory._start_reading()
     decode = decoder_for(directory, raw)
     if out is None:
+        require_memory(selection.shape, decode.dtype)
         # Blocks cover all of it, unless they have no size. np.empty takes large pages.
         make = np.empty if layout.block_rows and layout.block_columns else np.zeros
         out = make(selection.shape, decode.dtype, order="F")
     else:
         check_out(out, selection.shape, decode.dtype)
+    # Of the base class: a mask, or another idea of what an index means, is the caller's.
+    target = out.view(np.ndarray)
     with reporting(progress) as report:
-        read = _Read(directory, layout, decode, selection, out, report)
+        read = _Read(directory, layout, decode, selection, target, report)
         report.total = read.count()
         read.threads = _thread_count(read, threads)
         try:

@@ -6,6 +6,7 @@ from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
+from ._checks import require_memory
 from ._messages import Warning
 from .enumerations import Orientation
 from .errors import failure_of, issue
@@ -45,6 +46,7 @@ def read_rgba(directory: Directory) -> np.ndarray[Any, Any]:
     """Return the whole image as rows x columns x 4 uint8; see Directory.rgba."""
     directory._start_reading()
     layout = directory._layout
+    require_memory((layout.rows, layout.columns, 4), np.uint8)
     image = np.zeros((layout.rows, layout.columns, 4), np.uint8, order="F")
     warnings: list[Warning] = []
     with directory._current() as handle:

@@ -7,7 +7,7 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDERS = {"bench", "core", "faults", "fuzz", "gateway", "handlers", "host", "image", "kernels",
-           "packaging", "python", "runtime", "tags", "tests", "tools", "examples"}
+           "packaging", "python", "runtime", "soak", "tags", "tests", "tools", "examples"}
 MOST_LINES = 400
 TABLES = {"runtime/catalog_entries.cc"}  # a row for each text of the catalog
 

@@ -28,6 +28,8 @@ class Failure(Exception):
             return cls(file, error.strerror, name)
         if isinstance(error, KeyError):
             return cls(file, f"there is no tag {error.args[0]!r}" if error.args else "no tag", name)
+        if isinstance(error, MemoryError):
+            return cls(file, str(error) or "there is not enough memory", name)
         return cls(file, str(error) or name, name)
 
     def __str__(self) -> str:

@@ -9,6 +9,7 @@ from typing import Any
 
 import numpy as np
 
+from .._checks import require_memory
 from ..image_source import ImageSource
 from ..indexing import Axis, Selection, parse_key
 
@@ -70,6 +71,7 @@ class Span:
         inner = Selection(tuple(within))
         if len(wanted) == 1:
             return wanted[0].read(inner, strict=self.strict)[np.newaxis]
+        require_memory((*inner.shape, len(wanted)), self.dtype)
         # Each image in one piece.
         array = np.moveaxis(
             np.empty((*inner.shape, len(wanted)), self.dtype, order="F"), -1, 0)
@@ -81,6 +83,7 @@ class Span:
         rows, *across = selection.axes
         if len(self.images) == 1:
             return self.images[0].read(selection, strict=self.strict)
+        require_memory(selection.shape, self.dtype)
         array = np.empty(selection.shape, self.dtype, order="F")
         for image, start, stop in zip(self.images, self.starts, self.starts[1:]):
             part = rows.within(start, stop)
