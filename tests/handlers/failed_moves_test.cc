@@ -118,6 +118,34 @@ TEST_F(FailedMovesOfAnEditedFile, WriteNothingAtTheEnd) {
   EXPECT_EQ(std::filesystem::file_size(path_), before);
 }
 
+// Cut into pieces, the rows of the second page would need tables of gigabytes.
+TEST_F(FailedMovesOfAnEditedFile, IntoADirectoryThatTakesTooMuchMemoryAreRefused) {
+  writeTiff(path_, {Layout{}, Layout{.width = 100000, .length = 1}});
+  {
+    const TiffHandle tif = openTiff(path_, "r+");
+    TIFFSetDirectory(tif.get(), 1);
+    TIFFSetField(tif.get(), TIFFTAG_IMAGELENGTH, 1'000'000'000);
+    TIFFSetField(tif.get(), TIFFTAG_ROWSPERSTRIP, 1'000'000'000);
+    TIFFRewriteDirectory(tif.get());
+  }
+  const OpenedFile file(path_, "r+");
+  expectError<Tiff::unableToChangeDir>({2}, [&] { call("setDirectory", file, 1); });
+  expectError<Tiff::unableToReadDir>({}, [&] { call("readDirectory", file); });
+}
+
+// Something else has truncated the file.
+TEST_F(FailedMovesOfAnEditedFile, WithoutAWayBackLeaveNoDirectoryAndTheFileAsItIs) {
+  {
+    const OpenedFile file(path_, "r+");
+    std::filesystem::resize_file(path_, 8);
+    EXPECT_THROW(call("setDirectory", file, 2), std::exception);
+    expectError<Tiff::cannotWriteInReadMode>(
+        {}, [&] { call("setField", file, TIFFTAG_SOFTWARE, "lost"); });
+    expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
+  }
+  EXPECT_EQ(std::filesystem::file_size(path_), 8U);
+}
+
 // Codec settings are all that can be stored in a file that is open for reading.
 TEST(FailedMoveOfAFileOpenForReading, KeepsTheSettingsOfTheCodec) {
   Scene scene;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "runtime/loader.h"
 #include "tests/support/scene.h"
 #include "tests/support/tag_files.h"
 
@@ -91,6 +92,13 @@ TEST_F(EditedLayout, RefusesRgbaOfSmallerTiles) {
   expectError<Tiff::imageReadErrorRGBA>({}, [&, &handle = file] { call("readRGBAImage", handle); });
 }
 
+TEST_F(EditedLayout, RefusesCompressedStripsOfOtherRows) {
+  const OpenedFile& file =
+      scene_.written({{.width = 32, .length = 32, .compression = COMPRESSION_LZW}}, "r+");
+  call("setField", file, TIFFTAG_BITSPERSAMPLE, 16);
+  expectSilentZeros(call("readEncodedStrip", file, 0));
+}
+
 TEST_F(EditedLayout, OfANewFileIsForLibtiffToJudge) {
   const OpenedFile& file = scene_.fresh(tileTags(PHOTOMETRIC_MINISBLACK, 8, 1));
   call("readEncodedTile", file, 0);
@@ -170,6 +178,43 @@ INSTANTIATE_TEST_SUITE_P(
                                 {{TIFFTAG_PHOTOMETRIC, 1}, {TIFFTAG_SAMPLESPERPIXEL, 1}},
                                 {32, 32}}),
     [](const auto& test) { return test.param.name; });
+
+// The layout is the one that the codec was set up by, so that nothing else keeps it from encoding.
+TEST(LoadedDirectory, OfAJpegThatCannotBeEncodedIsReadAndNotWritten) {
+  Scene scene;
+  const auto path = scene.folder() / "mask.tif";
+  writeTiff(path, {kJpeg});
+  {
+    const TiffHandle tif = openTiff(path, "r+");
+    TIFFSetField(tif.get(), TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MASK);
+    TIFFRewriteDirectory(tif.get());
+  }
+  const OpenedFile file(path, "r+");
+  call("readEncodedStrip", file, 0);
+  expectError<Tiff::stripWriteFailure>({1}, [&] {
+    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {32, 32}));
+  });
+}
+
+TEST(LoadedDirectory, OfAJpegWithFactorsOfFourIsNotWritten) {
+  Scene scene;
+  const auto path = scene.folder() / "factors.tif";
+  writeTiff(path, {{.width = 64,
+                    .length = 64,
+                    .samples = 3,
+                    .photometric = PHOTOMETRIC_YCBCR,
+                    .compression = COMPRESSION_JPEG}});
+  {
+    const TiffHandle tif = openTiff(path, "r+");
+    TIFFSetField(tif.get(), TIFFTAG_YCBCRSUBSAMPLING, 4, 4);
+    TIFFRewriteDirectory(tif.get());
+  }
+  const OpenedFile file(path, "r+");
+  call("readEncodedStrip", file, 0);
+  const vxArrayPtr y = zeros(vxUINT8, {64, 64}), chroma = zeros(vxUINT8, {16, 16});
+  expectError<Tiff::stripWriteFailure>(
+      {1}, [&] { call("writeEncodedStrip", file, 0, y, chroma, chroma); });
+}
 
 // WebP's decoder is set up in part before it refuses the size, and its encoder would release the
 // rest.
@@ -324,8 +369,8 @@ TEST_F(EditedLayout, OfBitsPerSampleToItsOwnValueSaysOnlyThatItIsFrozen) {
   } catch (const foundation::core::except::IMsgIDException&) {
     // libtiff refuses it.
   }
-  call("currentDirectory", file);
-  EXPECT_THAT(libtiffMessages(), IsEmpty());
+  ASSERT_EQ(runtime::collectedDiagnostics().size(), 1U);
+  EXPECT_THAT(runtime::collectedDiagnostics()[0].message, HasSubstr("BitsPerSample"));
 }
 
 }  // namespace

@@ -101,6 +101,16 @@ TEST_F(ReadHazards, ImageWithoutRowsButWithRowsPerStripHasNoStrips) {
   expectError<Tiff::badStripNumber>({0}, [&] { call("readEncodedStrip", file, 0); });
 }
 
+// libtiff goes on counting the strips of the directory that it has loaded, and divides by their
+// rows.
+TEST_F(ReadHazards, ImageThatLostItsRowsGivesAnArrayWithoutRows) {
+  writeTiff(path_, {{.width = 20}});
+  const OpenedFile file(path_, "r+");
+  set(file, TIFFTAG_ROWSPERSTRIP, 0xFFFFFFFF);
+  set(file, TIFFTAG_IMAGELENGTH, 0);
+  EXPECT_EQ(dimensionsOf(call("readEncodedStrip", file, 0)), (Dimensions{0, 20}));
+}
+
 TEST_F(ReadHazards, OnlyTileWidthSetMeansNoTiles) {
   const OpenedFile file = fresh();
   setLayout(file.handle(), {.width = 100, .length = 100});
@@ -307,6 +317,25 @@ TEST_F(ReadHazards, PackBitsThatEndEarlyGiveWhatTheyHaveBetweenZeros) {
   }
   // That of the lacking byte and that of the lacking rows, each once.
   EXPECT_EQ(libtiffMessages().size(), 2U);
+}
+
+// The decoder leaves the rows that its data do not have as they were, and succeeds.
+TEST_F(ReadHazards, JpegStripShorterThanItsDirectorySaysEndsInZeros) {
+  writeTiff(path_, {{.width = 64, .length = 32, .compression = COMPRESSION_JPEG}});
+  {
+    const TiffHandle tif = openTiff(path_, "r+");
+    TIFFSetField(tif.get(), TIFFTAG_IMAGELENGTH, 64);
+    TIFFSetField(tif.get(), TIFFTAG_ROWSPERSTRIP, 64);
+    TIFFRewriteDirectory(tif.get());
+  }
+  const OpenedFile file(path_, "r");
+  dirtyReleasedMemory({64, 64}, vxUINT8);
+  const auto elements = elementsOf<std::uint8_t>(call("readEncodedStrip", file, 0));
+  ASSERT_EQ(elements.size(), 64U * 64);
+  for (std::size_t element = 0; element < elements.size(); ++element) {
+    if (element % 64 < 32) continue;
+    ASSERT_EQ(elements[element], 0) << element;
+  }
 }
 
 // --- The world around the file

@@ -295,6 +295,23 @@ TEST_F(RgbaReads, ImagesWithoutRowsOrColumnsFail) {
   }
 }
 
+TEST(RgbaOfALogLuvBeingWritten, IsRefusedWhenTheCodecCannotBeSwitched) {
+  Scene scene;
+  const OpenedFile& file = scene.fresh({{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK},
+                                        {TIFFTAG_BITSPERSAMPLE, 16},
+                                        {TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_INT},
+                                        {TIFFTAG_SAMPLESPERPIXEL, 3},
+                                        {TIFFTAG_IMAGEWIDTH, 64},
+                                        {TIFFTAG_IMAGELENGTH, 64},
+                                        {TIFFTAG_ROWSPERSTRIP, 64},
+                                        {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGLUV},
+                                        {TIFFTAG_COMPRESSION, COMPRESSION_SGILOG}});
+  call("writeEncodedStrip", file, 0, zeros(vxINT16, {64, 64, 3}));
+  expectError<Tiff::stripReadErrorRGBA>({1},
+                                        [&, &handle = file] { call("readRGBAStrip", handle, 0); });
+  expectError<Tiff::imageReadErrorRGBA>({}, [&, &handle = file] { call("readRGBAImage", handle); });
+}
+
 TEST_F(RgbaReads, TileWidthWithoutTileLengthFails) {
   const OpenedFile& file = scene_.fresh({{TIFFTAG_PHOTOMETRIC, 1},
                                          {TIFFTAG_IMAGEWIDTH, 100},

@@ -12,7 +12,9 @@
 namespace tb::test {
 namespace {
 
+using testing::Contains;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr std::uint32_t kCodecAndMapTags[] = {TIFFTAG_COLORMAP,      TIFFTAG_SMINSAMPLEVALUE,
                                               TIFFTAG_PREDICTOR,     TIFFTAG_JPEGTABLES,
@@ -112,6 +114,20 @@ INSTANTIATE_TEST_SUITE_P(Compressions, RecompressedJpeg,
                                          Recompressed{"PackBitsRewritten", 32773,
                                                       "rewriteDirectory"}),
                          [](const auto& test) { return test.param.name; });
+
+// Code that shares the handle knows nothing of the marks.
+TEST(ForeignCodecTags, OfAHandleThatOtherCodeChangedAreNotWritten) {
+  Scene scene;
+  const auto path = scene.folder() / "jpeg.tif";
+  writeTiff(path, {{.width = 32, .length = 32, .compression = COMPRESSION_JPEG}});
+  {
+    const OpenedFile file(path, "r+");
+    TIFFSetField(file.handle(), TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+    call("rewriteDirectory", file);
+  }
+  ASSERT_NE(openTiff(path, "r"), nullptr);
+  EXPECT_THAT(tagsIn(path), Not(Contains(TIFFTAG_JPEGTABLES)));
+}
 
 TEST(CompressionSwitchedToSgiLog, DropsArraysThatWouldBeTooShort) {
   Scene scene;

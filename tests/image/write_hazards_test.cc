@@ -259,6 +259,30 @@ TEST_F(WriteHazards, CountOfJpegYCbCrNeverPassesTheBuffer) {
     }
 }
 
+// Three times the bytes of an RGB array, which the codec converts, are those of three strips.
+TEST_F(WriteHazards, JpegOfAnArrayThatIsSmallerThanItsImageIsWritten) {
+  const OpenedFile& file =
+      scene_.fresh(also(ycbcr(false, 3, 1, 1), {{TIFFTAG_IMAGELENGTH, 64},
+                                                {TIFFTAG_COMPRESSION, COMPRESSION_JPEG},
+                                                {TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB}}));
+  for (int strip = 0; strip < 4; ++strip)
+    EXPECT_NO_THROW(call("writeEncodedStrip", file, strip, bytes({16, 16, 3})));
+}
+
+TEST_F(WriteHazards, JpegWithFactorsThatItCannotHaveIsRefused) {
+  for (const double factor : {0.0, 65535.0}) {
+    constexpr double kRows = 8 * 65535;  // as many as the larger one asks for
+    const OpenedFile& file = scene_.fresh(
+        also(ycbcr(false, 3, factor, factor), {{TIFFTAG_IMAGELENGTH, kRows},
+                                               {TIFFTAG_ROWSPERSTRIP, kRows},
+                                               {TIFFTAG_COMPRESSION, COMPRESSION_JPEG},
+                                               {TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB}}));
+    expectError<Tiff::stripWriteFailure>({1}, [&, &handle = file] {
+      call("writeEncodedStrip", handle, 0, bytes({16, 16, 3}));
+    });
+  }
+}
+
 // --- Sizes
 
 TEST_F(WriteHazards, BlocksBeyondTheMemoryLimitAreRefusedAndTheFileUntouched) {

@@ -40,6 +40,7 @@ struct Storage {
   std::size_t mostAtOnce = ~std::size_t{0};
   bool interrupts = false;  // every other call
   std::uint64_t readErrorFrom = ~std::uint64_t{0};
+  std::uint64_t writeErrorAt = ~std::uint64_t{0};
   std::size_t capacity = ~std::size_t{0};
   int closeError = 0;
   unsigned calls = 0;
@@ -72,6 +73,7 @@ class StorageSource final : public FileSource {
 
   ssize_t writeSome(std::uint64_t offset, std::span<const std::byte> data) noexcept override {
     if (storage_.isInterrupted()) return failed(EINTR);
+    if (offset == storage_.writeErrorAt) return failed(EIO);
     if (offset >= storage_.capacity) return failed(ENOSPC);
     const std::size_t count =
         std::min({data.size(), storage_.mostAtOnce, storage_.capacity - offset});
@@ -195,6 +197,21 @@ TEST_F(Source, SurvivesTheLimitOnTheSizeOfFiles) {
   EXPECT_EQ(fs::file_size(folder_ / "image.tif"), 3000U);
 }
 
+// Directories are changed in several places, which must all be as they were or as they shall be.
+TEST_F(Source, PutsBackWhatAnUpdateHasReplacedWhenItFails) {
+  Storage storage{.bytes = std::vector<std::byte>(50)};
+  StorageSource source(storage);
+  const std::vector<std::byte> ones(4, std::byte{1});
+  source.beginUpdate();
+  for (const std::uint64_t place : {0U, 20U}) {
+    ASSERT_EQ(source.seek(place, SEEK_SET), place);
+    ASSERT_EQ(source.write(ones), ones.size());
+  }
+  storage.writeErrorAt = 20;
+  EXPECT_FALSE(source.commitUpdate());
+  EXPECT_EQ(storage.bytes, std::vector<std::byte>(50));
+}
+
 // A forked process shares the position of a descriptor.
 TEST_F(Source, IsNotMovedByAForkedProcess) {
   const fs::path path = folder_ / "image.tif";
@@ -212,6 +229,24 @@ TEST_F(Source, IsNotMovedByAForkedProcess) {
   char version = 0;
   EXPECT_EQ(TIFFGetReadProc(tif.get())(TIFFClientdata(tif.get()), &version, 1), 1);
   EXPECT_EQ(version, 42);
+}
+
+TEST_F(Source, ReadsItsOwnBytesAfterAForkedProcessHasRead) {
+  const fs::path path = folder_ / "image.tif";
+  writeTiff(path, {layout_});
+  const TiffHandle tif = open(path, "rm");
+  const auto byteAt = [&](toff_t offset) {
+    char byte = 0;
+    TIFFGetSeekProc(tif.get())(TIFFClientdata(tif.get()), offset, SEEK_SET);
+    return TIFFGetReadProc(tif.get())(TIFFClientdata(tif.get()), &byte, 1) == 1 ? byte : '?';
+  };
+  ASSERT_EQ(byteAt(0), 'I');
+  const pid_t child = fork();
+  if (child == 0) _exit(byteAt(2) == 42 ? 0 : 1);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_EQ(status, 0);
+  EXPECT_EQ(byteAt(1), 'I');
 }
 
 }  // namespace

@@ -130,6 +130,18 @@ TEST_F(StructuredReads, MapsOfImpossibleDepthsFailWithoutReading) {
   }
 }
 
+// Code that shares the handle need not fit the maps to a depth that it stores.
+TEST_F(StructuredReads, MapsOfADepthBeyondAllNumbersAreOutOfBounds) {
+  const Input file =
+      open({.photometric = PHOTOMETRIC_PALETTE,
+            .more = storesCurves(TIFFTAG_COLORMAP, ramp(256), ramp(256), ramp(256))});
+  for (const int bits : {64, 65535}) {
+    TIFFSetField(file_->handle(), TIFFTAG_BITSPERSAMPLE, bits);
+    expectError<validate::argumentOutOfBounds>({},
+                                               [&] { call("getField", file, TIFFTAG_COLORMAP); });
+  }
+}
+
 TEST_F(StructuredReads, MapsOfFilesWithoutBitsPerSampleAreIgnored) {
   auto entries = rawGray(4, 4);
   removeEntry(entries, TIFFTAG_BITSPERSAMPLE);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 
+#include "runtime/memory.h"
 #include "tests/support/tag_files.h"
 #include "tests/support/temporary_folder.h"
 
@@ -226,6 +228,36 @@ TEST_F(Values, RangeOfAnOddDepthIsRefused) {
   ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_SAMPLEFORMAT, 2), 1);
   expectError<Tiff::badSampleFormatBitsPerSampleCombination>(
       {2, 12}, [&] { call("setField", file, TIFFTAG_SMINSAMPLEVALUE, 1); });
+}
+
+// libtiff keeps the count of an array that it finds no memory for, and takes it for set as soon as
+// another tag of its list is.
+class ArraysWithoutMemory : public testing::Test {
+ protected:
+  ArraysWithoutMemory() {
+    runtime::setMemoryLimit(kArray / 2);  // of libtiff's the limit is that of the open
+    file_ = std::make_unique<OpenedFile>(folder_ / "new.tif", "w");
+    runtime::setMemoryLimit(0);
+    setFields(*file_, {{TIFFTAG_STONITS, 1}});
+  }
+
+  static constexpr std::uint32_t kArray = 2 << 20;
+  TemporaryFolder folder_;
+  std::unique_ptr<OpenedFile> file_;
+};
+
+TEST_F(ArraysWithoutMemory, AreNotSetAfterwards) {
+  expectRefused<Tiff::unableToWriteTag>(*file_, TIFFTAG_ICCPROFILE, zeros(vxUINT8, {1, kArray}),
+                                        {"ICC Profile"});
+  expectError<Tiff::tagRetrievalFailed>({"ICC Profile"},
+                                        [&] { call("getField", *file_, TIFFTAG_ICCPROFILE); });
+}
+
+TEST_F(ArraysWithoutMemory, ThatOtherCodeLeftBehindAreReadAsEmpty) {
+  const std::vector<std::uint8_t> profile(kArray);
+  ASSERT_EQ(TIFFSetField(file_->handle(), TIFFTAG_ICCPROFILE, kArray, profile.data()), 0);
+  const vxArrayPtr read = call("getField", *file_, TIFFTAG_ICCPROFILE);
+  EXPECT_EQ(vxGetNumberOfElements(read.get()), 0U);
 }
 
 }  // namespace
