@@ -87,10 +87,17 @@ const char* whatIsWrongForPixarLog(const Record& record) {
 
 // The encoder ends the process when it is asked for a plane other than the first.
 const char* whatIsWrongForSgiLog(const Record& record) {
-  return hasNewCoding(record.tif)
-             ? "LogL and LogLuv blocks can be written when the directory has been written and read "
-               "again"
-             : nullptr;
+  if (hasNewCoding(record.tif)) {
+    return "LogL and LogLuv blocks can be written when the directory has been written and read "
+           "again";
+  }
+  // The encoder takes three values a pixel, whatever the directory says, and would leave a block
+  // that nothing can decode.
+  const int samples = record.sgiLogDataFmt == SGILOGDATAFMT_RAW ? 1 : 3;
+  if (record.photometric == PHOTOMETRIC_LOGLUV && record.samplesPerPixel != samples) {
+    return "LogLuv has three samples a pixel, or one that is raw";
+  }
+  return nullptr;
 }
 
 // Encoders with a predictor are set up before they refuse it, and once more at the next block.

@@ -338,5 +338,19 @@ TEST_F(WriteHazards, EncoderThatFailsHalfwayLeavesNothingInTheFile) {
   EXPECT_THAT(bytesOf(call("readEncodedStrip", again, 0)), Each(std::byte{0}));
 }
 
+TEST(LogLuvOfOneSample, IsNotEncoded) {
+  Scene scene;
+  const OpenedFile& file = scene.fresh({{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGL},
+                                        {TIFFTAG_IMAGEWIDTH, 16},
+                                        {TIFFTAG_IMAGELENGTH, 16},
+                                        {TIFFTAG_ROWSPERSTRIP, 16},
+                                        {TIFFTAG_COMPRESSION, COMPRESSION_SGILOG},
+                                        {TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT},
+                                        {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGLUV}});
+  expectError<Tiff::stripWriteFailure>({1}, [&] {
+    call("writeEncodedStrip", file, 0, zeros(vxSINGLE, {16, 16}));
+  });
+}
+
 }  // namespace
 }  // namespace tb::test
