@@ -53,5 +53,5 @@ def test_a_text_that_is_gone_or_not_alone_is_a_problem():
 
 def test_a_test_that_does_not_exist_is_none():
     for name in ["EditedLayout.Dreams", "test_values.py::test_dreams", "fuzz/dreams_fuzz tests",
-                 "fuzz/read_fuzz tests/data/dreams"]:
+                 "fuzz/fuzz_read tests/data/dreams"]:
         assert not remedies.is_test(name), name
