@@ -97,7 +97,9 @@ const char* whatIsWrongForSgiLog(const Record& record) {
   if (record.photometric == PHOTOMETRIC_LOGLUV && record.samplesPerPixel != samples) {
     return "LogLuv has three samples a pixel, or one that is raw";
   }
-  return nullptr;
+  // libtiff sets the encoder up before it refuses these, and would lose that memory at the next
+  // use.
+  return record.bitsPerSample == 8 ? "LogL and LogLuv are not written from 8 bits" : nullptr;
 }
 
 // Encoders with a predictor are set up before they refuse it, and once more at the next block.
