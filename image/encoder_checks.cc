@@ -97,8 +97,7 @@ const char* whatIsWrongForSgiLog(const Record& record) {
   if (record.photometric == PHOTOMETRIC_LOGLUV && record.samplesPerPixel != samples) {
     return "LogLuv has three samples a pixel, or one that is raw";
   }
-  // libtiff sets the encoder up before it refuses these, and would lose that memory at the next
-  // use.
+  // libtiff sets the encoder up before it refuses these, and would lose its memory at the next use.
   return record.bitsPerSample == 8 ? "LogL and LogLuv are not written from 8 bits" : nullptr;
 }
 
