@@ -34,8 +34,8 @@ def read_in_little_memory(path: Path, name: str) -> dict[str, Any]:
 @pytest.fixture(scope="module")
 def readings(tmp_path_factory) -> Iterator[dict[str, Future[dict[str, Any]]]]:
     """What became of each bomb. Most of the time goes by in waits before a second try to open."""
-    def read(name: str) -> dict[str, Any]:
-        path = tmp_path_factory.mktemp("bomb") / "bomb.tif"
+    def read(name: str, folder: Path) -> dict[str, Any]:
+        path = folder / "bomb.tif"
         path.write_bytes(BOMBS[name].make())
         assert path.stat().st_size < 2 * MEBIBYTE
         said = read_in_little_memory(path, name)
@@ -43,7 +43,7 @@ def readings(tmp_path_factory) -> Iterator[dict[str, Future[dict[str, Any]]]]:
         return said
 
     with ThreadPoolExecutor(8) as pool:
-        yield {name: pool.submit(read, name) for name in BOMBS}
+        yield {name: pool.submit(read, name, tmp_path_factory.mktemp("bomb")) for name in BOMBS}
 
 
 @needs_addresses
