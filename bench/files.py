@@ -6,7 +6,6 @@ others must come to the same pixels, or to a file of the same pixels.
 
 from __future__ import annotations
 
-import functools
 import importlib
 import itertools
 import os
@@ -16,7 +15,9 @@ from collections.abc import Callable, Iterator
 import numpy as np
 
 import tagbridge
-from measuring import EFFORTS, Image, compare, image_file, parsed_options, repeated, report
+from measuring import (
+    EFFORTS, Image, compare, image_file, measure_images, parsed_options, repeated, report,
+    report_factors, sized)
 from peers import FULL, installed, read_blocks
 from tagbridge.plan import STRIP_BYTES
 
@@ -25,12 +26,6 @@ LARGE = [Image("u8", compression, "tiles", 256, 16384, 16384)
          for compression in ("none", "deflate")]
 WRITTEN = [("u8", compression) for compression in ("none", "lzw", "deflate", "jpeg")]
 WRITTEN += [("rgb", compression) for compression in ("none", "deflate")]
-
-
-def report_factors(table: str, ours: float, others: dict[str, float], **values: object) -> None:
-    factors = {name: seconds / ours for name, seconds in others.items()}
-    fastest = min(factors, key=factors.__getitem__)
-    report(table, **values, value=factors[fastest], fastest=fastest, factors=factors)
 
 
 # --- Whole images, over a loop of calls
@@ -230,8 +225,7 @@ def measure_writes(options) -> None:
             pixels = np.ascontiguousarray(tagbridge.imread(path))
         able = able_writers(installed(makers), target, pixels, compression)
         seconds = compare(EFFORTS[options.effort], *(
-            functools.partial(write_often, write, target, pixels, compression)
-            for write in able.values()))
+            repeated(write, target, pixels, compression) for write in able.values()))
         times = dict(zip(able, seconds))
         ours = times.pop("tagbridge")
         if times:
@@ -239,23 +233,10 @@ def measure_writes(options) -> None:
         os.remove(target)
 
 
-def write_often(write: Callable, path: str, pixels: np.ndarray, compression: str,
-                calls: int) -> None:
-    for _ in range(calls):
-        write(path, pixels, compression)
-
-
-def sized(image: Image, effort: str) -> Image:
-    return image._replace(width=300, length=300) if effort == "smoke" else image
-
-
 def main() -> None:
     options = parsed_options(__doc__)
-    for images, measure in ((FULL, measure_read), (LARGE, measure_regions)):
-        for image in images:
-            image = sized(image, options.effort)
-            with image_file(options.make_image, options.folder, image) as path:
-                measure(image, path, options.effort)
+    measure_images(options, FULL, measure_read)
+    measure_images(options, LARGE, measure_regions)
     measure_directories(options.folder, options.effort)
     measure_writes(options)
 

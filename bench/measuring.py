@@ -52,16 +52,22 @@ def image_file(program: str, folder: str, image: Image) -> Iterator[str]:
 
 def for_each_image(description: str, images: Iterable[Image],
                    measure: Callable[[Image, str, str], None]) -> None:
-    """The program of a part: calls `measure(image, path, effort)` with the file of each image.
+    """The program of a part that measures images alone, with the options of `run.py`."""
+    measure_images(parsed_options(description), images, measure)
 
-    The options are those of `run.py`; of the effort "smoke" the images are tiny.
-    """
-    options = parsed_options(description)
+
+def measure_images(options: argparse.Namespace, images: Iterable[Image],
+                   measure: Callable[[Image, str, str], None]) -> None:
+    """Calls `measure(image, path, effort)` with the file of each image."""
     for image in images:
-        if options.effort == "smoke":
-            image = image._replace(width=300, length=300)
+        image = sized(image, options.effort)
         with image_file(options.make_image, options.folder, image) as path:
             measure(image, path, options.effort)
+
+
+def sized(image: Image, effort: str) -> Image:
+    """The image as it is measured: tiny if the effort is "smoke"."""
+    return image._replace(width=300, length=300) if effort == "smoke" else image
 
 
 def parsed_options(description: str) -> argparse.Namespace:
@@ -102,6 +108,13 @@ def compare(effort: Effort, *contenders: Callable[[int], object],
 def report(table: str, **values: Any) -> None:
     """Prints a result for `run.py`."""
     print(json.dumps({"table": table, **values}), flush=True)
+
+
+def report_factors(table: str, ours: float, others: dict[str, float], **values: Any) -> None:
+    """Reports the seconds of each other program over ours; the fastest one's are the value."""
+    factors = {name: seconds / ours for name, seconds in others.items()}
+    fastest = min(factors, key=factors.__getitem__)
+    report(table, **values, value=factors[fastest], fastest=fastest, factors=factors)
 
 
 def _seconds(contender: Callable[[int], object], calls: int, clock: Callable[[], float]) -> float:

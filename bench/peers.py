@@ -15,7 +15,7 @@ import numpy as np
 
 from tagbridge import call
 
-from measuring import EFFORTS, Image, compare, for_each_image, repeated, report
+from measuring import EFFORTS, Image, compare, for_each_image, repeated, report_factors
 
 Reader = Callable[[str], np.ndarray]
 Work = TypeVar("Work")  # a reader, a writer, whatever a peer does
@@ -140,10 +140,7 @@ def measure(image: Image, path: str, readers: dict[str, Reader], effort: str) ->
         return
     ours, *others = compare(EFFORTS[effort], repeated(read_blocks, path),
                             *(repeated(read, path) for read in peers.values()))
-    factors = {name: seconds / ours for name, seconds in zip(peers, others)}
-    fastest = min(factors, key=factors.__getitem__)
-    report("whole image", **image._asdict(), value=factors[fastest], fastest=fastest,
-           factors=factors)
+    report_factors("whole image", ours, dict(zip(peers, others)), **image._asdict())
 
 
 def main() -> None:

@@ -19,7 +19,8 @@ import tagbridge
 from tagbridge.file import File
 
 import peers
-from measuring import EFFORTS, Image, compare, for_each_image, repeated, report
+from measuring import (
+    EFFORTS, Image, compare, for_each_image, repeated, report, report_factors)
 
 IMAGES = [
     Image("u8", "none", "tiles", 256),
@@ -144,10 +145,7 @@ def measure_peers(image: Image, path: str, readers: dict[str, peers.Reader], eff
     ours, *others = compare(
         EFFORTS[effort], repeated(lambda name: tagbridge.imread(name, raw=True), path),
         *(repeated(read, path) for read in able.values()), clock=time.perf_counter)
-    factors = {name: seconds / ours for name, seconds in zip(able, others)}
-    fastest = min(factors, key=factors.__getitem__)
-    report("all processors", **image._asdict(), value=factors[fastest], fastest=fastest,
-           factors=factors)
+    report_factors("all processors", ours, dict(zip(able, others)), **image._asdict())
 
 
 def main() -> None:
