@@ -194,14 +194,8 @@ TEST_F(DirectoryWrites, OfATableOfPlacesThatIsTooLongAreRightInTheOtherByteOrder
 
 // Of old-style JPEG libtiff marks the byte counts as set although there are none, and reads them.
 TEST_F(DirectoryWrites, OfADirectoryWithoutByteCountsDoNotReadThem) {
-  std::vector<RawEntry> entries = rawGray(16, 16);
-  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_OJPEG}});
-  replaceEntry(entries, {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, {PHOTOMETRIC_YCBCR}});
-  replaceEntry(entries, {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, {3}});
-  replaceEntry(entries, {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, {8, 8, 8}});
-  removeEntry(entries, TIFFTAG_STRIPBYTECOUNTS);
   const auto path = folder_ / "old.tif";
-  writeRawTiff(path, entries, std::vector<std::byte>(1024));
+  writeRawTiff(path, rawOldJpeg(16, 16), std::vector<std::byte>(1024));
   for (const int compression : {COMPRESSION_OJPEG, COMPRESSION_NONE}) {
     const OpenedFile file(path, "r+");
     setFields(file, {{TIFFTAG_ARTIST, "somebody"}});

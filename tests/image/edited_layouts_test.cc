@@ -289,13 +289,7 @@ TEST_F(EditedLayout, OfPixarLogTilesIsRefusedToTheWriter) {
 }
 
 TEST_F(EditedLayout, WithoutByteCountsRefusesItsStrips) {
-  std::vector<RawEntry> entries = rawGray(16, 16);
-  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_OJPEG}});
-  replaceEntry(entries, {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, {PHOTOMETRIC_YCBCR}});
-  replaceEntry(entries, {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, {3}});
-  replaceEntry(entries, {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, {8, 8, 8}});
-  removeEntry(entries, TIFFTAG_STRIPBYTECOUNTS);
-  const OpenedFile& file = scene_.raw(entries, "r+");
+  const OpenedFile& file = scene_.raw(rawOldJpeg(16, 16), "r+");
   const vxArrayPtr y = zeros(vxUINT8, {16, 16}), chroma = zeros(vxUINT8, {8, 8});
   expectError<Tiff::stripWriteFailure>(
       {1}, [&, &handle = file] { call("writeEncodedStrip", handle, 0, y, chroma, chroma); });

@@ -76,6 +76,16 @@ std::vector<RawEntry> rawGray(std::uint32_t width, std::uint32_t length) {
           {TIFFTAG_STRIPBYTECOUNTS, TIFF_LONG, {width * length}}};
 }
 
+std::vector<RawEntry> rawOldJpeg(std::uint32_t width, std::uint32_t length) {
+  std::vector<RawEntry> entries = rawGray(width, length);
+  replaceEntry(entries, {TIFFTAG_COMPRESSION, TIFF_SHORT, {COMPRESSION_OJPEG}});
+  replaceEntry(entries, {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, {PHOTOMETRIC_YCBCR}});
+  replaceEntry(entries, {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, {3}});
+  replaceEntry(entries, {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, {8, 8, 8}});
+  removeEntry(entries, TIFFTAG_STRIPBYTECOUNTS);
+  return entries;
+}
+
 void replaceEntry(std::vector<RawEntry>& entries, RawEntry entry) {
   removeEntry(entries, entry.tag);
   const auto place = std::ranges::upper_bound(entries, entry.tag, {}, &RawEntry::tag);

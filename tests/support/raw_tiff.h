@@ -29,6 +29,9 @@ void writeRawTiff(const std::filesystem::path& path, const std::vector<RawEntry>
 // The entries of an 8-bit gray image of one uncompressed strip.
 std::vector<RawEntry> rawGray(std::uint32_t width, std::uint32_t length);
 
+// The entries of an image of one strip in old-style JPEG, without the strip's byte count.
+std::vector<RawEntry> rawOldJpeg(std::uint32_t width, std::uint32_t length);
+
 // Puts an entry in place of the one with its tag, or at its place in the order; drops an entry.
 void replaceEntry(std::vector<RawEntry>& entries, RawEntry entry);
 void removeEntry(std::vector<RawEntry>& entries, std::uint16_t tag);
