@@ -92,10 +92,6 @@ void checkError(const foundation::core::except::IMsgIDException& error,
   if (error.messageText().starts_with(identifier)) fail("the arguments of " + identifier);
 }
 
-double tagNumber(const vxArray* file, int tag) {
-  return scalarOr(call("getField", {file, number(tag).get()}), 0);
-}
-
 void readBlocks(const vxArray* file) {
   const bool tiled = scalarOr(call("isTiled", {file}), 0) != 0;
   const double count = scalarOr(call(tiled ? "numberOfTiles" : "numberOfStrips", {file}), 0);
@@ -194,6 +190,10 @@ vxArrayPtr number(double value) {
 
 double scalarOr(const std::vector<vxArrayPtr>& outputs, double fallback) {
   return outputs[0] ? vxGetScalar(outputs[0].get()) : fallback;
+}
+
+double tagNumber(const vxArray* file, int tag) {
+  return scalarOr(call("getField", {file, number(tag).get()}), 0);
 }
 
 MemoryFile::MemoryFile(std::span<const unsigned char> contents)

@@ -42,6 +42,9 @@ vxArrayPtr number(double value);
 // The first element of an output, `fallback` when there is none.
 double scalarOr(const std::vector<vxArrayPtr>& outputs, double fallback);
 
+// The first element of a tag of the current directory, 0 when it has none.
+double tagNumber(const vxArray* file, int tag);
+
 // A file with these contents that exists only in memory, and its name.
 class MemoryFile {
  public:

@@ -56,7 +56,7 @@ std::vector<Bytes> originals() {
 
 // One change or a few, each of any kind.
 Bytes mutated(Bytes bytes, std::uint64_t seed, std::uint64_t index) {
-  std::mt19937_64 random(seed * 0x9E3779B97F4A7C15ULL + index);
+  std::mt19937_64 random = tb::fuzz::randomOf(seed, index);
   for (std::uint64_t changes = 1 + random() % kMostChanges; changes > 0; --changes) {
     const bool swaps = random() % 4 == 0;
     (swaps ? tb::fuzz::swapFields : tb::fuzz::damage)(bytes, static_cast<std::uint32_t>(random()));

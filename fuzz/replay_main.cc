@@ -24,6 +24,11 @@ constexpr std::size_t kLongestInput = 1500;
 
 void run(const Bytes& bytes) { (void)LLVMFuzzerTestOneInput(bytes.data(), bytes.size()); }
 
+Bytes inputOf(std::uint64_t seed, std::uint64_t index) {
+  std::mt19937_64 random = tb::fuzz::randomOf(seed, index);
+  return tb::fuzz::randomBytes(random, 1 + random() % kLongestInput);
+}
+
 void replay(const std::filesystem::path& path) {
   std::printf("%s\n", path.filename().c_str());
   std::ifstream file(path, std::ios::binary);
@@ -53,7 +58,7 @@ int main(int argc, char** argv) {
   using namespace tb::fuzz;
   if (argc < 2 || std::strcmp(argv[1], "--seeded") != 0) return replayAll(argc - 1, argv + 1);
   const std::uint64_t seed = argumentOr(argc, argv, 2, 1);
-  const auto make = [seed](std::uint64_t index) { return randomBytes(seed, index, kLongestInput); };
+  const auto make = [seed](std::uint64_t index) { return inputOf(seed, index); };
   return runSeeded({"input", seed, make, run}, argumentOr(argc, argv, 3, kSeededInputs),
                    argc > 4 ? argv[4] : "");
 }

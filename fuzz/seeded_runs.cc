@@ -14,7 +14,6 @@
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
-#include <random>
 #include <sstream>
 #include <utility>
 
@@ -201,9 +200,12 @@ int minimize(const std::filesystem::path& path, std::size_t header, std::size_t 
   return 0;
 }
 
-Bytes randomBytes(std::uint64_t seed, std::uint64_t index, std::size_t most) {
-  std::mt19937_64 random(seed * 0x9E3779B97F4A7C15ULL + index);
-  Bytes bytes(1 + random() % most);
+std::mt19937_64 randomOf(std::uint64_t seed, std::uint64_t index) {
+  return std::mt19937_64(seed * 0x9E3779B97F4A7C15ULL + index);
+}
+
+Bytes randomBytes(std::mt19937_64& random, std::size_t size) {
+  Bytes bytes(size);
   for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random() >> 32);
   return bytes;
 }

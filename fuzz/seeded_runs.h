@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,9 @@ int runSeeded(const SeededInputs& inputs, std::uint64_t count, const std::filesy
 int minimize(const std::filesystem::path& path, std::size_t header, std::size_t step,
              const Target& run);
 
-// Bytes of which nothing is said but that they belong to the seed and the number.
-Bytes randomBytes(std::uint64_t seed, std::uint64_t index, std::size_t most);
+// Numbers of which nothing is said but that they belong to the seed and the input's number.
+std::mt19937_64 randomOf(std::uint64_t seed, std::uint64_t index);
+Bytes randomBytes(std::mt19937_64& random, std::size_t size);
 
 // A number on a command line, `fallback` when it has fewer arguments.
 std::uint64_t argumentOr(int argc, char** argv, int place, std::uint64_t fallback);

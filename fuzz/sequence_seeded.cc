@@ -13,11 +13,9 @@
 namespace {
 
 tb::fuzz::Bytes sequenceOf(std::uint64_t seed, std::uint64_t index) {
-  std::mt19937_64 random(seed * 0x9E3779B97F4A7C15ULL + index);
+  std::mt19937_64 random = tb::fuzz::randomOf(seed, index);
   const std::size_t steps = 3 + random() % 30;
-  tb::fuzz::Bytes bytes(tb::fuzz::kHeaderLength + steps * tb::fuzz::kStepLength);
-  for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random() >> 32);
-  return bytes;
+  return tb::fuzz::randomBytes(random, tb::fuzz::kHeaderLength + steps * tb::fuzz::kStepLength);
 }
 
 }  // namespace

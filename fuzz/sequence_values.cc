@@ -149,10 +149,6 @@ double anyOf(const Values& values, FuzzedDataProvider& input) {
   return values[input.ConsumeIntegralInRange<std::size_t>(0, values.size() - 1)];
 }
 
-double tagNumber(const vxArray* file, int tag) {
-  return scalarOr(call("getField", {file, number(tag).get()}), 0);
-}
-
 vxClassID sampleClass(const BlockLayout& layout) {
   const bool isSigned = layout.format == SAMPLEFORMAT_INT;
   if (layout.bits == 1) return vxLOGICAL;
