@@ -1,5 +1,5 @@
-# The fuzz command of ./dev, which sources this file: `root`, `build`, `preset`, `package`,
-# `fail` and `run_python` are its own.
+# The fuzz command of ./dev, which sources this file: `root`, `build`, `preset`, `fail`, `build`,
+# `install`, `quietly` and `run_python` are its own.
 # shellcheck shell=bash disable=SC2154,SC2034
 
 # The names of the targets, without what they begin with.
@@ -50,6 +50,26 @@ fuzz_with_libfuzzer() {
   (cd "$build/fuzz" && "$program" "${options[@]}" "$program.corpus" "${seeds[@]}")
 }
 
+# AFL++ wants something to start from, and keeps what it finds in fuzz_TARGET.afl.
+fuzz_with_afl() {
+  local target=$1 seconds=$2 folder options=()
+  local program=$build/fuzz/fuzz_$target
+  mkdir -p "$program.seeds"
+  head -c 500 /dev/zero > "$program.seeds/zeros"
+  fuzz_seeds "$target" | while IFS= read -r folder; do
+    find -L "$folder" -type f -size -65k -exec cp -t "$program.seeds" -- {} +
+  done
+  [[ $target != read && $target != codestream ]] || options=(-x "$root/fuzz/tiff.dict")
+  (cd "$build/fuzz" && env AFL_NO_UI=1 AFL_SKIP_CPUFREQ=1 AFL_AUTORESUME=1 \
+    AFL_I_DONT_CARE_ABOUT_MISSING_CRASHES=1 \
+    ASAN_OPTIONS=abort_on_error=1:symbolize=0:detect_leaks=0:hard_rss_limit_mb=2048 \
+    UBSAN_OPTIONS=abort_on_error=1:symbolize=0 \
+    afl-fuzz -V "$seconds" -m none -t 10000 -i "$program.seeds" -o "$program.afl" \
+    "${options[@]}" -- "$program")
+  [[ -z $(find "$program.afl/default/crashes" "$program.afl/default/hangs" -name 'id:*' -print -quit) ]] ||
+    fail "fuzz_$target failed: see $program.afl/default"
+}
+
 # Python with the package of the ordinary build, or of the one with the sanitizers.
 fuzz_file_layer() {
   local seconds=$1 chosen=$2
@@ -58,15 +78,25 @@ fuzz_file_layer() {
   (run_python "$root/fuzz/fuzz_file_layer.py" "$seconds")
 }
 
-# fuzz [TARGET|all] [SECONDS], fuzz mutations [COUNT]
+fuzz_coverage() {
+  local target inputs
+  fuzz_build coverage
+  for target in "$@"; do
+    mapfile -t inputs < <(fuzz_seeds "$target"
+      find "$root"/build/fuzz*/fuzz -maxdepth 1 -name "fuzz_$target.corpus" 2> /dev/null)
+    python3 "$root/tools/fuzz_coverage.py" "$build" "fuzz_$target" "${inputs[@]}"
+  done
+}
+
 fuzz() {
-  local chosen=all seconds target targets python_preset=$preset
-  if [[ ${1:-} == mutations ]]; then
-    [[ $preset == fuzz* ]] || preset=fuzz
-    fuzz_build "$preset"
-    "$build/fuzz/read_mutations" "${@:2}"
-    return
-  fi
+  local engine=libfuzzer chosen=all seconds target targets python_preset=$preset
+  case ${1:-} in
+    --afl | --coverage) engine=${1#--}; shift ;;
+    mutations)
+      fuzz_build fuzz
+      "$build/fuzz/read_mutations" "${@:2}"
+      return ;;
+  esac
   [[ ${1:-} == '' || $1 =~ ^[0-9]+$ ]] || { chosen=${1#fuzz_}; shift; }
   seconds=${1:-60}
   mapfile -t targets < <(fuzz_targets)
@@ -74,15 +104,23 @@ fuzz() {
     [[ -f $root/fuzz/fuzz_$chosen.cc ]] || fail "there is no fuzz target '$chosen'"
     targets=("$chosen")
   fi
+  if [[ $engine == coverage ]]; then
+    fuzz_coverage "${targets[@]}"
+    return
+  fi
+  [[ $engine != afl ]] || install afl++
   if [[ $chosen != file_layer ]]; then
-    [[ $preset == fuzz* ]] || preset=fuzz
-    fuzz_build "$preset"
+    case $engine-$preset in
+      afl-*) fuzz_build fuzz-afl ;;
+      *-fuzz*) fuzz_build "$preset" ;;
+      *) fuzz_build fuzz ;;
+    esac
     for target in "${targets[@]}"; do
       printf 'dev: fuzz_%s for %s s\n' "$target" "$seconds" >&2
-      fuzz_with_libfuzzer "$target" "$seconds"
+      "fuzz_with_$engine" "$target" "$seconds"
     done
   fi
-  [[ $chosen == all || $chosen == file_layer ]] || return 0
+  [[ $engine == libfuzzer && ($chosen == all || $chosen == file_layer) ]] || return 0
   [[ $python_preset != fuzz* ]] || python_preset=gcc
   printf 'dev: fuzz_file_layer for %s s\n' "$seconds" >&2
   fuzz_file_layer "$seconds" "$python_preset"
