@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -213,6 +214,21 @@ TEST_F(DuringACall, AFailedOpenDoesNotKeepOthersWaiting) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_THAT(textOf(callOnThread({"getVersion"})), HasSubstr("LIBTIFF"));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+  EXPECT_EQ(open.get(), "unableToOpenFile");
+}
+
+TEST(WaitingToTryAgain, DoesNotKeepTheCleanupWaiting) {
+  const TemporaryFolder folder;
+  auto open = std::async(std::launch::async, [&] {
+    return errorOf({"open", folder / "missing.tif", "r"});
+  });
+  auto longest = std::chrono::steady_clock::duration::zero();
+  do {
+    const auto start = std::chrono::steady_clock::now();
+    TagBridgeCleanup();
+    longest = std::max(longest, std::chrono::steady_clock::now() - start);
+  } while (open.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready);
+  EXPECT_LT(longest, std::chrono::milliseconds(500));
   EXPECT_EQ(open.get(), "unableToOpenFile");
 }
 
