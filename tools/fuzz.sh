@@ -93,7 +93,8 @@ fuzz() {
   case ${1:-} in
     --afl | --coverage) engine=${1#--}; shift ;;
     mutations)
-      fuzz_build fuzz
+      [[ $preset == fuzz* ]] || preset=fuzz
+      fuzz_build "$preset"
       "$build/fuzz/read_mutations" "${@:2}"
       return ;;
   esac
@@ -110,11 +111,9 @@ fuzz() {
   fi
   [[ $engine != afl ]] || install afl++
   if [[ $chosen != file_layer ]]; then
-    case $engine-$preset in
-      afl-*) fuzz_build fuzz-afl ;;
-      *-fuzz*) fuzz_build "$preset" ;;
-      *) fuzz_build fuzz ;;
-    esac
+    [[ $preset == fuzz* ]] || preset=fuzz
+    [[ $engine != afl ]] || preset=fuzz-afl
+    fuzz_build "$preset"
     for target in "${targets[@]}"; do
       printf 'dev: fuzz_%s for %s s\n' "$target" "$seconds" >&2
       "fuzz_with_$engine" "$target" "$seconds"
