@@ -161,7 +161,7 @@ def compiles(wanted: list[tuple[str, str]]) -> bool:
         names = [test for build, test in wanted if PRESETS[build] == preset]
         targets = {program(test) for test in names if not is_python(test)}
         if any(is_python(test) for test in names):
-            targets |= {"tagbridge", "tagbridge_python", "tagbridge_package"}
+            targets |= {"tagbridge", "tagbridge_python", "tagbridge_package", "tagbridge_conversions"}
         command = [TREE / "dev", "build", *sorted(targets)]
         if subprocess.run(command, env=environment(preset), check=False).returncode != 0:
             return False
@@ -180,6 +180,7 @@ def run(test: str, build: str) -> tuple[int | None, str]:
     if build == "sanitize-libtiff":
         variables["LD_LIBRARY_PATH"] = str(LIBTIFF)
     if is_python(test):
+        variables["PYTHONPATH"] = str(TREE / "build" / PRESETS[build] / "python" / "tests")
         command = [TREE / "dev", "python", "-m", "pytest", "-q", "-p", "no:cacheprovider",
                    f"python/tests/{test}"]
     else:

@@ -155,21 +155,26 @@ TEST_F(DirectoryWrites, OfALoadedDirectoryLeaveWhatLiesBehindIt) {
 
 // --- Places of blocks that the file does not say
 
-// Reading too few byte counts, libtiff takes each tile to have all its bytes in the file, and would
-// store the first over the blocks and directories behind it.
+// Reading byte counts that differ, libtiff takes each uncompressed tile to have all its bytes in
+// the file, and would store the first over what lies behind it.
 TEST_F(DirectoryWrites, OfATileWhoseByteCountIsGuessedLeaveWhatLiesBehindIt) {
+  std::vector<RawEntry> entries = rawGray(96, 32);
+  for (const int tag : {TIFFTAG_STRIPOFFSETS, TIFFTAG_STRIPBYTECOUNTS, TIFFTAG_ROWSPERSTRIP})
+    removeEntry(entries, static_cast<std::uint16_t>(tag));
+  replaceEntry(entries, {TIFFTAG_TILEWIDTH, TIFF_LONG, {32}});
+  replaceEntry(entries, {TIFFTAG_TILELENGTH, TIFF_LONG, {32}});
+  replaceEntry(
+      entries,
+      {TIFFTAG_TILEOFFSETS, TIFF_LONG, {kDataOffset, kDataOffset + 512, kDataOffset + 1012}});
+  replaceEntry(entries, {TIFFTAG_TILEBYTECOUNTS, TIFF_LONG, {512, 500, 524}});
+  const auto path = folder_ / "tiles.tif";
+  writeRawTiff(path, entries, std::vector<std::byte>(1536, std::byte{7}));
   {
-    const OpenedFile file(path_, "r+");
-    setFields(file, {{TIFFTAG_IMAGEWIDTH, 64}, {TIFFTAG_TILEWIDTH, 32}, {TIFFTAG_TILELENGTH, 32}});
-    call("rewriteDirectory", file);
-    call("setDirectory", file, 0);
-    call("writeEncodedTile", file, 0, zeros(vxUINT8, {16, 32}));
+    const OpenedFile file(path, "r+");
+    call("writeEncodedTile", file, 0, zeros(vxUINT8, {32, 32}));
   }
-  EXPECT_THAT(widthsOf(path_), ElementsAre(64, 31, 32));
-  const TiffHandle tif = openTiff(path_, "rc");
-  EXPECT_EQ(readBlock(tif.get(), 0), std::vector<std::byte>(1024));
-  TIFFSetDirectory(tif.get(), 1);
-  EXPECT_EQ(readBlock(tif.get(), 0), blockBytes(kPages[1], 0));
+  EXPECT_EQ(contentOf(path).substr(kDataOffset + 512, 1024), std::string(1024, 7));
+  EXPECT_EQ(readBlock(openTiff(path, "rc").get(), 0), std::vector<std::byte>(1024));
 }
 
 // libtiff turns the bytes of a table round twice when it has become short enough for its entry.

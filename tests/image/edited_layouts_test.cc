@@ -280,6 +280,7 @@ TEST_F(EditedLayout, OfPixarLogTilesIsRefusedToTheWriter) {
   {
     const TiffHandle tif = openTiff(path, "r+");
     TIFFSetField(tif.get(), TIFFTAG_COMPRESSION, COMPRESSION_PIXARLOG);
+    TIFFSetField(tif.get(), TIFFTAG_ROWSPERSTRIP, 16);
     TIFFRewriteDirectory(tif.get());
   }
   const OpenedFile file(path, "r+");

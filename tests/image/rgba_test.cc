@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "runtime/loader.h"
 #include "tests/support/scene.h"
 
 namespace tb::test {
 namespace {
 
 using testing::Each;
+using testing::IsEmpty;
 
 using Raster = std::vector<std::uint32_t>;
 
@@ -261,6 +263,18 @@ TEST_F(RgbaReads, RowsAndTilesPastTheImageFailWithTheirFirstRowAndColumn) {
   expectError<Tiff::tileReadErrorRGBA>({129, 1}, [&] { call("readRGBATile", tiles(), 10, 150); });
 }
 
+// It would compute sizes below zero, and say that there is no such block.
+TEST_F(RgbaReads, OfRowsAndTilesPastTheImageDoNotReachLibtiff) {
+  const OpenedFile& stripped = strips();
+  EXPECT_ANY_THROW(call("readRGBAStrip", stripped, 140));
+  EXPECT_THAT(runtime::collectedDiagnostics(), IsEmpty());
+  const OpenedFile& tiled = tiles();
+  for (const auto& [row, column] : {std::pair{10, 150}, std::pair{150, 10}}) {
+    EXPECT_ANY_THROW(call("readRGBATile", tiled, row, column));
+    EXPECT_THAT(runtime::collectedDiagnostics(), IsEmpty());
+  }
+}
+
 TEST_F(RgbaReads, KindsThatLibtiffCannotConvertFail) {
   const Layout strips{.length = 100, .bits = 64, .format = SAMPLEFORMAT_IEEEFP, .rowsPerStrip = 30};
   const Layout tiles{.bits = 64, .format = SAMPLEFORMAT_IEEEFP, .tileWidth = 16, .tileLength = 16};
@@ -295,29 +309,26 @@ TEST_F(RgbaReads, ImagesWithoutRowsOrColumnsFail) {
   }
 }
 
+// Other code has had 16 bits of it decoded, which libtiff would take for 8.
 TEST(RgbaOfALogLuvBeingWritten, IsRefusedWhenTheCodecCannotBeSwitched) {
-  Scene scene;
-  const OpenedFile& file = scene.fresh({{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK},
-                                        {TIFFTAG_BITSPERSAMPLE, 16},
-                                        {TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_INT},
-                                        {TIFFTAG_SAMPLESPERPIXEL, 3},
-                                        {TIFFTAG_IMAGEWIDTH, 64},
-                                        {TIFFTAG_IMAGELENGTH, 64},
-                                        {TIFFTAG_ROWSPERSTRIP, 64},
-                                        {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGLUV},
-                                        {TIFFTAG_COMPRESSION, COMPRESSION_SGILOG}});
-  call("writeEncodedStrip", file, 0, zeros(vxINT16, {64, 64, 3}));
-  expectError<Tiff::stripReadErrorRGBA>({1},
-                                        [&, &handle = file] { call("readRGBAStrip", handle, 0); });
-  expectError<Tiff::imageReadErrorRGBA>({}, [&, &handle = file] { call("readRGBAImage", handle); });
-}
-
-TEST_F(RgbaReads, TileWidthWithoutTileLengthFails) {
-  const OpenedFile& file = scene_.fresh({{TIFFTAG_PHOTOMETRIC, 1},
-                                         {TIFFTAG_IMAGEWIDTH, 100},
-                                         {TIFFTAG_IMAGELENGTH, 100},
-                                         {TIFFTAG_TILEWIDTH, 16}});
-  expectError<Tiff::tileReadErrorRGBA>({51, 33}, [&] { call("readRGBATile", file, 40, 50); });
+  const TemporaryFolder folder;
+  {
+    const OpenedFile file(folder / "a.tif", "w");
+    setFields(file, {{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGLUV},
+                     {TIFFTAG_IMAGEWIDTH, 16},
+                     {TIFFTAG_IMAGELENGTH, 16},
+                     {TIFFTAG_ROWSPERSTRIP, 16},
+                     {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG},
+                     {TIFFTAG_COMPRESSION, COMPRESSION_SGILOG},
+                     {TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT}});
+    call("writeEncodedStrip", file, 0, zeros(vxSINGLE, {16, 16, 3}));
+  }
+  const OpenedFile file(folder / "a.tif", "r+");
+  std::vector<std::byte> block(1536);
+  TIFFSetField(file.handle(), TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_16BIT);
+  EXPECT_EQ(TIFFReadEncodedStrip(file.handle(), 0, block.data(), 1536), 1536);
+  EXPECT_EQ(TIFFWriteEncodedStrip(file.handle(), 0, block.data(), 1536), -1);
+  expectError<Tiff::stripReadErrorRGBA>({1}, [&] { call("readRGBAStrip", file, 0); });
   expectError<Tiff::imageReadErrorRGBA>({}, [&] { call("readRGBAImage", file); });
 }
 

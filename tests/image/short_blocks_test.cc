@@ -98,12 +98,15 @@ TEST(BlockGeometry, QuotientsAndRemaindersByZeroAreZero) {
   // A directory without rows, columns or tiles: no division may fault.
   const TemporaryFolder folder;
   const TiffHandle tif = openTiff(folder / "new.tif", "w");
-  for (const std::uint32_t tile : {0U, 1U, 4294967295U}) {
-    const BlockExtent extent = tileExtent({.tif = tif.get()}, tile, 0);
-    EXPECT_EQ(extent.rows, 0U);
-    EXPECT_EQ(extent.columns, 0U);
-    EXPECT_EQ(stripExtent({.tif = tif.get()}, tile).rows, 0U);
-  }
+  for (const std::uint32_t depth : {0U, 1U})
+    for (const std::uint32_t tile : {0U, 1U, 4294967295U}) {
+      TiffImageMetaData_ record{.tif = tif.get()};
+      record.imageDepth = depth;
+      const BlockExtent extent = tileExtent(record, tile, 0);
+      EXPECT_EQ(extent.rows, 0U);
+      EXPECT_EQ(extent.columns, 0U);
+      EXPECT_EQ(stripExtent(record, tile).rows, 0U);
+    }
 }
 
 }  // namespace

@@ -144,11 +144,9 @@ TEST(CompressionSwitchedToSgiLog, DropsArraysThatWouldBeTooShort) {
                    {TIFFTAG_SMINSAMPLEVALUE, 3},
                    {TIFFTAG_COLORMAP, zeros(vxDOUBLE, {256, 3})},
                    {TIFFTAG_PHOTOMETRIC, 32845}});
-  try {
-    call("writeEncodedStrip", file, 0, zeros(vxUINT8, {16, 16}));
-  } catch (const foundation::core::except::IMsgIDException&) {
-    // The codec may refuse the block; it has been set up.
-  }
+  // Other code has no block written, but the codec set up.
+  std::vector<std::byte> block(256);
+  (void)TIFFWriteEncodedStrip(file.handle(), 0, block.data(), 256);
   call("writeDirectory", file);
   EXPECT_EQ(tagsIn(TIFFFileName(file.handle())), std::vector<std::uint32_t>{});
 }

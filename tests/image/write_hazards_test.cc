@@ -273,7 +273,7 @@ TEST_F(WriteHazards, JpegWithFactorsThatItCannotHaveIsRefused) {
   for (const double factor : {0.0, 65535.0}) {
     constexpr double kRows = 8 * 65535;  // as many as the larger one asks for
     const OpenedFile& file = scene_.fresh(
-        also(ycbcr(false, 3, factor, factor), {{TIFFTAG_IMAGELENGTH, kRows},
+        also(ycbcr(false, 3, factor, factor), {{TIFFTAG_IMAGELENGTH, 2 * kRows},
                                                {TIFFTAG_ROWSPERSTRIP, kRows},
                                                {TIFFTAG_COMPRESSION, COMPRESSION_JPEG},
                                                {TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB}}));

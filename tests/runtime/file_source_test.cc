@@ -122,10 +122,12 @@ TEST_F(Source, GoesOnAfterInterruptionsAndShortTransfers) {
   EXPECT_THAT(runtime::collectedDiagnostics(), testing::IsEmpty());
 }
 
-// libtiff would clear what is missing from `buffer - 1` on.
+// libtiff would clear what is missing of encoded bytes from `buffer - 1` on.
 TEST_F(Source, ReportsAnErrorOfReadingAsMissingBytes) {
   Storage storage;
-  writeImage(open(storage, "w").get(), layout_);
+  Layout layout = layout_;
+  layout.compression = COMPRESSION_LZW;
+  writeImage(open(storage, "w").get(), layout);
   const TiffHandle tif = open(storage, "r+");
   ASSERT_NE(tif, nullptr);
   storage.readErrorFrom = 0;

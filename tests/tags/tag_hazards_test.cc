@@ -321,11 +321,11 @@ TEST_F(TagHazards, TheLargestCountIsStoredWhole) {
 TEST_F(TagHazards, InkNamesAbove65535BytesAreRefusedNotCut) {
   const Input file = create({{TIFFTAG_PHOTOMETRIC, 5},
                              {TIFFTAG_BITSPERSAMPLE, 8},
-                             {TIFFTAG_SAMPLESPERPIXEL, 2},
-                             {TIFFTAG_NUMBEROFINKS, 2}});
+                             {TIFFTAG_SAMPLESPERPIXEL, 3},
+                             {TIFFTAG_NUMBEROFINKS, 3}});
+  // Cut to 16 bits, four bytes would be left: two names.
   expectRefused<Tiff::unableToWriteTag>(
-      file, TIFFTAG_INKNAMES, cellOfTexts({std::string(35000, 'c'), std::string(35000, 'm')}),
-      {"InkNames"});
+      file, TIFFTAG_INKNAMES, cellOfTexts({"c", "m", std::string(65535, 'y')}), {"InkNames"});
 }
 
 TEST_F(TagHazards, BlocksAbove2GibibytesAreRefused) {
