@@ -332,5 +332,14 @@ TEST(RgbaOfALogLuvBeingWritten, IsRefusedWhenTheCodecCannotBeSwitched) {
   expectError<Tiff::imageReadErrorRGBA>({}, [&] { call("readRGBAImage", file); });
 }
 
+TEST_F(RgbaReads, TileWidthWithoutTileLengthFails) {
+  const OpenedFile& file = scene_.fresh({{TIFFTAG_PHOTOMETRIC, 1},
+                                         {TIFFTAG_IMAGEWIDTH, 100},
+                                         {TIFFTAG_IMAGELENGTH, 100},
+                                         {TIFFTAG_TILEWIDTH, 16}});
+  expectError<Tiff::tileReadErrorRGBA>({51, 33}, [&] { call("readRGBATile", file, 40, 50); });
+  expectError<Tiff::imageReadErrorRGBA>({}, [&] { call("readRGBAImage", file); });
+}
+
 }  // namespace
 }  // namespace tb::test
