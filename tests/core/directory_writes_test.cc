@@ -197,21 +197,27 @@ TEST_F(DirectoryWrites, OfATableOfPlacesThatIsTooLongAreRightInTheOtherByteOrder
   }
 }
 
-// Of old-style JPEG libtiff marks the byte counts as set although there are none, and reads them.
-TEST_F(DirectoryWrites, OfADirectoryWithoutByteCountsDoNotReadThem) {
+// Of old-style JPEG libtiff marks the tables of places as set although they are missing, and reads
+// them.
+TEST_F(DirectoryWrites, OfADirectoryWithoutPlacesDoNotReadThem) {
   const auto path = folder_ / "old.tif";
-  writeRawTiff(path, rawOldJpeg(16, 16), std::vector<std::byte>(1024));
-  for (const int compression : {COMPRESSION_OJPEG, COMPRESSION_NONE}) {
-    const OpenedFile file(path, "r+");
-    setFields(file, {{TIFFTAG_ARTIST, "somebody"}});
-    if (compression == COMPRESSION_NONE) setFields(file, {{TIFFTAG_COMPRESSION, compression}});
-    try {
-      call("rewriteDirectory", file);
-    } catch (const foundation::core::except::IMsgIDException&) {
-      // It need not be written.
-    }
+  std::vector<RawEntry> entries = rawOldJpeg(16, 16);
+  for (const bool hasOffsets : {true, false}) {
+    if (!hasOffsets) removeEntry(entries, TIFFTAG_STRIPOFFSETS);
+    writeRawTiff(path, entries, std::vector<std::byte>(1024));
+    OpenedFile file(path, "r+");
+    setFields(file, {{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE},
+                     {TIFFTAG_IMAGEWIDTH, 20},
+                     {TIFFTAG_IMAGELENGTH, 20},
+                     {TIFFTAG_BITSPERSAMPLE, 1},
+                     {TIFFTAG_SAMPLESPERPIXEL, 1},
+                     {TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4},
+                     {TIFFTAG_ROWSPERSTRIP, 16},
+                     {TIFFTAG_TILEWIDTH, 32},
+                     {TIFFTAG_TILELENGTH, 32}});
+    file.close();
+    EXPECT_EQ(openTiff(path, "r") != nullptr, hasOffsets);
   }
-  EXPECT_NE(openTiff(path, "r"), nullptr);
 }
 
 // --- Chains that libtiff would follow for ever
