@@ -93,7 +93,7 @@ void SplitPanel(const std::uint8_t* units, std::uint8_t* y, std::uint8_t* cb, st
     const auto* line = panelLines.lines + unit * unitBytes;
     for (std::size_t column = 0; column < shape.horizontal; ++column) {
       const std::size_t lumaColumn = (panel.firstUnit + unit) * shape.horizontal + column;
-      if (lumaColumn >= shape.lumaColumns) break;
+      if (lumaColumn >= shape.lumaColumns || lumaCount == 0) break;
       WeaveLines(line[column], shape.horizontal * kPanelLines, shape.vertical, woven);
       std::memcpy(y + lumaRow + lumaColumn * shape.lumaColumnStride, woven, lumaCount);
     }
