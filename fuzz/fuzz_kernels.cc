@@ -32,7 +32,8 @@ constexpr std::size_t kPage = 4096;
 class Memory {
  public:
   Memory(FuzzedDataProvider& input, std::size_t size)
-      : offset_(input.ConsumeIntegralInRange<std::size_t>(0, 15)), bytes_(offset_ + size) {
+      : offset_(input.ConsumeIntegralInRange<std::size_t>(0, 15)),
+        bytes_(std::max<std::size_t>(offset_ + size, 1)) {  // arrays of no bytes have a place too
     std::minstd_rand random(input.ConsumeIntegral<std::uint16_t>());
     const bool isSparse = input.ConsumeBool();  // half of them 0
     for (std::byte& byte : bytes_) {
