@@ -112,7 +112,11 @@ fuzz() {
   [[ $engine != afl ]] || install afl++
   if [[ $chosen != file_layer ]]; then
     [[ $preset == fuzz* ]] || preset=fuzz
-    [[ $engine != afl ]] || preset=fuzz-afl
+    if [[ $engine == afl ]]; then
+      preset=fuzz-afl
+      # Kernels take minutes to compile with it, and have nothing for a fuzzer to find its way by.
+      export AFL_LLVM_DENYLIST=$root/fuzz/afl_denylist.txt
+    fi
     fuzz_build "$preset"
     for target in "${targets[@]}"; do
       printf 'dev: fuzz_%s for %s s\n' "$target" "$seconds" >&2
