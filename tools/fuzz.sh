@@ -81,6 +81,7 @@ fuzz_file_layer() {
 fuzz_coverage() {
   local target inputs
   fuzz_build coverage
+  export LLVM_PROFILE_FILE=/dev/null  # of what only makes the inputs
   for target in "$@"; do
     mapfile -t inputs < <(fuzz_seeds "$target"
       find "$root"/build/fuzz*/fuzz -maxdepth 1 -name "fuzz_$target.corpus" 2> /dev/null)

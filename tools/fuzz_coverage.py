@@ -18,23 +18,25 @@ def profile(build: pathlib.Path, target: str, folders: list[pathlib.Path]) -> pa
     """Runs the target over the folders; returns what was counted."""
     kept = build / "profiles"
     kept.mkdir(exist_ok=True)
-    raw, merged = kept / f"{target}.profraw", kept / f"{target}.profdata"
+    merged = kept / f"{target}.profdata"
+    # The program and the runtime's library leave a file each.
     subprocess.run([build / "fuzz" / target, *folders], check=True, stdout=subprocess.DEVNULL,
-                   env={**os.environ, "LLVM_PROFILE_FILE": str(raw)})
-    subprocess.run(["llvm-profdata", "merge", "-sparse", "-o", merged, raw], check=True)
+                   env={**os.environ, "LLVM_PROFILE_FILE": str(kept / f"{target}-%m.profraw")})
+    subprocess.run(["llvm-profdata", "merge", "-sparse", "-o", merged,
+                    *kept.glob(f"{target}-*.profraw")], check=True)
     return merged
 
 
 def lines_by_folder(build: pathlib.Path, target: str, merged: pathlib.Path) -> dict[str, list[int]]:
     """The lines that ran and those that there are, of each folder."""
-    library = build / "runtime" / "libtagbridge_runtime.so"
+    library = build / "python" / "tagbridge" / "libtagbridge_runtime.so"
     shown = subprocess.run(
         ["llvm-cov", "export", "-summary-only", f"-instr-profile={merged}",
          build / "fuzz" / target, f"-object={library}"],
         check=True, capture_output=True, text=True).stdout
     found: dict[str, list[int]] = collections.defaultdict(lambda: [0, 0])
     for file in json.loads(shown)["data"][0]["files"]:
-        path = pathlib.Path(file["filename"])
+        path = pathlib.Path(os.path.normpath(file["filename"]))
         if path.is_relative_to(ROOT) and (folder := path.relative_to(ROOT).parts[0]) in FOLDERS:
             found[folder][0] += file["summary"]["lines"]["covered"]
             found[folder][1] += file["summary"]["lines"]["count"]
