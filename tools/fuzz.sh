@@ -1,5 +1,5 @@
-# The fuzz command of ./dev, which sources this file: `root`, `build`, `preset`, `fail`, `build`,
-# `install`, `quietly` and `run_python` are its own.
+# The fuzz command of ./dev, which sources this file: `root`, `build`, `preset`, `package`, `fail`,
+# `install` and `run_python` are its own.
 # shellcheck shell=bash disable=SC2154,SC2034
 
 # The names of the targets, without what they begin with.

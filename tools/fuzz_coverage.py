@@ -19,7 +19,9 @@ def profile(build: pathlib.Path, target: str, folders: list[pathlib.Path]) -> pa
     kept = build / "profiles"
     kept.mkdir(exist_ok=True)
     merged = kept / f"{target}.profdata"
-    # The program and the runtime's library leave a file each.
+    # The program and the runtime's library leave a file each, named by how they were built.
+    for old in kept.glob(f"{target}-*.profraw"):
+        old.unlink()
     subprocess.run([build / "fuzz" / target, *folders], check=True, stdout=subprocess.DEVNULL,
                    env={**os.environ, "LLVM_PROFILE_FILE": str(kept / f"{target}-%m.profraw")})
     subprocess.run(["llvm-profdata", "merge", "-sparse", "-o", merged,
