@@ -102,6 +102,7 @@ fuzz() {
   [[ ${1:-} == '' || $1 =~ ^[0-9]+$ ]] || { chosen=${1#fuzz_}; shift; }
   seconds=${1:-60}
   mapfile -t targets < <(fuzz_targets)
+  [[ $engine == libfuzzer || $chosen != file_layer ]] || fail "fuzz_file_layer is not a C++ program"
   if [[ $chosen != all && $chosen != file_layer ]]; then
     [[ -f $root/fuzz/fuzz_$chosen.cc ]] || fail "there is no fuzz target '$chosen'"
     targets=("$chosen")
