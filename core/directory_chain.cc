@@ -10,6 +10,8 @@
 #include <optional>
 #include <span>
 
+#include "core/values.h"
+
 namespace tb {
 namespace {
 
@@ -57,9 +59,9 @@ class Links {
   std::optional<std::vector<std::uint64_t>> values(const Table& table) const {
     thandle_t file = TIFFClientdata(tif_);
     if (table.count > TIFFGetSizeProc(tif_)(file) / table.width) return {};
-    std::vector<unsigned char> bytes(table.count * table.width);
+    std::vector<unsigned char> bytes(countInMemory(table.count * table.width));
     if (!read(table.offset, bytes)) return {};
-    std::vector<std::uint64_t> values(table.count);
+    std::vector<std::uint64_t> values(countInMemory(table.count));
     for (std::size_t k = 0; k < values.size(); ++k) {
       values[k] = numberIn(std::span(bytes).subspan(k * table.width, table.width));
     }

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <span>
+#include <utility>
 
 #include "host/array.h"
 
@@ -36,6 +38,13 @@ T convertNumber(Source value) {
 template <std::same_as<float> T>
 T convertNumber(double value) {
   return boost::numeric_cast<T>(value);
+}
+
+// A count from a file, which has 64 bits on every machine, as one of elements in memory.
+// Throws std::bad_alloc when there is no memory for as many.
+inline std::size_t countInMemory(std::uint64_t count) {
+  if (!std::in_range<std::size_t>(count)) throw std::bad_alloc();
+  return static_cast<std::size_t>(count);
 }
 
 // The elements of an array as bytes, in storage order.

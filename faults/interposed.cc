@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <malloc.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -65,6 +64,12 @@ void* noMemory() noexcept {
 ssize_t failed(int error) noexcept {
   errno = error;
   return -1;
+}
+
+// The C library's own: how the kernel wants the arguments differs from machine to machine.
+template <class Function>
+Function* libraryFunction(const char* name) noexcept {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -151,23 +156,16 @@ TAGBRIDGE_EXPORT void* mmap64(void* place, std::size_t size, int protection, int
     noMemory();
     return MAP_FAILED;
   }
-  return reinterpret_cast<void*>(syscall(SYS_mmap, place, size, protection, flags, file, offset));
-}
-
-TAGBRIDGE_EXPORT void* mmap(void* place, std::size_t size, int protection, int flags, int file,
-                            off_t offset) {
-  return mmap64(place, size, protection, flags, file, offset);
+  static auto* const real = libraryFunction<decltype(mmap64)>("mmap64");
+  return real(place, size, protection, flags, file, offset);
 }
 
 TAGBRIDGE_EXPORT ssize_t pread64(int file, void* buffer, std::size_t size, off64_t offset) {
   if (isDue(Fault::kReadError)) return failed(EIO);
   if (isDue(Fault::kReadInterrupt)) return failed(EINTR);
   if (size > 1 && isDue(Fault::kReadShort)) --size;
-  return syscall(SYS_pread64, file, buffer, size, offset);
-}
-
-TAGBRIDGE_EXPORT ssize_t pread(int file, void* buffer, std::size_t size, off_t offset) {
-  return pread64(file, buffer, size, offset);
+  static auto* const real = libraryFunction<decltype(pread64)>("pread64");
+  return real(file, buffer, size, offset);
 }
 
 TAGBRIDGE_EXPORT ssize_t pwrite64(int file, const void* data, std::size_t size, off64_t offset) {
@@ -175,12 +173,24 @@ TAGBRIDGE_EXPORT ssize_t pwrite64(int file, const void* data, std::size_t size, 
   if (isDue(Fault::kWriteInterrupt)) return failed(EINTR);
   if (isDue(Fault::kDiskFull)) return failed(ENOSPC);
   if (size > 1 && isDue(Fault::kWriteShort)) --size;
-  return syscall(SYS_pwrite64, file, data, size, offset);
+  static auto* const real = libraryFunction<decltype(pwrite64)>("pwrite64");
+  return real(file, data, size, offset);
+}
+
+#ifndef __USE_FILE_OFFSET64  // else these are the ones above by other names
+TAGBRIDGE_EXPORT void* mmap(void* place, std::size_t size, int protection, int flags, int file,
+                            off_t offset) {
+  return mmap64(place, size, protection, flags, file, offset);
+}
+
+TAGBRIDGE_EXPORT ssize_t pread(int file, void* buffer, std::size_t size, off_t offset) {
+  return pread64(file, buffer, size, offset);
 }
 
 TAGBRIDGE_EXPORT ssize_t pwrite(int file, const void* data, std::size_t size, off_t offset) {
   return pwrite64(file, data, size, offset);
 }
+#endif
 
 }  // extern "C"
 

@@ -60,11 +60,13 @@ Places placesOf(const File& file, std::size_t size) {
   Places places;
   places.links.push_back(file.firstLink());
   while (places.directories.size() < kMostDirectories) {
-    const std::size_t start = file.get(places.links.back(), file.wordSize());
-    if (start == 0 || start >= size || std::ranges::count(places.directories, start) > 0) break;
+    const std::uint64_t offset = file.get(places.links.back(), file.wordSize());
+    if (offset == 0 || offset >= size || std::ranges::count(places.directories, offset) > 0) break;
+    const auto start = static_cast<std::size_t>(offset);
     places.directories.push_back(start);
-    const std::uint64_t count = std::min(file.get(start, file.countSize()), kMostEntries);
-    for (std::uint64_t entry = 0; entry < count; ++entry)
+    const auto count =
+        static_cast<std::size_t>(std::min(file.get(start, file.countSize()), kMostEntries));
+    for (std::size_t entry = 0; entry < count; ++entry)
       places.entries.push_back(start + file.countSize() + entry * file.entrySize());
     places.links.push_back(start + file.countSize() + count * file.entrySize());
   }

@@ -75,7 +75,7 @@ int main(int argc, char** argv) {
   const std::uint64_t seed = argumentOr(argc, argv, 2, 1);
   std::printf("%zu files\n", files.size());
   const auto make = [&](std::uint64_t index) {
-    return mutated(files[index % files.size()], seed, index);
+    return mutated(files[static_cast<std::size_t>(index % files.size())], seed, index);
   };
   return runSeeded({"mutation", seed, make, run}, count, argc > 3 ? argv[3] : "");
 }

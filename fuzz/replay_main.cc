@@ -26,7 +26,7 @@ void run(const Bytes& bytes) { (void)LLVMFuzzerTestOneInput(bytes.data(), bytes.
 
 Bytes inputOf(std::uint64_t seed, std::uint64_t index) {
   std::mt19937_64 random = tb::fuzz::randomOf(seed, index);
-  return tb::fuzz::randomBytes(random, 1 + random() % kLongestInput);
+  return tb::fuzz::randomBytes(random, 1 + static_cast<std::size_t>(random() % kLongestInput));
 }
 
 void replay(const std::filesystem::path& path) {

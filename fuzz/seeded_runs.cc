@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -128,7 +129,7 @@ void writeFile(const std::filesystem::path& path, const void* data, std::size_t 
 
 void report(const SeededInputs& inputs, std::uint64_t index, const Ending& ending,
             const std::filesystem::path& keep) {
-  std::printf("seed %lu, %s %lu: %s\n", inputs.seed, inputs.name.c_str(), index,
+  std::printf("seed %" PRIu64 ", %s %" PRIu64 ": %s\n", inputs.seed, inputs.name.c_str(), index,
               ending.kind().c_str());
   if (keep.empty()) {
     std::fprintf(stderr, "%s", ending.output.c_str());
@@ -149,7 +150,8 @@ void lookForLeaks() {
 }  // namespace
 
 int runSeeded(const SeededInputs& inputs, std::uint64_t count, const std::filesystem::path& keep) {
-  std::printf("%lu inputs (%s) from seed %lu\n", count, inputs.name.c_str(), inputs.seed);
+  std::printf("%" PRIu64 " inputs (%s) from seed %" PRIu64 "\n", count, inputs.name.c_str(),
+              inputs.seed);
   std::fflush(stdout);
   std::uint64_t& current = sharedNumber();
   std::uint64_t failures = 0;
@@ -167,7 +169,7 @@ int runSeeded(const SeededInputs& inputs, std::uint64_t count, const std::filesy
     report(inputs, current, ending, keep);
     std::fflush(stdout);
   }
-  std::printf("%lu failures\n", failures);
+  std::printf("%" PRIu64 " failures\n", failures);
   return failures == 0 ? 0 : 1;
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 tb::fuzz::Bytes sequenceOf(std::uint64_t seed, std::uint64_t index) {
   std::mt19937_64 random = tb::fuzz::randomOf(seed, index);
-  const std::size_t steps = 3 + random() % 30;
+  const auto steps = static_cast<std::size_t>(3 + random() % 30);
   return tb::fuzz::randomBytes(random, tb::fuzz::kHeaderLength + steps * tb::fuzz::kStepLength);
 }
 

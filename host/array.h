@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
@@ -111,8 +112,9 @@ void* vxCalloc(std::size_t count, std::size_t size);
 void* vxMalloc(std::size_t size);
 
 // Whether the host's memory limit allows `size` bytes at once. Nothing is allocated: it is asked
-// where memory is needed in several pieces, or is taken by a library.
-bool vxIsWithinMemoryLimit(std::size_t size) noexcept;
+// where memory is needed in several pieces, or is taken by a library. Sizes that follow from a file
+// have 64 bits on every machine.
+bool vxIsWithinMemoryLimit(std::uint64_t size) noexcept;
 
 // Releases what vxArrayToString, vxCalloc or vxMalloc returned; null is ignored.
 void vxFree(void* memory) noexcept;

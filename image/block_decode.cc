@@ -129,7 +129,7 @@ std::optional<DecodedBlock> mappedBlock(std::uint32_t block, std::size_t size, s
   if (count < size || count > std::max(kNeverLimited, kMostOfSize * largest)) return std::nullopt;
   const std::uint64_t offset = TIFFGetStrileOffset(tif, block);
   if (count > file.size() || offset > file.size() - count) return std::nullopt;
-  return DecodedBlock(file.subspan(offset, size));
+  return DecodedBlock(file.subspan(static_cast<std::size_t>(offset), size));
 }
 
 // The kernels read the rows of a block side by side, and of single bytes many rows: nothing fetches

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "core/errors.h"
 #include "core/values.h"
@@ -22,8 +23,8 @@ Matrix matrixOf(const vxArray& array) {
   return {dimensions[0], dimensions[1]};
 }
 
-std::size_t bitsPerBlockRow(const TiffImageMetaData_& record) {
-  return std::size_t{record.blockWidth} * record.samplesPerBlock * record.bitsPerSample;
+std::uint64_t bitsPerBlockRow(const TiffImageMetaData_& record) {
+  return std::uint64_t{record.blockWidth} * record.samplesPerBlock * record.bitsPerSample;
 }
 
 // Rows that are wholly inside the block's bytes.
@@ -55,8 +56,9 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
   for (std::size_t pixel = 0; pixel < pixelCount; ++pixel) {
     const std::size_t row = pixel % record.blockLength;
     const std::size_t column = pixel / record.blockLength;
-    const std::size_t source = column + row * record.blockWidth;
-    if (row >= matrix.rows || column >= matrix.columns || source >= pixelCount) continue;
+    const std::uint64_t place = column + std::uint64_t{row} * record.blockWidth;
+    if (row >= matrix.rows || column >= matrix.columns || place >= pixelCount) continue;
+    const auto source = static_cast<std::size_t>(place);
     for (std::size_t sample = 0; sample < record.samplesPerBlock; ++sample) {
       const std::size_t target = row + column * matrix.rows + sample * matrix.rows * matrix.columns;
       std::memcpy(data + target * elementSize, &block[source * pixelSize + sample * elementSize],
@@ -67,9 +69,11 @@ void transferPartialBlock(std::span<const std::byte> block, vxArray& array,
 
 }  // namespace
 
-// Rows of bits start on a byte boundary; wider samples fill whole bytes anyway.
+// Rows of bits start on a byte boundary; wider samples fill whole bytes anyway. No block has a row
+// that is longer than memory.
 std::size_t bytesPerBlockRow(const TiffImageMetaData_& record) {
-  return (bitsPerBlockRow(record) + 7) / 8;
+  constexpr std::uint64_t kMost = std::numeric_limits<std::size_t>::max();
+  return static_cast<std::size_t>(std::min((bitsPerBlockRow(record) + 7) / 8, kMost));
 }
 
 vxArrayPtr createBlockArray(BlockExtent extent, const TiffImageMetaData_& record,

@@ -1,7 +1,7 @@
 // "readRGBAStrip", "readRGBATile" and "readRGBAImage": libtiff converts any photometric
-// interpretation that it supports into a raster of 32-bit entries, bottom row first. On a
-// little-endian machine the memory of a raster is that of a 4 x width x height uint8 array, so
-// rasters are read straight into arrays.
+// interpretation that it supports into a raster of 32-bit entries, bottom row first. Rasters are
+// read straight into 4 x width x height uint8 arrays: on a little-endian machine the memory of both
+// is the same, elsewhere the entries become components in place.
 #include <algorithm>
 #include <bit>
 #include <cstdint>
@@ -24,9 +24,6 @@
 
 namespace tb {
 namespace {
-
-static_assert(std::endian::native == std::endian::little,
-              "elsewhere the components must be taken from each entry with TIFFGetR to TIFFGetA");
 
 constexpr std::size_t kEntrySize = 4;
 
@@ -122,6 +119,25 @@ vxArrayPtr createRaster(const TiffImageMetaData_& record, std::uint32_t width, s
 
 std::uint32_t* entriesOf(const vxArrayPtr& raster) {
   return reinterpret_cast<std::uint32_t*>(writableDataOf(raster.get()));
+}
+
+// Lays the components of each entry out as the array has them.
+void takeComponents(const vxArrayPtr& raster) {
+  const std::size_t size = vxGetNumberOfElements(raster.get());
+  std::byte* data = writableDataOf(raster.get());
+  for (std::size_t place = 0; place < size; place += kEntrySize) {
+    std::uint32_t entry = 0;
+    std::memcpy(&entry, data + place, kEntrySize);
+    const std::uint32_t components[] = {TIFFGetR(entry), TIFFGetG(entry), TIFFGetB(entry),
+                                        TIFFGetA(entry)};
+    std::ranges::transform(components, data + place,
+                           [](std::uint32_t component) { return std::byte(component); });
+  }
+}
+
+void storeRaster(int outputCount, vxArrayPtr* outputs, vxArrayPtr raster) {
+  if (std::endian::native != std::endian::little) takeComponents(raster);
+  storeOutput(outputCount, outputs, 0, std::move(raster));
 }
 
 constexpr std::uint32_t roundDown(std::uint32_t value, std::uint32_t step) noexcept {
@@ -231,7 +247,7 @@ void TIFFReadRGBAStrip_handler(int outputCount, vxArrayPtr* outputs, int,
   if (!codec.isReady() || readStrip(record, row, entriesOf(raster)) != RgbaRead::kDone) {
     raise<Tiff::stripReadErrorRGBA>(row + 1U);
   }
-  storeOutput(outputCount, outputs, 0, std::move(raster));
+  storeRaster(outputCount, outputs, std::move(raster));
 }
 
 void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
@@ -247,7 +263,7 @@ void TIFFReadRGBATile_handler(int outputCount, vxArrayPtr* outputs, int,
   if (!codec.isReady() || readTile(record, x, y, entriesOf(raster)) != RgbaRead::kDone) {
     raise<Tiff::tileReadErrorRGBA>(y + 1U, x + 1U);
   }
-  storeOutput(outputCount, outputs, 0, std::move(raster));
+  storeRaster(outputCount, outputs, std::move(raster));
 }
 
 void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
@@ -260,7 +276,7 @@ void TIFFReadRGBAImage_handler(int outputCount, vxArrayPtr* outputs, int,
                         (TIFFIsTiled(record.tif) ? readTiledImage(record, entriesOf(raster))
                                                  : readStrippedImage(record, entriesOf(raster)));
   if (!complete) raise<Tiff::imageReadErrorRGBA>();
-  storeOutput(outputCount, outputs, 0, std::move(raster));
+  storeRaster(outputCount, outputs, std::move(raster));
 }
 
 }  // namespace tb

@@ -63,7 +63,7 @@ bool fillsWholeBuffer(InputImages images, std::size_t bufferSize,
   if (record.photometric == PHOTOMETRIC_YCBCR && !logical) return false;
   const std::size_t* dimensions = vxGetDimensions(images[0]);
   const std::size_t samples = logical ? 1 : record.samplesPerBlock;
-  const std::size_t rowBits = record.blockWidth * samples * record.bitsPerSample;
+  const std::uint64_t rowBits = std::uint64_t{record.blockWidth} * samples * record.bitsPerSample;
   return rowBits % 8 == 0 && bufferSize == rowBits / 8 * record.blockLength &&
          dimensions[0] >= record.blockLength && dimensions[1] >= record.blockWidth;
 }

@@ -143,12 +143,12 @@ class TileParts {
   std::vector<Tile> tiles_;
 };
 
-void requireMemory(std::uint64_t bytes, std::size_t memoryLimit) {
+void requireMemory(std::uint64_t bytes, std::uint64_t memoryLimit) {
   if (bytes > memoryLimit) throw CodestreamError("decoding it needs more memory than is allowed");
 }
 
 // What the planes need, whatever the coding.
-std::uint64_t planeBytes(const CodestreamSize& size, std::size_t memoryLimit) {
+std::uint64_t planeBytes(const CodestreamSize& size, std::uint64_t memoryLimit) {
   std::uint64_t bytes = 0;
   for (std::size_t c = 0; c < size.components.size(); ++c) {
     const CodestreamArea area = size.component(c);
@@ -163,9 +163,9 @@ std::uint64_t planeBytes(const CodestreamSize& size, std::size_t memoryLimit) {
 }  // namespace
 
 void checkCodestream(CodestreamBytes codestream, const CodestreamSize& size,
-                     std::size_t memoryLimit) {
+                     std::uint64_t memoryLimit) {
   // What no machine has, so that no number of bytes wraps.
-  constexpr std::size_t kMostMemory = std::size_t{1} << 48;
+  constexpr std::uint64_t kMostMemory = std::uint64_t{1} << 48;
   memoryLimit = std::min(memoryLimit, kMostMemory);
   const std::uint64_t planes = planeBytes(size, memoryLimit);
   // Before anything is kept for each tile.

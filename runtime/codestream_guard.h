@@ -2,7 +2,7 @@
 // believes sizes that make a few kilobytes take gigabytes.
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 
 #include "runtime/codestream.h"
 
@@ -12,6 +12,6 @@ namespace tb::runtime {
 // tile is there with all its parts, up to the end marker; every packet can have a byte; and the
 // memory that OpenJPEG needs, planes of samples included, stays within the limit.
 void checkCodestream(CodestreamBytes codestream, const CodestreamSize& size,
-                     std::size_t memoryLimit);
+                     std::uint64_t memoryLimit);
 
 }  // namespace tb::runtime

@@ -101,8 +101,9 @@ std::vector<Entry> entriesAt(FileSource& source, std::uint64_t offset, Format fo
   std::array<std::byte, 1024> start;  // most directories are shorter
   const std::size_t have = source.readAt(offset, start, format.countSize());
   if (have < format.countSize()) return {};
-  const std::uint64_t count = format.number(start, format.countSize());
-  if (count > kMostEntries) return {};
+  const std::uint64_t said = format.number(start, format.countSize());
+  if (said > kMostEntries) return {};
+  const auto count = static_cast<std::size_t>(said);
   const std::size_t bytes = count * format.entrySize();
   std::vector<std::byte> longer;
   std::span<const std::byte> table = std::span(start).first(have).subspan(format.countSize());

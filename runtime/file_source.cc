@@ -16,10 +16,12 @@ namespace tb::runtime {
 std::size_t FileSource::readAt(std::uint64_t offset, std::span<std::byte> buffer,
                                std::size_t enough) noexcept {
   const std::size_t wanted = std::min(buffer.size(), enough);
-  const std::size_t mapped = offset < mapping_.size() ? mapping_.size() - offset : 0;
-  if (wanted <= mapped) {
-    const std::size_t count = std::min(buffer.size(), mapped);
-    std::ranges::copy(mapping_.subspan(offset, count), buffer.begin());
+  // An offset past the map, which may not fit into memory, is the end of the map.
+  const auto start = static_cast<std::size_t>(std::min<std::uint64_t>(offset, mapping_.size()));
+  const std::span<const std::byte> mapped = mapping_.subspan(start);
+  if (wanted <= mapped.size()) {
+    const std::size_t count = std::min(buffer.size(), mapped.size());
+    std::ranges::copy(mapped.first(count), buffer.begin());
     return count;
   }
   std::size_t done = 0;
@@ -68,7 +70,8 @@ bool FileSource::hold(std::span<const std::byte> data) noexcept try {
 std::size_t FileSource::write(std::span<const std::byte> data) noexcept {
   std::size_t held = 0;
   if (update_ && position_ < update_->fileSize()) {
-    held = std::min<std::uint64_t>(data.size(), update_->fileSize() - position_);
+    held = static_cast<std::size_t>(
+        std::min<std::uint64_t>(data.size(), update_->fileSize() - position_));
     if (!hold(data.first(held))) return 0;
   }
   const std::size_t done = held + writeAll(position_ + held, data.subspan(held));

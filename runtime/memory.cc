@@ -16,6 +16,7 @@
 #include <array>
 #include <atomic>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -162,9 +163,14 @@ void* takeWatched(std::size_t bytes, Contents contents) {
   return payload(header);
 }
 
+// A machine may have more memory than a process of 32 bits can address.
 std::size_t physicalMemory() noexcept {
-  static const std::size_t bytes = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
-                                   static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  static const std::size_t bytes = [] {
+    const auto pages = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES));
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    constexpr std::size_t kMost = std::numeric_limits<std::ptrdiff_t>::max();
+    return pages > kMost / page ? kMost : pages * page;
+  }();
   return bytes;
 }
 
@@ -231,7 +237,9 @@ void releaseCachedMemory() noexcept {
 
 }  // namespace tb::runtime
 
-bool vxIsWithinMemoryLimit(std::size_t size) noexcept { return size <= tb::runtime::memoryLimit(); }
+bool vxIsWithinMemoryLimit(std::uint64_t size) noexcept {
+  return size <= tb::runtime::memoryLimit();
+}
 
 void* vxCalloc(std::size_t count, std::size_t size) {
   return tb::runtime::takeBlock(tb::runtime::checkedProduct(count, size),

@@ -76,7 +76,8 @@ std::size_t largestAllocation(FileSource& file, const OpenMode& mode) {
   if ((mode.flags & O_CREAT) != 0) return limit;
   const std::size_t floor =
       (mode.flags & O_ACCMODE) == O_RDONLY ? kFloorForReading : kFloorForEditing;
-  const std::size_t size = std::min<std::size_t>(file.size(), limit / kMostFromAByte);
+  const auto size =
+      static_cast<std::size_t>(std::min<std::uint64_t>(file.size(), limit / kMostFromAByte));
   return std::min(limit, std::max(floor, size * kMostFromAByte));
 }
 

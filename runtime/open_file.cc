@@ -110,8 +110,9 @@ class RegularFile final : public FileSource {
 
   bool map() noexcept override {
     if (!mapping_.empty()) return true;
-    const auto bytes = static_cast<std::size_t>(size());
-    if (bytes == 0) return false;
+    const std::uint64_t fileSize = size();
+    if (fileSize == 0 || !std::in_range<std::size_t>(fileSize)) return false;
+    const auto bytes = static_cast<std::size_t>(fileSize);
     void* start = mmap(nullptr, bytes, PROT_READ, MAP_SHARED, descriptor_.get(), 0);
     if (start == MAP_FAILED) return false;
     mapping_ = {static_cast<const std::byte*>(start), bytes};

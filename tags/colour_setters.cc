@@ -63,9 +63,10 @@ void unpack_colormap(TIFF* tif, const vxArray* value, std::vector<std::uint16_t>
   const std::span<const double> elements = elementsOf<double>(value);
   if (std::ranges::any_of(elements, [](double e) { return e > 1.0 || e < 0.0; }))
     raise<Tiff::colorMapValuesNotNormalized>();
-  red = colorTable(elements.subspan(0, length));
-  green = colorTable(elements.subspan(length, length));
-  blue = colorTable(elements.subspan(2 * length, length));
+  const std::size_t rows = vxGetDimensions(value)[0];
+  red = colorTable(elements.subspan(0, rows));
+  green = colorTable(elements.subspan(rows, rows));
+  blue = colorTable(elements.subspan(2 * rows, rows));
 }
 
 }  // namespace

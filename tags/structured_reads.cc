@@ -17,7 +17,7 @@ using Curve = const std::uint16_t*;
 
 // 2^bitsPerSample by way of a double, so that 64 bits and more overflow instead of wrapping.
 std::size_t curveLength(std::uint16_t bitsPerSample) {
-  return convertNumber<std::uint64_t>(std::ldexp(1.0, bitsPerSample));
+  return countInMemory(convertNumber<std::uint64_t>(std::ldexp(1.0, bitsPerSample)));
 }
 
 // A rows-by-columns.size() double matrix that holds the curves divided by `divisor`; columns whose

@@ -83,7 +83,8 @@ std::vector<std::string> exportedNames(const std::string& library) {
   char line[4096];
   while (fgets(line, sizeof line, pipe.get()) != nullptr) {
     const std::string whole(line);  // address, type letter, name
-    names.push_back(whole.substr(19, whole.find('\n') - 19));
+    const std::size_t start = whole.find(' ') + 3;
+    names.push_back(whole.substr(start, whole.find('\n') - start));
   }
   return names;
 }

@@ -114,8 +114,9 @@ class Slow final : public runtime::FileObject {
     if (isStopped_ && !isReached_.exchange(true)) reached_.set_value();
     isStopped_.wait(true);
     if (offset >= bytes_.size()) return 0;
-    const std::size_t count = std::min<std::size_t>(to.size(), bytes_.size() - offset);
-    std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(offset), count, to.begin());
+    const auto rest = std::span(bytes_).subspan(static_cast<std::size_t>(offset));
+    const std::size_t count = std::min(to.size(), rest.size());
+    std::copy_n(rest.begin(), count, to.begin());
     return count;
   }
   std::size_t write(std::uint64_t, std::span<const std::byte>) noexcept override { return 0; }
@@ -131,7 +132,7 @@ class Slow final : public runtime::FileObject {
 };
 
 std::vector<std::byte> contentsOf(const std::filesystem::path& path) {
-  std::vector<std::byte> bytes(std::filesystem::file_size(path));
+  std::vector<std::byte> bytes(static_cast<std::size_t>(std::filesystem::file_size(path)));
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
   EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), file.get()), bytes.size());
   return bytes;

@@ -19,14 +19,6 @@ using testing::IsEmpty;
 
 using Raster = std::vector<std::uint32_t>;
 
-// The entries of a 4 x width x height array.
-Raster entriesOf(const vxArrayPtr& array) {
-  const std::vector<std::byte> bytes = bytesOf(array);
-  Raster entries(bytes.size() / 4);
-  std::memcpy(entries.data(), bytes.data(), bytes.size());
-  return entries;
-}
-
 struct Kind {
   const char* name;
   Layout layout;  // its size and blocks are chosen by the tests
@@ -107,7 +99,7 @@ TEST_P(Rgba, ImageIsThatOfLibtiff) {
     const vxArrayPtr array = call("readRGBAImage", file());
     EXPECT_EQ(vxGetClassID(array.get()), vxUINT8);
     EXPECT_EQ(dimensionsOf(array), (Dimensions{4, 100, 100}));
-    EXPECT_TRUE(entriesOf(array) == expected);
+    EXPECT_TRUE(rgbaEntriesOf(array) == expected);
   }
 }
 
@@ -120,7 +112,7 @@ TEST_P(Rgba, StripsAreThoseOfLibtiffWithZerosPastTheImage) {
     std::fill(expected.begin() + std::min(100U - first, 32U) * 100, expected.end(), 0U);
     const vxArrayPtr array = call("readRGBAStrip", file(), first + 1);
     EXPECT_EQ(dimensionsOf(array), (Dimensions{4, 100, 32}));
-    EXPECT_TRUE(entriesOf(array) == expected);
+    EXPECT_TRUE(rgbaEntriesOf(array) == expected);
   }
 }
 
@@ -133,7 +125,7 @@ TEST_P(Rgba, TilesAreThoseOfLibtiff) {
       ASSERT_EQ(TIFFReadRGBATile(tif_.get(), x, y, expected.data()), 1);
       const vxArrayPtr array = call("readRGBATile", file(), x + 6, y + 10);
       EXPECT_EQ(dimensionsOf(array), (Dimensions{4, 64, 64}));
-      EXPECT_TRUE(entriesOf(array) == expected);
+      EXPECT_TRUE(rgbaEntriesOf(array) == expected);
     }
 }
 

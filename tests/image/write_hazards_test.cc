@@ -288,9 +288,9 @@ TEST_F(WriteHazards, JpegWithFactorsThatItCannotHaveIsRefused) {
 TEST_F(WriteHazards, BlocksBeyondTheMemoryLimitAreRefusedAndTheFileUntouched) {
   const OpenedFile& file = scene_.fresh({{TIFFTAG_PHOTOMETRIC, 1},
                                          {TIFFTAG_BITSPERSAMPLE, 8},
-                                         {TIFFTAG_IMAGEWIDTH, 100000},
-                                         {TIFFTAG_IMAGELENGTH, 100000},
-                                         {TIFFTAG_ROWSPERSTRIP, 100000}});
+                                         {TIFFTAG_IMAGEWIDTH, 30000},
+                                         {TIFFTAG_IMAGELENGTH, 30000},
+                                         {TIFFTAG_ROWSPERSTRIP, 30000}});
   const auto before = std::filesystem::file_size(TIFFFileName(file.handle()));
   runtime::setMemoryLimit(std::size_t{64} << 20);
   EXPECT_THROW(call("writeEncodedStrip", file, 0, bytes({16, 16})), std::bad_alloc);

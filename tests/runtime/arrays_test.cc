@@ -147,9 +147,10 @@ TEST(ArrayCreation, RefusesClassesWithoutElements) {
 
 TEST(ArrayCreation, RefusesSizesThatOverflow) {
   constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max();
+  constexpr std::size_t kRoot = std::size_t{1} << (std::numeric_limits<std::size_t>::digits / 2);
   for (const Dimensions& dimensions :
-       {Dimensions{kMost, 2}, Dimensions{kMost / 8 + 1, 1}, Dimensions{1UL << 32, 1UL << 32},
-        Dimensions{kMost, 1}, Dimensions{1UL << 31, 1UL << 31, 4}}) {
+       {Dimensions{kMost, 2}, Dimensions{kMost / 8 + 1, 1}, Dimensions{kRoot, kRoot},
+        Dimensions{kMost, 1}, Dimensions{kRoot / 2, kRoot / 2, 4}}) {
     EXPECT_THROW((void)matrix::detail::do_create_numeric(vxDOUBLE, dimensions), std::bad_alloc);
     EXPECT_THROW((void)matrix::detail::do_create_cell(dimensions), std::bad_alloc);
   }
@@ -250,8 +251,9 @@ TEST(WrappedMemory, IsNotReleasedWhenRefused) {
   int released = 0;
   EXPECT_THROW((void)wrapMemory(vxCELL, Dimensions{2, 2}, values.data(), countRelease, &released),
                std::invalid_argument);
+  constexpr std::size_t kQuarter = std::numeric_limits<std::size_t>::max() / 4 + 1;
   EXPECT_THROW(
-      (void)wrapMemory(vxDOUBLE, Dimensions{1UL << 62, 2}, values.data(), countRelease, &released),
+      (void)wrapMemory(vxDOUBLE, Dimensions{kQuarter, 2}, values.data(), countRelease, &released),
       std::bad_alloc);
   EXPECT_EQ(released, 0);
 }

@@ -17,7 +17,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "host/tiff_utilities.h"
@@ -32,7 +34,7 @@ using runtime::FileSource;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-constexpr std::size_t kNoLimit = std::size_t{1} << 40;
+constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max() / 2;
 
 // A file in memory behind an unreliable system.
 struct Storage {
@@ -65,9 +67,9 @@ class StorageSource final : public FileSource {
     const std::uint64_t end = offset + buffer.size();
     if (end > storage_.readErrorFrom) return failed(EIO);
     if (offset >= storage_.bytes.size()) return 0;
-    const std::size_t count =
-        std::min({buffer.size(), storage_.mostAtOnce, storage_.bytes.size() - offset});
-    std::memcpy(buffer.data(), storage_.bytes.data() + offset, count);
+    const auto rest = std::span(storage_.bytes).subspan(static_cast<std::size_t>(offset));
+    const std::size_t count = std::min({buffer.size(), storage_.mostAtOnce, rest.size()});
+    std::memcpy(buffer.data(), rest.data(), count);
     return static_cast<ssize_t>(count);
   }
 
@@ -75,15 +77,16 @@ class StorageSource final : public FileSource {
     if (storage_.isInterrupted()) return failed(EINTR);
     if (offset == storage_.writeErrorAt) return failed(EIO);
     if (offset >= storage_.capacity) return failed(ENOSPC);
+    const auto start = static_cast<std::size_t>(offset);
     const std::size_t count =
-        std::min({data.size(), storage_.mostAtOnce, storage_.capacity - offset});
-    if (storage_.bytes.size() < offset + count) storage_.bytes.resize(offset + count);
-    std::memcpy(storage_.bytes.data() + offset, data.data(), count);
+        std::min({data.size(), storage_.mostAtOnce, storage_.capacity - start});
+    if (storage_.bytes.size() < start + count) storage_.bytes.resize(start + count);
+    std::memcpy(storage_.bytes.data() + start, data.data(), count);
     return static_cast<ssize_t>(count);
   }
 
   bool shorten(std::uint64_t size) noexcept override {
-    storage_.bytes.resize(size);
+    storage_.bytes.resize(static_cast<std::size_t>(size));
     return true;
   }
 
@@ -217,7 +220,7 @@ TEST_F(Source, PutsBackWhatAnUpdateHasReplacedWhenItFails) {
 // A forked process shares the position of a descriptor.
 TEST_F(Source, IsNotMovedByAForkedProcess) {
   const fs::path path = folder_ / "image.tif";
-  writeTiff(path, {layout_});
+  writeTiff(path, {layout_}, "wl");
   const TiffHandle tif = open(path, "rm");
   const auto seek = [&](toff_t offset) {
     return TIFFGetSeekProc(tif.get())(TIFFClientdata(tif.get()), offset, SEEK_SET);
@@ -235,7 +238,7 @@ TEST_F(Source, IsNotMovedByAForkedProcess) {
 
 TEST_F(Source, ReadsItsOwnBytesAfterAForkedProcessHasRead) {
   const fs::path path = folder_ / "image.tif";
-  writeTiff(path, {layout_});
+  writeTiff(path, {layout_}, "wl");
   const TiffHandle tif = open(path, "rm");
   const auto byteAt = [&](toff_t offset) {
     char byte = 0;

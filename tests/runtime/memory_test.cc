@@ -6,10 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <initializer_list>
 #include <limits>
 #include <new>
 #include <thread>
@@ -22,6 +24,7 @@ namespace tb::runtime {
 namespace {
 
 constexpr std::size_t kMiB = std::size_t{1} << 20;
+using Sizes = std::initializer_list<std::size_t>;
 
 long pageFaults() {
   rusage usage;
@@ -59,8 +62,10 @@ class Cache : public Memory {
 };
 
 TEST_F(Memory, LimitIsThePhysicalMemoryUnlessSet) {
-  const auto physical = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
-                        static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const auto installed = static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
+                         static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  const auto addressable = std::uint64_t{std::numeric_limits<std::ptrdiff_t>::max()};
+  const auto physical = static_cast<std::size_t>(std::min(installed, addressable));
   EXPECT_EQ(memoryLimit(), physical);
   setMemoryLimit(5 * kMiB);
   EXPECT_EQ(memoryLimit(), 5 * kMiB);
@@ -103,7 +108,7 @@ TEST_F(Memory, ProductOfCountAndSizeMayNotOverflow) {
 }
 
 TEST_F(Memory, BlocksAreAlignedAndMayBeNothing) {
-  for (const std::size_t size : {0UL, 1UL, 63UL, 900UL, 1000UL, 4095UL, 4096UL, kMiB, 5 * kMiB}) {
+  for (const std::size_t size : Sizes{0, 1, 63, 900, 1000, 4095, 4096, kMiB, 5 * kMiB}) {
     SCOPED_TRACE(size);
     void* block = vxMalloc(size);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U);
@@ -114,7 +119,7 @@ TEST_F(Memory, BlocksAreAlignedAndMayBeNothing) {
 }
 
 TEST_F(Memory, ZeroedBlocksAreZeroAlsoWhenReused) {
-  for (const std::size_t size : {10UL, 1000UL, 5000UL, 200000UL, kMiB, 5 * kMiB}) {
+  for (const std::size_t size : Sizes{10, 1000, 5000, 200000, kMiB, 5 * kMiB}) {
     for (int turn = 0; turn < 2; ++turn) {
       auto* block = static_cast<std::uint8_t*>(vxCalloc(size, 1));
       for (std::size_t at = 0; at < size; ++at) ASSERT_EQ(block[at], 0) << size << " " << at;
@@ -132,7 +137,7 @@ TEST_F(Memory, ZeroedLargeBlockIsNotTouched) {
 }
 
 TEST_F(Cache, LargeBlocksStartOneKibibyteIntoAPage) {
-  for (const std::size_t size : {4096UL, 70000UL, kMiB, 6 * kMiB}) {
+  for (const std::size_t size : Sizes{4096, 70000, kMiB, 6 * kMiB}) {
     void* block = vxMalloc(size);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 4096, 1024U) << size;
     vxFree(block);

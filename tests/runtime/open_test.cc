@@ -209,6 +209,28 @@ TEST_F(OpenByName, MapsFilesThatAreOnlyRead) {
   EXPECT_FALSE(isMapped(path));
 }
 
+// More than 32 bits can count or map.
+TEST_F(OpenByName, ReachesBlocksBeyond4GiB) {
+  constexpr off_t kBeyond = off_t{5} << 30;
+  const fs::path path = folder_ / "large.tif";
+  std::vector<std::byte> block = blockBytes({}, 0);
+  const auto size = static_cast<tmsize_t>(block.size());
+  {
+    const TiffHandle tif = open(path, "w8");
+    setLayout(tif.get(), {});
+    ASSERT_EQ(ftruncate(TIFFFileno(tif.get()), kBeyond), 0);
+    ASSERT_EQ(TIFFWriteEncodedStrip(tif.get(), 0, block.data(), size), size);
+  }
+  for (const char* mode : {"r", "rm", "r+"}) {
+    const TiffHandle tif = open(path, mode);
+    ASSERT_NE(tif, nullptr) << mode;
+    EXPECT_GE(TIFFGetStrileOffset(tif.get(), 0), std::uint64_t{kBeyond});
+    std::vector<std::byte> read(block.size());
+    EXPECT_EQ(TIFFReadEncodedStrip(tif.get(), 0, read.data(), size), size) << mode;
+    EXPECT_TRUE(read == block) << mode;
+  }
+}
+
 TEST_F(OpenByName, AppendsToWhatIsThereAndCreatesWhatIsNot) {
   const fs::path path = imageFile();
   writeImage(open(path, "a").get(), {});

@@ -44,6 +44,14 @@ std::vector<std::byte> bytesOf(const vxArrayPtr& array) {
   return {first, first + vxGetNumberOfElements(array.get()) * vxGetElementSize(array.get())};
 }
 
+std::vector<std::uint32_t> rgbaEntriesOf(const vxArrayPtr& array) {
+  const std::vector<std::byte> bytes = bytesOf(array);
+  std::vector<std::uint32_t> entries(bytes.size() / 4);
+  for (std::size_t i = 0; i < bytes.size(); ++i)
+    entries[i / 4] |= std::to_integer<std::uint32_t>(bytes[i]) << i % 4 * 8;
+  return entries;
+}
+
 std::string textOf(const vxArrayPtr& array) { return matrix::get_string(array.get()); }
 
 }  // namespace tb::test

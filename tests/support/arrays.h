@@ -88,6 +88,9 @@ std::vector<T> elementsOf(const vxArrayPtr& array) {
 // The elements' bytes in storage order, whatever the class.
 std::vector<std::byte> bytesOf(const vxArrayPtr& array);
 
+// The entries of a 4 x width x height array of bytes as libtiff packs them, with red in the lowest.
+std::vector<std::uint32_t> rgbaEntriesOf(const vxArrayPtr& array);
+
 // The text of a char array, one byte a unit.
 std::string textOf(const vxArrayPtr& array);
 

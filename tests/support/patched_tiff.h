@@ -1,4 +1,4 @@
-// Little-endian classic TIFF files that are spoilt after they were written.
+// Classic TIFF files in the byte order of the machine that are spoilt after they were written.
 #pragma once
 
 #include <cstdint>

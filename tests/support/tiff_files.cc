@@ -1,6 +1,7 @@
 #include "tests/support/tiff_files.h"
 
 #include <algorithm>
+#include <bit>
 #include <stdexcept>
 
 namespace tb::test {
@@ -27,8 +28,11 @@ void require(bool done, const char* what) {
 
 std::uint32_t ceilDivide(std::uint32_t a, std::uint32_t b) { return (a + b - 1) / b; }
 
+// In the order of bytes that the machine has.
 void appendBytes(std::vector<std::byte>& to, std::uint64_t bits, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) to.push_back(static_cast<std::byte>(bits >> (8 * i)));
+  constexpr bool kIsLittleEndian = std::endian::native == std::endian::little;
+  for (std::size_t i = 0; i < count; ++i)
+    to.push_back(static_cast<std::byte>(bits >> (8 * (kIsLittleEndian ? i : count - 1 - i))));
 }
 
 // Sample s of the pixel at (row, column) of a block.

@@ -2,6 +2,7 @@
 // count. The files are plain libtiff's or built byte by byte.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <numeric>
 
@@ -238,11 +239,14 @@ TEST_F(StructuredReads, XmlPacketOfAThousandBytesIsARowOfThem) {
 }
 
 TEST_F(StructuredReads, IptcStoredAsLongsIsReadAsTheirBytes) {
+  // libtiff has them as numbers, so that the bytes of each are in the order of the machine.
+  const std::array<std::uint32_t, 2> longs{0x04030201, 0x08070605};
+  const auto bytes = std::bit_cast<std::array<std::uint8_t, 8>>(longs);
   auto entries = rawGray(4, 4);
-  replaceEntry(entries, {TIFFTAG_RICHTIFFIPTC, TIFF_LONG, {0x04030201, 0x08070605}});
+  replaceEntry(entries, {TIFFTAG_RICHTIFFIPTC, TIFF_LONG, {longs.begin(), longs.end()}});
   const Input file = openRaw(entries);
   EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_RICHTIFFIPTC)),
-            aRowOf(vxUINT8, {1, 2, 3, 4, 5, 6, 7, 8}));
+            aRowOf(vxUINT8, {bytes.begin(), bytes.end()}));
 }
 
 struct Sized {
