@@ -38,7 +38,6 @@ extern "C" const char* __ubsan_default_options() { return "print_stacktrace=1"; 
 namespace tb::fuzz {
 namespace {
 
-constexpr std::size_t kMemoryLimit = std::size_t{64} << 20;
 constexpr int kMostDirectories = 8;
 constexpr std::size_t kMostSubDirectories = 4;
 constexpr double kMostBlocks = 16;
@@ -63,7 +62,7 @@ class ObservedCall {
 
 void prepareOnce() {
   static const bool prepared = [] {
-    runtime::setMemoryLimit(kMemoryLimit);
+    runtime::setMemoryLimit(kReadMemory);
     runtime::setWarningSink([](const resource_core::BaseMsgID&) { hostWasWarned = true; });
     runtime::setErrorReporter([](const foundation::core::except::IUserException& error) {
       lastReported = dynamic_cast<const foundation::core::except::IMsgIDException&>(error)

@@ -12,6 +12,9 @@
 
 namespace tb::fuzz {
 
+// The memory limit, unless the target sets another: a file can claim any size.
+inline constexpr std::size_t kReadMemory = std::size_t{64} << 20;
+
 // What a call came to: its output slots, and the identifier of its error, "bad_alloc" for one
 // without, empty when there was none.
 struct Outcome {
