@@ -1,14 +1,17 @@
-// Any bytes as a TIFF file that is opened and read, and edited in the modes that allow it. Whatever
-// they are, every call ends with a result or an identified error.
+// Any bytes as a TIFF file that is opened and read, and edited in the modes that allow it: in
+// memory, or a file object that fails. Whatever they are, every call ends with a result or an
+// identified error.
 #include <tiffio.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "fuzz/faulty_object.h"
 #include "fuzz/file_limit.h"
 #include "fuzz/gateway_session.h"
 #include "fuzz/read_modes.h"
@@ -70,7 +73,10 @@ void append(const vxArray* file) {
   }
 }
 
+bool isEdited(const std::string& mode) { return mode == "r+" || mode == "a"; }
+
 void use(const std::string& name, const std::string& mode) {
+  isEdited(mode) ? limitWrites() : limitReads();
   const auto opened = call("open", {matrix::create(name).get(), matrix::create(mode).get()});
   const vxArray* const file = opened[0].get();
   if (file == nullptr) return;
@@ -80,14 +86,25 @@ void use(const std::string& name, const std::string& mode) {
   call("close", {file});
 }
 
+void useAsObject(std::span<const std::uint8_t> bytes) {
+  const unsigned last = bytes.back();
+  const auto fault = static_cast<Fault>(last >> kFaultShift & 3U);
+  const unsigned firstFaulty = bytes.size() > 1 ? bytes[bytes.size() - 2] : 0U;
+  const OfferedObject object(std::make_shared<FaultyObject>(bytes, fault, firstFaulty));
+  use(object.name(), kObjectModes[last >> kObjectModeShift]);
+}
+
 }  // namespace
 }  // namespace tb::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace tb::fuzz;
   const std::string mode = readModeOf(size > 0 ? data[size - 1] : 0);
+  if (mode == "object") {
+    useAsObject({data, size});
+    return 0;
+  }
   const MemoryFile contents({data, size});
-  mode == "r+" || mode == "a" ? limitWrites() : limitReads();
   use(contents.name(), mode);
   return 0;
 }

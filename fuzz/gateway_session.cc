@@ -19,6 +19,7 @@
 #include "fuzz/finding.h"
 #include "gateway/gateway.h"
 #include "host/errors.h"
+#include "runtime/file_objects.h"
 #include "runtime/loader.h"
 #include "runtime/memory.h"
 #include "runtime/reporting.h"
@@ -160,6 +161,8 @@ Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* co
   } catch (const foundation::core::except::IMsgIDException& error) {
     outcome.error = error.message().identifier();
     checkError(error, outcome.error);
+  } catch (const runtime::FileObjectFailure&) {
+    outcome.error = "FileObjectFailure";
   } catch (const std::bad_alloc&) {
     outcome.error = "bad_alloc";
   }

@@ -22,6 +22,18 @@ bool write(const std::filesystem::path& path, const Bytes& bytes) {
   return static_cast<bool>(file.flush());
 }
 
+// Objects that are read and edited, with a fault that begins when they are open.
+bool writeObjects(const std::filesystem::path& path, Bytes bytes) {
+  constexpr unsigned kFaults = 8;
+  constexpr unsigned char kFirstFaulty = 20, kObject = 14;
+  bytes.insert(bytes.end(), {kFirstFaulty, kObject});
+  for (unsigned fault = 0; fault < kFaults; ++fault) {
+    bytes.back() = static_cast<unsigned char>(fault << tb::fuzz::kFaultShift | kObject);
+    if (!write(path.string() + ".object" + std::to_string(fault), bytes)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -41,6 +53,7 @@ int main(int argc, char** argv) {
       if (modes.insert(mode).second && !write(folder / (name + "." + mode), bytes)) return 1;
       ++bytes.back();
     }
+    if (!writeObjects(folder / name, start.contents)) return 1;
   }
   return 0;
 }
