@@ -97,6 +97,13 @@ const std::vector<TagChoice>& tagChoices() {
       {TIFFTAG_DATETIME, kText, {}},
       {TIFFTAG_TARGETPRINTER, kText, {}},
       {34737, kText, {}},
+      {TIFFTAG_DOCUMENTNAME, kText, {}},
+      {TIFFTAG_MAKE, kText, {}},
+      {TIFFTAG_MODEL, kText, {}},
+      {TIFFTAG_PAGENAME, kText, {}},
+      {TIFFTAG_HOSTCOMPUTER, kText, {}},
+      {TIFFTAG_COPYRIGHT, kText, {}},
+      {TIFFTAG_YPOSITION, kNumber, {0, 10, -1, NAN}},
   };
   return choices;
 }
@@ -289,7 +296,10 @@ bool isLayoutTag(int tag) {
 }
 
 bool isTextTag(int tag) {
-  return tag == TIFFTAG_IMAGEDESCRIPTION || tag == TIFFTAG_SOFTWARE || tag == TIFFTAG_ARTIST;
+  constexpr int kTextTags[] = {TIFFTAG_DOCUMENTNAME, TIFFTAG_IMAGEDESCRIPTION, TIFFTAG_MAKE,
+                               TIFFTAG_MODEL,        TIFFTAG_PAGENAME,         TIFFTAG_SOFTWARE,
+                               TIFFTAG_ARTIST,       TIFFTAG_HOSTCOMPUTER,     TIFFTAG_COPYRIGHT};
+  return std::ranges::find(kTextTags, tag) != std::end(kTextTags);
 }
 
 std::vector<vxArrayPtr> arraysForBlock(const BlockLayout& layout, std::uint32_t block,
