@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "fuzz/gateway_session.h"
+#include "runtime/block_format.h"
 
 namespace tb::fuzz {
 namespace {
@@ -226,6 +227,11 @@ bool BlockLayout::lossless() const {
   for (const double scheme : {1, 3, 4, 5, 8, 32773, 32946})
     if (compression == scheme) return true;
   return false;
+}
+
+bool BlockLayout::isReadOnly() const {
+  return compression == runtime::kJpeg2000 || compression == runtime::kJpeg2000Rgb ||
+         compression == runtime::kJpeg2000YCbCr;
 }
 
 vxArrayPtr filledArray(vxClassID classId, const std::vector<std::size_t>& dimensions,
