@@ -14,16 +14,16 @@ namespace {
 // A fuzzer that meets a finding while the limit holds must be able to store the input.
 constexpr rlim_t kSmallestLimit = kHeaderLength + kMostSteps * kStepLength;
 
-constexpr std::size_t kMemoryLimit = std::size_t{16} << 20;
+constexpr std::size_t kWriteMemory = std::size_t{16} << 20;
 
-void prepareOnce() {
+void limitMemory(std::size_t bytes) {
   static const bool prepared = [] {
     std::signal(SIGXFSZ, SIG_IGN);
-    call("getVersion", {});  // sets the memory limit of the other targets first
-    runtime::setMemoryLimit(kMemoryLimit);
+    call("getVersion", {});  // sets a memory limit of its own when it is the first call
     return true;
   }();
   (void)prepared;
+  runtime::setMemoryLimit(bytes);
 }
 
 }  // namespace
@@ -36,8 +36,10 @@ void limitFileSize(rlim_t bytes) {
 }
 
 void limitWrites() {
-  prepareOnce();
+  limitMemory(kWriteMemory);
   limitFileSize(kLargestFile);
 }
+
+void limitReads() { limitMemory(kReadMemory); }
 
 }  // namespace tb::fuzz

@@ -16,4 +16,7 @@ void limitFileSize(rlim_t bytes);
 // the time limit under both sanitizers, even as a fax.
 void limitWrites();
 
+// From here on arrays may be as large as targets that only read allow them to be.
+void limitReads();
+
 }  // namespace tb::fuzz

@@ -4,8 +4,11 @@
 #include <hwy/targets.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <iterator>
 #include <random>
@@ -15,6 +18,7 @@
 #include "fuzz/finding.h"
 #include "kernels/block_copy.h"
 #include "kernels/logicals.h"
+#include "runtime/rgb_bytes.h"
 #include "runtime/sanitizer.h"
 #include "tests/support/plain_kernels.h"
 
@@ -43,7 +47,12 @@ class Memory {
     }
   }
   std::byte* data() { return bytes_.data() + offset_; }
-  friend bool operator==(const Memory&, const Memory&) = default;
+  const std::byte* data() const { return bytes_.data() + offset_; }
+  // Not byte by byte, as vectors of std::byte are compared.
+  friend bool operator==(const Memory& a, const Memory& b) {
+    return a.offset_ == b.offset_ && a.bytes_.size() == b.bytes_.size() &&
+           std::memcmp(a.bytes_.data(), b.bytes_.data(), a.bytes_.size()) == 0;
+  }
 
  private:
   std::size_t offset_;
@@ -210,8 +219,87 @@ void tryJoining(FuzzedDataProvider& input) {
   });
 }
 
+// --- RGB
+
+// Numbers that begin at any multiple of their size, and end with the last that a kernel may read.
+class Plane {
+ public:
+  Plane(FuzzedDataProvider& input, std::size_t count)
+      : offset_(input.ConsumeIntegralInRange<std::size_t>(0, 3)),
+        numbers_(std::max<std::size_t>(offset_ + count, 1)) {
+    std::minstd_rand random(input.ConsumeIntegral<std::uint16_t>());
+    // Signed samples as well, and more of the least and the greatest than there would be.
+    const bool isExtreme = input.ConsumeBool();
+    constexpr std::int32_t kExtremes[] = {-128, -1, 0, 1, 127, 128, 254, 255};
+    for (std::int32_t& number : numbers_) {
+      const auto drawn = static_cast<unsigned>(random()) >> 8;
+      number = isExtreme ? kExtremes[drawn % std::size(kExtremes)]
+                         : static_cast<std::int32_t>(drawn % 384) - 128;
+    }
+  }
+  const std::int32_t* data() const { return numbers_.data() + offset_; }
+
+ private:
+  std::size_t offset_;
+  std::vector<std::int32_t> numbers_;
+};
+
+using Planes = std::array<Plane, 3>;
+
+void checkJoinedRgb(const Planes& planes, std::size_t count, const Memory& before) {
+  Memory expected = before;
+  for (std::size_t i = 0; i < 3 * count; ++i)
+    expected.data()[i] = static_cast<std::byte>(planes[i % 3].data()[i / 3]);
+  onEveryTarget([&](const char* target) {
+    Memory got = before;
+    runtime::joinRgbBytes(planes[0].data(), planes[1].data(), planes[2].data(), count,
+                          reinterpret_cast<std::uint8_t*>(got.data()));
+    if (!(got == expected))
+      fail("joinRgbBytes of " + std::string(target) + " for " + std::to_string(count));
+  });
+}
+
+// Whether a byte is as near to a number as rounding takes it, or, between two, either of them.
+bool isNearest(std::byte byte, double exact) {
+  constexpr double kNearest = 0.5001;
+  return std::abs(std::to_integer<int>(byte) - std::clamp(exact, 0.0, 255.0)) <= kNearest;
+}
+
+// The colours of pixels; what lies beyond them is given back to `got`.
+bool areColours(Memory& got, const Planes& planes, std::size_t count, const Memory& before) {
+  bool areAll = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double y = planes[0].data()[i];
+    const double cb = planes[1].data()[i] - 128, cr = planes[2].data()[i] - 128;
+    const std::byte* const pixel = got.data() + 3 * i;
+    areAll = areAll && isNearest(pixel[0], y + 1.402 * cr) &&
+             isNearest(pixel[1], y - 0.344136286 * cb - 0.714136286 * cr) &&
+             isNearest(pixel[2], y + 1.772 * cb);
+  }
+  std::memcpy(got.data(), before.data(), 3 * count);
+  return areAll && got == before;
+}
+
+void checkConvertedRgb(const Planes& planes, std::size_t count, const Memory& before) {
+  onEveryTarget([&](const char* target) {
+    Memory got = before;
+    runtime::joinRgbBytesFromYCbCr(planes[0].data(), planes[1].data(), planes[2].data(), count,
+                                   reinterpret_cast<std::uint8_t*>(got.data()));
+    if (!areColours(got, planes, count, before))
+      fail("joinRgbBytesFromYCbCr of " + std::string(target) + " for " + std::to_string(count));
+  });
+}
+
+void tryRgb(FuzzedDataProvider& input) {
+  const std::size_t count = anySize(input);
+  const Planes planes{Plane(input, count), Plane(input, count), Plane(input, count)};
+  const Memory rgb(input, 3 * count);
+  checkJoinedRgb(planes, count, rgb);
+  checkConvertedRgb(planes, count, rgb);
+}
+
 using Trial = void (*)(FuzzedDataProvider&);
-constexpr Trial kTrials[] = {tryCopies, tryUnpacking, tryPacking, trySplitting, tryJoining};
+constexpr Trial kTrials[] = {tryCopies, tryUnpacking, tryPacking, trySplitting, tryJoining, tryRgb};
 
 }  // namespace
 }  // namespace tb::fuzz

@@ -19,6 +19,7 @@
 #include "fuzz/finding.h"
 #include "gateway/gateway.h"
 #include "host/errors.h"
+#include "runtime/file_objects.h"
 #include "runtime/loader.h"
 #include "runtime/memory.h"
 #include "runtime/reporting.h"
@@ -38,7 +39,6 @@ extern "C" const char* __ubsan_default_options() { return "print_stacktrace=1"; 
 namespace tb::fuzz {
 namespace {
 
-constexpr std::size_t kMemoryLimit = std::size_t{64} << 20;
 constexpr int kMostDirectories = 8;
 constexpr std::size_t kMostSubDirectories = 4;
 constexpr double kMostBlocks = 16;
@@ -63,7 +63,7 @@ class ObservedCall {
 
 void prepareOnce() {
   static const bool prepared = [] {
-    runtime::setMemoryLimit(kMemoryLimit);
+    runtime::setMemoryLimit(kReadMemory);
     runtime::setWarningSink([](const resource_core::BaseMsgID&) { hostWasWarned = true; });
     runtime::setErrorReporter([](const foundation::core::except::IUserException& error) {
       lastReported = dynamic_cast<const foundation::core::except::IMsgIDException&>(error)
@@ -161,6 +161,8 @@ Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* co
   } catch (const foundation::core::except::IMsgIDException& error) {
     outcome.error = error.message().identifier();
     checkError(error, outcome.error);
+  } catch (const runtime::FileObjectFailure&) {
+    outcome.error = "FileObjectFailure";
   } catch (const std::bad_alloc&) {
     outcome.error = "bad_alloc";
   }

@@ -12,6 +12,9 @@
 
 namespace tb::fuzz {
 
+// The memory limit, unless the target sets another: a file can claim any size.
+inline constexpr std::size_t kReadMemory = std::size_t{64} << 20;
+
 // What a call came to: its output slots, and the identifier of its error, "bad_alloc" for one
 // without, empty when there was none.
 struct Outcome {
@@ -26,8 +29,9 @@ void observeCalls(CallObserver observer) noexcept;
 
 // Calls the gateway with these output slots, whatever they hold, and these inputs, the operation's
 // name the first of them. An error must be one that the module or the host lists, with arguments
-// that fill its text, and be reported just before it is thrown; std::bad_alloc is as good. Any
-// other exception is a finding and ends the process.
+// that fill its text, and be reported just before it is thrown; std::bad_alloc is as good, and
+// so is the failure of a file object that is opened. Any other exception is a finding and ends the
+// process.
 Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
 
 // Runs an operation with room for three outputs, which are empty after an error.

@@ -1,5 +1,6 @@
 // Mutations of TIFF files, from a seed, through the function of fuzz_read: bits that are flipped,
-// files that are cut off, fields that are damaged or exchanged.
+// files that are cut off, fields that are damaged or exchanged; they are read, and edited in the
+// modes that allow it.
 //
 //   read_mutations [COUNT [SEED [KEEP]]]   run COUNT mutations; those that fail go into KEEP
 //
@@ -54,13 +55,14 @@ std::vector<Bytes> originals() {
   return files;
 }
 
-// One change or a few, each of any kind.
+// One change or a few, each of any kind, and mostly a byte more, which chooses the access mode.
 Bytes mutated(Bytes bytes, std::uint64_t seed, std::uint64_t index) {
   std::mt19937_64 random = tb::fuzz::randomOf(seed, index);
   for (std::uint64_t changes = 1 + random() % kMostChanges; changes > 0; --changes) {
     const bool swaps = random() % 4 == 0;
     (swaps ? tb::fuzz::swapFields : tb::fuzz::damage)(bytes, static_cast<std::uint32_t>(random()));
   }
+  if (random() % 4 > 0) bytes.push_back(static_cast<unsigned char>(random()));
   return bytes;
 }
 

@@ -23,8 +23,8 @@ inline constexpr std::size_t kMostSteps = 60;
 // in
 //   a mode (setField@r+);
 // - a tag (tag:259, tag:259@r+), a starting file (file:jpeg), a mode (mode:a);
-// - damage: every starting file is whole; limit: files may grow; integers: the numbers of blocks
-//   are doubles;
+// - damage: every starting file is whole; limit: files may grow; memory: no call has little memory;
+// - integers: the numbers of blocks are doubles;
 // - check:move, check:read, check:file, check:decoded, check:values.
 // TAGBRIDGE_FUZZ_TRACE=1 prints every call and what came of it.
 void runSequence(std::span<const std::uint8_t> bytes);

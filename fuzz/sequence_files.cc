@@ -11,6 +11,7 @@
 #include <string>
 
 #include "fuzz/gateway_session.h"
+#include "tests/support/codestreams.h"
 #include "tests/support/raw_tiff.h"
 #include "tests/support/tiff_files.h"
 
@@ -153,6 +154,15 @@ const Layout kInks{.width = 20,
                    .photometric = PHOTOMETRIC_SEPARATED,
                    .rowsPerStrip = 8,
                    .more = with(TIFFTAG_NUMBEROFINKS, 4)};
+const Layout kJpeg2000Strips{
+    .width = 40, .length = 30, .compression = test::kJpeg2000, .rowsPerStrip = 8};
+const Layout kJpeg2000Tiles{.width = 30,
+                            .length = 30,
+                            .samples = 3,
+                            .photometric = PHOTOMETRIC_RGB,
+                            .compression = test::kJpeg2000Rgb,
+                            .tileWidth = 16,
+                            .tileLength = 16};
 
 // --- Files
 
@@ -170,6 +180,12 @@ Bytes fileOf(const std::vector<Layout>& directories, const char* mode = "w") {
 Bytes rawFileOf(const std::vector<RawEntry>& entries, const std::vector<std::byte>& data) {
   const MemoryFile file({});
   test::writeRawTiff(file.name(), entries, data);
+  return contentOf(file.name());
+}
+
+Bytes jpeg2000(const Layout& layout) {
+  const MemoryFile file({});
+  test::writeJpeg2000(file.name(), layout);
   return contentOf(file.name());
 }
 
@@ -312,6 +328,8 @@ const Maker kMakers[] = {
     {"bad-second-page", fileWithBadSecondPage, false},
     {"long-claim", longClaim, false},
     {"log-small-map", logWithSmallMap, false},
+    {"jpeg2000", [] { return jpeg2000(kJpeg2000Strips); }},
+    {"jpeg2000-tiles", [] { return jpeg2000(kJpeg2000Tiles); }},
 };
 
 }  // namespace

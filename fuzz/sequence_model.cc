@@ -5,6 +5,7 @@
 
 #include "fuzz/gateway_session.h"
 #include "fuzz/switches.h"
+#include "host/tiff_utilities.h"
 #include "tests/support/tiff_files.h"
 
 namespace tb::fuzz {
@@ -193,6 +194,7 @@ void checkWritten(const std::string& name, const std::vector<Expected>& pages) {
 
 std::optional<std::vector<Page>> pagesOf(const std::string& name) {
   const Silence silence;
+  registerJPEG2000Codecs();  // the cleanup takes away what decoded the blocks before
   // Whole strips, as they are stored; the first directory is loaded like the others. Without a map:
   // after a block that lay in one libtiff has no buffer in which to turn the bits of another.
   const test::TiffHandle tif = test::openTiff(name, "rchm");

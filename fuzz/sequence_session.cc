@@ -13,6 +13,7 @@
 #include "fuzz/sequence_values.h"
 #include "gateway/cleanup.h"
 #include "runtime/loader.h"
+#include "runtime/memory.h"
 
 namespace tb::fuzz {
 namespace {
@@ -25,6 +26,20 @@ const char* anyMode(FuzzedDataProvider& header, Repertoire repertoire) {
   return repertoire == Repertoire::kWriting ? header.PickValueInArray(kWritingModes)
                                             : header.PickValueInArray(kModes);
 }
+
+// Lowers the memory limit for one call; 0 leaves it as it is.
+class MemoryLimit {
+ public:
+  explicit MemoryLimit(std::size_t bytes) : before_(runtime::memoryLimit()) {
+    if (bytes > 0) runtime::setMemoryLimit(bytes);
+  }
+  ~MemoryLimit() { runtime::setMemoryLimit(before_); }
+  MemoryLimit(const MemoryLimit&) = delete;
+  MemoryLimit& operator=(const MemoryLimit&) = delete;
+
+ private:
+  const std::size_t before_;
+};
 
 rlim_t sizeOf(const std::string& name) {
   struct stat status {};
@@ -128,6 +143,7 @@ void Session::reopen(FuzzedDataProvider& input) {
   const bool byCleanup = input.ConsumeIntegralInRange(0, 7) == 0 && !isOff("cleanup");
   close(byCleanup);
   limitFileSize(kLargestFile);
+  memory_ = 0;  // or libtiff could allocate no more for as long as the file is open
   open(mode);
 }
 
@@ -137,11 +153,12 @@ Outcome Session::run(const char* operation, std::initializer_list<const vxArray*
     for (const vxArray* input : inputs)
       if (input != file_.get()) std::fprintf(stderr, " (%s)", described(input).c_str());
   }
+  const MemoryLimit limit(memory_);
   Outcome outcome = attempt(operation, inputs);
   if (isTraced())
-    std::fprintf(stderr, " %s%s%s\n", limited_ ? "[limited] " : "",
-                 outcome.error.empty() ? "done" : outcome.error.c_str(),
-                 outcome.warned ? ", warned" : "");
+    std::fprintf(
+        stderr, " %s%s%s%s\n", limited_ ? "[limited] " : "", memory_ > 0 ? "[little memory] " : "",
+        outcome.error.empty() ? "done" : outcome.error.c_str(), outcome.warned ? ", warned" : "");
   return outcome;
 }
 
@@ -157,11 +174,15 @@ void Session::step(FuzzedDataProvider& input) {
   limited_ = room < 24 && repertoire_ == Repertoire::kAnything && !fuzz::isOff("limit");
   constexpr rlim_t kRooms[] = {0, 1, 8, 64, 200, 1000};
   if (limited_) limitFileSize(sizeOf(contents_.name()) + kRooms[room % std::size(kRooms)]);
+  constexpr std::size_t kMemories[] = {512, 4 << 10, 64 << 10, 1 << 20};
+  if (room >= 24 && room < 32 && !fuzz::isOff("memory"))
+    memory_ = kMemories[room % std::size(kMemories)];
   // Nothing but errors comes of an image operation on a new directory.
   if (row.needsImage && isBlank() && input.ConsumeIntegralInRange(0, 7) > 0) layOut(input);
   (this->*row.run)(input);
   limitFileSize(kLargestFile);
   limited_ = false;
+  memory_ = 0;
 }
 
 // --- What is known of the current directory

@@ -95,7 +95,8 @@ class Session {
   bool modelled_;  // the file is one of which something can be said
   std::string mode_;
   vxArrayPtr file_;
-  bool limited_ = false;  // the step runs with little room in the file
+  bool limited_ = false;    // the step runs with little room in the file
+  std::size_t memory_ = 0;  // the step's calls run with this memory limit
   Place place_ = Place::kPage;
   std::size_t page_ = 0;
   std::vector<Expected> pages_;

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "fuzz/gateway_session.h"
+#include "runtime/block_format.h"
 
 namespace tb::fuzz {
 namespace {
@@ -97,6 +98,13 @@ const std::vector<TagChoice>& tagChoices() {
       {TIFFTAG_DATETIME, kText, {}},
       {TIFFTAG_TARGETPRINTER, kText, {}},
       {34737, kText, {}},
+      {TIFFTAG_DOCUMENTNAME, kText, {}},
+      {TIFFTAG_MAKE, kText, {}},
+      {TIFFTAG_MODEL, kText, {}},
+      {TIFFTAG_PAGENAME, kText, {}},
+      {TIFFTAG_HOSTCOMPUTER, kText, {}},
+      {TIFFTAG_COPYRIGHT, kText, {}},
+      {TIFFTAG_YPOSITION, kNumber, {0, 10, -1, NAN}},
   };
   return choices;
 }
@@ -221,6 +229,11 @@ bool BlockLayout::lossless() const {
   return false;
 }
 
+bool BlockLayout::isReadOnly() const {
+  return compression == runtime::kJpeg2000 || compression == runtime::kJpeg2000Rgb ||
+         compression == runtime::kJpeg2000YCbCr;
+}
+
 vxArrayPtr filledArray(vxClassID classId, const std::vector<std::size_t>& dimensions,
                        std::uint32_t seed) {
   vxArrayPtr array = matrix::detail::do_create_numeric(classId, dimensions);
@@ -289,7 +302,10 @@ bool isLayoutTag(int tag) {
 }
 
 bool isTextTag(int tag) {
-  return tag == TIFFTAG_IMAGEDESCRIPTION || tag == TIFFTAG_SOFTWARE || tag == TIFFTAG_ARTIST;
+  constexpr int kTextTags[] = {TIFFTAG_DOCUMENTNAME, TIFFTAG_IMAGEDESCRIPTION, TIFFTAG_MAKE,
+                               TIFFTAG_MODEL,        TIFFTAG_PAGENAME,         TIFFTAG_SOFTWARE,
+                               TIFFTAG_ARTIST,       TIFFTAG_HOSTCOMPUTER,     TIFFTAG_COPYRIGHT};
+  return std::ranges::find(kTextTags, tag) != std::end(kTextTags);
 }
 
 std::vector<vxArrayPtr> arraysForBlock(const BlockLayout& layout, std::uint32_t block,

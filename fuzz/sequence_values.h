@@ -22,6 +22,9 @@ struct BlockLayout {
 
   // Whether a block that is written comes back as it was.
   bool lossless() const;
+
+  // Whether blocks can be read and not written.
+  bool isReadOnly() const;
 };
 
 // An array of a class with elements, filled from `seed`; logicals are 0 or 1.
