@@ -55,7 +55,7 @@ class OpenByName : public testing::Test {
   const runtime::GatewayScope inside_;
 };
 
-constexpr std::size_t kMemoryLimit = std::size_t{3} << 29;
+constexpr std::size_t kMemoryLimit = std::size_t{1025} << 20;
 
 int descriptorCount() {
   int count = 0;
