@@ -55,8 +55,8 @@ TEST(LogLuvTiles, AreNotReadOnceTheyAreCalledRgb) {
   EXPECT_THAT(libtiffMessages(), Contains(HasSubstr("The layout of the directory was changed")));
 }
 
-// libtiff sets its encoder up before it refuses these samples, and at the next block once more: the
-// memory of the first time is lost, which a sanitizer sees.
+// libtiff's encoder chooses a format before it refuses these samples, and the directory would have
+// that format from then on.
 TEST(LogLOfEightBits, IsNotEncoded) {
   Scene scene;
   const OpenedFile& file = scene.fresh(
