@@ -9,6 +9,7 @@
 
 #include "host/tiff_utilities.h"
 #include "runtime/block_format.h"
+#include "runtime/fork.h"
 #include "runtime/jpeg2000_codec.h"
 
 namespace tb::runtime {
@@ -23,7 +24,8 @@ constexpr Scheme kSchemes[] = {
 
 // Whether registration was tried; nothing else is read by the calls that find it done.
 constinit std::atomic<bool> tried = false;
-std::mutex registrationLock;
+constinit std::mutex registrationLock;
+const UsableAfterFork<registrationLock> registrationLockStaysUsable;
 std::vector<TIFFCodec*> registered;
 
 void registerSchemes() {

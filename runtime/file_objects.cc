@@ -5,10 +5,13 @@
 #include <mutex>
 #include <utility>
 
+#include "runtime/fork.h"
+
 namespace tb::runtime {
 namespace {
 
-std::mutex objectsLock;
+constinit std::mutex objectsLock;
+const UsableAfterFork<objectsLock> objectsLockStaysUsable;
 std::map<std::u16string, NamedFileObject> objects;
 std::uint64_t objectCount = 0;
 

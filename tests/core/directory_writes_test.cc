@@ -1,8 +1,10 @@
 // Directories are written as a whole or not at all: whatever fails, every directory that was in the
 // file can be read afterwards, by libtiff alone.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -77,6 +79,20 @@ TEST_F(DirectoryWrites, ThatFailedAreNotTriedAgainAtTheEnd) {
   expectError<Tiff::unableToWriteCurrentDir>({}, [&] { call("writeDirectory", file); });
   expectError<Tiff::unableToChangeDir>({1}, [&] { call("setDirectory", file, 0); });
   expectError<Tiff::tagRetrievalFailed>({"ImageLength"}, [&] { call("readRGBAImage", file); });
+  file.close();
+  EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
+  expectUnchanged(before);
+}
+
+// Its descriptor can only read by now.
+TEST_F(DirectoryWrites, ThatTheSystemRefusesLeaveTheFile) {
+  const std::string before = contentOf(path_);
+  OpenedFile file(path_, "r+");
+  call("setField", file, TIFFTAG_IMAGEDESCRIPTION, kLongText);
+  const int reader = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+  dup2(reader, TIFFFileno(file.handle()));
+  close(reader);
+  expectError<Tiff::unableToWriteDir>({}, [&] { call("rewriteDirectory", file); });
   file.close();
   EXPECT_THAT(moduleWarnings(), ElementsAre(notWritten()));
   expectUnchanged(before);

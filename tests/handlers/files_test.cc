@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -208,6 +209,16 @@ TEST_F(Open, ClosingWritesWhatIsPending) {
   const char* software = nullptr;
   ASSERT_EQ(TIFFGetField(tif.get(), TIFFTAG_SOFTWARE, &software), 1);
   EXPECT_STREQ(software, "tests");
+}
+
+// The descriptor is gone already, as it is when the system says only now that a disk is full.
+TEST_F(Open, CloseThatTheSystemRefusesIsAWarning) {
+  for (const char* mode : {"r", "r+"}) {
+    const OpenedFile file(path_, mode);
+    close(TIFFFileno(file.handle()));
+    call("close", file);
+    EXPECT_THAT(libtiffMessages(), testing::ElementsAre(testing::HasSubstr("Bad file descriptor")));
+  }
 }
 
 }  // namespace

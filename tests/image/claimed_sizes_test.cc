@@ -53,6 +53,27 @@ TEST_F(ClaimedSizes, StripBeyondTheMemoryLimitIsRefused) {
   }
 }
 
+// 16 bytes for each of 100,000 strips.
+TEST_F(ClaimedSizes, TablesOfBlocksBeyondTheMemoryLimitAreRefused) {
+  for (const std::size_t room : {1'600'000U, 1'599'999U}) {
+    SCOPED_TRACE(room);
+    const OpenedFile file(path_, "w");
+    setFields(file, {{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK},
+                     {TIFFTAG_BITSPERSAMPLE, 8},
+                     {TIFFTAG_IMAGEWIDTH, 1},
+                     {TIFFTAG_IMAGELENGTH, 100000},
+                     {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG},
+                     {TIFFTAG_ROWSPERSTRIP, 1}});
+    const MemoryLimit limit(room);
+    const auto write = [&] { callFor(0, "writeEncodedStrip", file, 0, zeros(vxUINT8, {1, 1})); };
+    if (room == 1'600'000) {
+      EXPECT_NO_THROW(write());
+    } else {
+      expectError<Tiff::stripWriteFailure>({1}, write);
+    }
+  }
+}
+
 // The most memory that the process has had so far.
 std::size_t peakResidentBytes() {
   rusage usage{};

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "runtime/loader.h"
@@ -147,6 +148,7 @@ TEST_P(UsedCodec, RefusesToWriteWhatItCannotEncode) {
   const OpenedFile& file = scene.written({layout}, "r+");
   call(layout.tiled() ? "readEncodedTile" : "readEncodedStrip", file, 0);
   setFields(file, edits);
+  const auto size = std::filesystem::file_size(TIFFFileName(file.handle()));
   const vxArrayPtr image = zeros(vxUINT8, dimensions);
   const auto write = [&, &handle = file, tiled = layout.tiled()] {
     call(tiled ? "writeEncodedTile" : "writeEncodedStrip", handle, 0, image);
@@ -156,6 +158,7 @@ TEST_P(UsedCodec, RefusesToWriteWhatItCannotEncode) {
   } else {
     expectError<Tiff::stripWriteFailure>({1}, write);
   }
+  EXPECT_EQ(std::filesystem::file_size(TIFFFileName(file.handle())), size);
 }
 
 const Layout kJpeg{.width = 32, .length = 32, .compression = COMPRESSION_JPEG};

@@ -1,5 +1,6 @@
 // A write that fails leaves the file as it was, and settings that libtiff does not follow lead to
 // an identified error instead of its memory. AddressSanitizer is the judge of the latter.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -212,7 +213,8 @@ TEST(EditedTileLayout, OfAStrippedImageIsNotDecoded) {
   const OpenedFile& file = scene.written({{.width = 64, .length = 64}}, "r+");
   callFor(0, "setField", file, TIFFTAG_TILEWIDTH, 16);
   callFor(0, "setField", file, TIFFTAG_TILELENGTH, 16);
-  EXPECT_NE(call("readEncodedTile", file, 0), nullptr);
+  EXPECT_THAT(bytesOf(call("readEncodedTile", file, 0)),
+              testing::AllOf(testing::SizeIs(256), testing::Each(std::byte{0})));
 }
 
 TEST(RgbaOfAJpegBeingWritten, IsRefusedWhenTheCodecCannotBeSwitched) {

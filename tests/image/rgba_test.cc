@@ -330,6 +330,13 @@ TEST_F(RgbaReads, TileWidthWithoutTileLengthFails) {
                                          {TIFFTAG_IMAGELENGTH, 100},
                                          {TIFFTAG_TILEWIDTH, 16}});
   expectError<Tiff::tileReadErrorRGBA>({51, 33}, [&] { call("readRGBATile", file, 40, 50); });
+}
+
+TEST_F(RgbaReads, ImageOfTilesWithoutRowsFails) {
+  const OpenedFile& file = scene_.fresh({{TIFFTAG_PHOTOMETRIC, 1},
+                                         {TIFFTAG_IMAGEWIDTH, 100},
+                                         {TIFFTAG_IMAGELENGTH, 100},
+                                         {TIFFTAG_TILEWIDTH, 16}});
   expectError<Tiff::imageReadErrorRGBA>({}, [&] { call("readRGBAImage", file); });
 }
 

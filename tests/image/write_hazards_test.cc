@@ -151,12 +151,16 @@ TEST_F(WriteHazards, ThreeBytesAPixelDoNotPassABufferOfOneAndAHalf) {
 // --- Bits
 
 TEST_F(WriteHazards, BitsOfASubsampledImageStayInTheSmallerBuffer) {
+  constexpr std::size_t kRows = 32000;  // so many that what is too much passes any padding
   for (const int width : {1, 9}) {
     const OpenedFile& file = scene_.fresh(ycbcr(false, 3, 4, 4));
-    setFields(file, {{TIFFTAG_BITSPERSAMPLE, 1}, {TIFFTAG_IMAGEWIDTH, width}});
+    setFields(file, {{TIFFTAG_BITSPERSAMPLE, 1},
+                     {TIFFTAG_IMAGEWIDTH, width},
+                     {TIFFTAG_IMAGELENGTH, kRows},
+                     {TIFFTAG_ROWSPERSTRIP, kRows}});
     const auto columns = static_cast<std::size_t>(width);
-    const vxArrayPtr y = zeros(vxLOGICAL, {16, columns}),
-                     chroma = zeros(vxLOGICAL, {4, (columns + 3) / 4});
+    const vxArrayPtr y = zeros(vxLOGICAL, {kRows, columns}),
+                     chroma = zeros(vxLOGICAL, {kRows / 4, (columns + 3) / 4});
     writeStripOrFail(file, {&y, &chroma, &chroma});
   }
 }

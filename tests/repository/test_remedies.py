@@ -55,3 +55,36 @@ def test_a_test_that_does_not_exist_is_none():
     for name in ["EditedLayout.Dreams", "test_values.py::test_dreams", "fuzz/dreams_fuzz tests",
                  "fuzz/fuzz_read tests/data/dreams"]:
         assert not remedies.is_test(name), name
+
+
+PASSED = "[ RUN      ] Suite.Name\n[  PASSED  ] 1 test."
+FAILED = "[ RUN      ] Suite.Name\n[  FAILED  ] Suite.Name"
+OF_PYTHON = "test_values.py::test_dreams"
+
+
+@pytest.mark.parametrize("test, status, output, hangs", [
+    ("Suite.Name", 1, FAILED, False),
+    ("Suite.Name", -11, "[ RUN      ] Suite.Name", False),
+    ("Suite.Name", 66, "==1==ERROR: AddressSanitizer: heap-buffer-overflow", False),
+    ("Suite.Name", None, "[ RUN      ] Suite.Name", True),
+    ("fuzz/fuzz_read tests", 1, "", False),
+    (OF_PYTHON, 1, "1 failed in 0.2s", False),
+    (OF_PYTHON, -6, "Fatal Python error: Aborted", False),
+])
+def test_an_assertion_a_crash_and_a_report_are_failures(test, status, output, hangs):
+    assert remedies.outcome_of(test, status, output, hangs).startswith(remedies.FAILED)
+
+
+@pytest.mark.parametrize("test, status, output", [
+    ("Suite.Name", 0, PASSED),
+    ("Suite.Name", 0, "Running 0 tests"),
+    ("Suite.Name", None, "[ RUN      ] Suite.Name"),
+    ("Suite.Name", -9, "[ RUN      ] Suite.Name"),
+    ("Suite.Name", 127, "error while loading shared libraries"),
+    (OF_PYTHON, 1, "E   ImportError: undefined symbol\n1 failed in 0.2s"),
+    (OF_PYTHON, 1, "1 error in 0.2s"),
+    (OF_PYTHON, 2, "1 error during collection"),
+    (OF_PYTHON, 4, "ERROR: not found"),
+])
+def test_a_test_that_did_not_get_as_far_is_none(test, status, output):
+    assert not remedies.outcome_of(test, status, output, False).startswith(remedies.FAILED)

@@ -3,13 +3,20 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <optional>
+#include <thread>
 
 #include "host/tiff_utilities.h"
 #include "runtime/codec_registration.h"
+#include "runtime/sanitizer.h"
 #include "tests/support/codestreams.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/tiff_files.h"
@@ -138,6 +145,31 @@ TEST_F(Jpeg2000Codecs, AreSearchedForOnlyOnce) {
   runtime::registerJpeg2000Codecs(findNothing);
   registerJPEG2000Codecs();
   EXPECT_EQ(TIFFFindCODEC(kJpeg2000), nullptr);
+}
+
+std::atomic<bool> isSearching = false;
+std::optional<CodecHookPlaces> findSlowly() {
+  isSearching = true;
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  return std::nullopt;
+}
+
+// The child has no thread that could end what one of the parent's had begun.
+TEST_F(Jpeg2000Codecs, CanBeRegisteredInAProcessThatWasForkedMeanwhile) {
+  if (runtime::kAddressSanitizer) GTEST_SKIP() << "its allocator does not survive such a fork";
+  std::thread other([] { runtime::registerJpeg2000Codecs(findSlowly); });
+  while (!isSearching) std::this_thread::yield();
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(10);
+    unregisterJPEG2000Codecs();
+    registerJPEG2000Codecs();
+    _exit(TIFFIsCODECConfigured(kJpeg2000) == 1 ? 0 : 1);
+  }
+  other.join();
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -4,17 +4,22 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/tiff_utilities.h"
 #include "runtime/loader.h"
 #include "runtime/messages.h"
+#include "runtime/sanitizer.h"
 #include "tests/support/tiff_files.h"
 
 namespace tb::test {
@@ -158,6 +163,36 @@ TEST_F(FileObjects, MessagesAreKeptOverWhatRunsOutside) {
   }
   TIFFError("after", "said");
   EXPECT_EQ(runtime::collectedDiagnostics().size(), 2U);
+}
+
+void addAndRemove() {
+  runtime::removeFileObject(runtime::addFileObject(std::make_shared<Memory>(), "shared"));
+}
+
+// The child has no thread that could release the lock that one of the parent's held.
+TEST(FileObjectsOfManyThreads, CanBeAddedInAForkedProcess) {
+  if (runtime::kAddressSanitizer) GTEST_SKIP() << "its allocator does not survive such a fork";
+  std::atomic<bool> done = false;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.emplace_back([&] {
+      while (!done) addAndRemove();
+    });
+  }
+  int good = 0;
+  for (bool goesOn = true; goesOn && good < 200; good += goesOn ? 1 : 0) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(10);
+      addAndRemove();
+      _exit(0);
+    }
+    int status = -1;
+    goesOn = waitpid(child, &status, 0) == child && status == 0;
+  }
+  done = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, 200);
 }
 
 }  // namespace

@@ -91,15 +91,15 @@ class Bounds : public testing::Test {
     const auto said = collectedDiagnostics();
     return said.empty() ? "" : said.back().message;
   }
-  // Adds a directory at kSharedTags: a gray image of one pixel with 4,000 tags, all of the same
-  // half of a megabyte.
-  void writeSharedTags(FileBytes bytes) const {
-    constexpr std::uint64_t kTags = 4000, kShared = 512 << 10;
-    bytes.fill(kSharedTags).entries(kGrayEntries + kTags);
+  // Adds a directory at kSharedTags: a gray image of one pixel with so many tags, all of the same
+  // bytes, which are nearly the whole file.
+  void writeSharedTags(FileBytes bytes, std::uint64_t tags = 4000,
+                       std::size_t shared = 512 << 10) const {
+    bytes.fill(kSharedTags).entries(kGrayEntries + tags);
     grayEntries(bytes, 1, 1, 1);
-    for (std::uint16_t tag = 0; tag < kTags; ++tag)
-      bytes.entry(static_cast<std::uint16_t>(40000 + tag), TIFF_BYTE, kShared, 16);
-    bytes.offset(0).fill(kShared + 100).write(path_);
+    for (std::uint64_t tag = 0; tag < tags; ++tag)
+      bytes.entry(static_cast<std::uint16_t>(40000 + tag), TIFF_BYTE, shared, 16);
+    bytes.offset(0).fill(shared + 100).write(path_);
   }
 
   TemporaryFolder folder_;
@@ -198,6 +198,13 @@ TEST_F(Bounds, LongTagsOfALargeFileAreLoaded) {
     char* loaded = nullptr;
     ASSERT_EQ(TIFFGetField(tif.get(), TIFFTAG_IMAGEDESCRIPTION, &loaded), 1);
     EXPECT_TRUE(loaded == text) << mode;
+  }
+}
+
+TEST_F(Bounds, TagsOfALargeFileMayTakeFourTimesItsSize) {
+  for (const bool fits : {true, false}) {
+    writeSharedTags(FileBytes(false, false).offset(kSharedTags), fits ? 4 : 5, 20 << 20);
+    for (const char* mode : {"r", "rm", "r+"}) EXPECT_EQ(open(mode) != nullptr, fits) << mode;
   }
 }
 

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/tiff_utilities.h"
@@ -53,6 +54,8 @@ class OpenByName : public testing::Test {
   TemporaryFolder folder_;
   const runtime::GatewayScope inside_;
 };
+
+constexpr std::size_t kMemoryLimit = std::size_t{1025} << 20;
 
 int descriptorCount() {
   int count = 0;
@@ -267,6 +270,36 @@ TEST_F(OpenByName, LimitsSingleAllocations) {
   EXPECT_EQ(TIFFGetField(open(path, "r").get(), TIFFTAG_IMAGEDESCRIPTION, &text), 0);
   runtime::setMemoryLimit(0);
 }
+
+struct Allowance {
+  const char* mode;
+  std::size_t most;
+};
+
+class SingleAllocations : public OpenByName, public testing::WithParamInterface<Allowance> {};
+
+// libtiff makes a buffer as large as it is told.
+TEST_P(SingleAllocations, HaveALimitThatFollowsFromTheMode) {
+  const auto& [mode, most] = GetParam();
+  runtime::setMemoryLimit(kMemoryLimit);
+  const TiffHandle tif =
+      open(std::string_view(mode) == "w" ? folder_ / "new.tif" : imageFile(), mode);
+  runtime::setMemoryLimit(0);
+  ASSERT_NE(tif, nullptr);
+  const auto size = static_cast<tmsize_t>(most);
+  EXPECT_EQ(TIFFWriteBufferSetup(tif.get(), nullptr, size), 1);
+  EXPECT_EQ(TIFFWriteBufferSetup(tif.get(), nullptr, size + 1), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, SingleAllocations,
+                         testing::Values(Allowance{"r", std::size_t{256} << 20},
+                                         Allowance{"r+", std::size_t{1} << 30},
+                                         Allowance{"w", kMemoryLimit},
+                                         Allowance{"a", kMemoryLimit}),
+                         [](const auto& test) {
+                           const std::string_view mode = test.param.mode;
+                           return std::string(mode == "r+" ? "update" : mode);
+                         });
 
 // --- Files that are open here
 

@@ -329,7 +329,7 @@ TEST_F(TagHazards, InkNamesAbove65535BytesAreRefusedNotCut) {
 }
 
 TEST_F(TagHazards, BlocksAbove2GibibytesAreRefused) {
-  const Input file = create({});
+  const Input file = create({{TIFFTAG_ICCPROFILE, zeros(vxUINT8, {1, 200})}});
   vxArrayPtr large;
   try {
     large = zeros(vxUINT8, {1, 0x80000000});
@@ -337,6 +337,7 @@ TEST_F(TagHazards, BlocksAbove2GibibytesAreRefused) {
     GTEST_SKIP() << "this machine has no 2 GiB";
   }
   expectRefused<Tiff::unableToWriteTag>(file, TIFFTAG_ICCPROFILE, large, {"ICC Profile"});
+  EXPECT_EQ(valueOf(call("getField", file, TIFFTAG_ICCPROFILE)).elements.size(), 200U);
 }
 
 TEST_F(TagHazards, ExtraSamplesOf999AreCorrectedInACopy) {
