@@ -6,6 +6,10 @@ namespace tb::runtime {
 
 void HeldWrites::add(std::uint64_t offset, std::span<const std::byte> data) {
   pieces_.push_back({offset, {data.begin(), data.end()}, std::vector<std::byte>(data.size())});
+  const auto isCovered = [&](const Piece& piece) {
+    return piece.offset >= offset && piece.offset + piece.bytes.size() <= offset + data.size();
+  };
+  pieces_.erase(std::remove_if(pieces_.begin(), pieces_.end() - 1, isCovered), pieces_.end() - 1);
 }
 
 void HeldWrites::show(std::uint64_t offset, std::span<std::byte> buffer) const noexcept {

@@ -19,7 +19,9 @@ class HeldWrites {
   explicit HeldWrites(std::uint64_t fileSize) noexcept : fileSize_(fileSize) {}
   std::uint64_t fileSize() const noexcept { return fileSize_; }
 
-  // Holds a write. Throws std::bad_alloc.
+  // Holds a write, and drops those that it covers: libtiff empties a link before it sets it anew,
+  // and a disk that fails in between would leave the chain of directories cut. Throws
+  // std::bad_alloc.
   void add(std::uint64_t offset, std::span<const std::byte> data);
 
   // Puts what is held over `buffer`, which was read from the file at `offset`.

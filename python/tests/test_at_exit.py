@@ -33,22 +33,6 @@ def test_an_open_file_is_closed_with_a_warning_on_standard_error(gray, options):
     assert CLOSING in ended.stderr
 
 
-def test_an_edit_that_finds_no_room_leaves_the_file_and_warns(gray):
-    before = gray.read_bytes()
-    ended = run(
-        """
-        import os, resource, sys, tagbridge
-        file = tagbridge.call("open", sys.argv[1], "r+")
-        tagbridge.call("setField", file, 270, "x" * 3000)
-        resource.setrlimit(resource.RLIMIT_FSIZE, (os.path.getsize(sys.argv[1]),) * 2)
-        """,
-        gray,
-    )
-    assert ended.returncode == 0
-    assert "KORVAL:pictoria:Tiff:directoryNotWritten" in ended.stderr
-    assert gray.read_bytes() == before
-
-
 def test_closed_files_give_no_warning(gray):
     ended = run(
         """

@@ -46,6 +46,7 @@ struct Storage {
   std::size_t capacity = ~std::size_t{0};
   int closeError = 0;
   unsigned calls = 0;
+  unsigned writes = 0;
 
   bool isInterrupted() { return interrupts && ++calls % 2 == 0; }
 };
@@ -80,6 +81,7 @@ class StorageSource final : public FileSource {
     const auto start = static_cast<std::size_t>(offset);
     const std::size_t count =
         std::min({data.size(), storage_.mostAtOnce, storage_.capacity - start});
+    ++storage_.writes;
     if (storage_.bytes.size() < start + count) storage_.bytes.resize(start + count);
     std::memcpy(storage_.bytes.data() + start, data.data(), count);
     return static_cast<ssize_t>(count);
@@ -215,6 +217,28 @@ TEST_F(Source, PutsBackWhatAnUpdateHasReplacedWhenItFails) {
   storage.writeErrorAt = 20;
   EXPECT_FALSE(source.commitUpdate());
   EXPECT_EQ(storage.bytes, std::vector<std::byte>(50));
+}
+
+// libtiff empties a link to a directory before it sets it anew. Were both written, a disk that
+// fails in between, also for putting things back, would leave a file without its directories.
+TEST_F(Source, WritesBytesOnceThatAnUpdateChangesTwice) {
+  Storage storage{.bytes = std::vector<std::byte>(50)};
+  StorageSource source(storage);
+  source.beginUpdate();
+  for (const std::byte value : {std::byte{9}, std::byte{0}, std::byte{7}}) {
+    const std::vector<std::byte> link(4, value);
+    ASSERT_EQ(source.seek(20, SEEK_SET), 20U);
+    ASSERT_EQ(source.write(link), link.size());
+  }
+  ASSERT_EQ(source.seek(19, SEEK_SET), 19U);
+  const std::vector<std::byte> overlapping(2, std::byte{5});
+  ASSERT_EQ(source.write(overlapping), overlapping.size());
+  EXPECT_TRUE(source.commitUpdate());
+  EXPECT_EQ(storage.writes, 2U);
+  std::vector<std::byte> expected(50);
+  std::ranges::fill(std::span(expected).subspan(20, 4), std::byte{7});
+  std::ranges::fill(std::span(expected).subspan(19, 2), std::byte{5});
+  EXPECT_EQ(storage.bytes, expected);
 }
 
 // A forked process shares the position of a descriptor.

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import argparse
-from typing import Any
+from typing import Any, BinaryIO
 
 import numpy as np
 
@@ -18,6 +18,16 @@ from .failures import about
 from .pictures import save_png
 
 _EVERYTHING = (slice(None), slice(None))
+
+
+class _Stream:
+    """What NumPy does not take for a file.
+
+    To files it writes through the C library, and does not ask whether the last bytes have arrived.
+    """
+
+    def __init__(self, file: BinaryIO) -> None:
+        self.write = file.write
 
 
 def output_name(text: str) -> str:
@@ -40,7 +50,7 @@ def run(options: Any) -> None:
             save_png(options.output, picture)
             return
         with written_beside(options.output) as beside, open(beside, "wb") as file:
-            np.save(file, array)
+            np.save(_Stream(file), array)
 
 
 def exact_picture(page: Directory, array: np.ndarray[Any, Any]) -> np.ndarray[Any, Any]:
