@@ -1,8 +1,9 @@
 """Output files that appear when they are complete.
 
-They do so for a machine that stops as well: the bytes are on the disk before the name is theirs, so
-that what is found under the name afterwards is whole. Which file it is, that of before or the new one,
-is up to the file system: nobody waits for the folder, which would double the time of a small file.
+One that takes the place of another does so for a machine that stops as well: its bytes are on the disk
+before the name is theirs, so that what is found under the name afterwards is whole. Which file it is,
+that of before or the new one, is up to the file system: nobody waits for the folder, which would double
+the time of a small file. Where there was none, nothing can be lost, and nobody waits for the disk.
 """
 
 from __future__ import annotations
@@ -38,7 +39,8 @@ def written_beside(path: str) -> Iterator[str]:
         # Open all the time, since an error of the disk is told to those who had the file open then.
         with os.fdopen(descriptor, "wb", buffering=0):
             yield beside
-            _synchronise(descriptor, path)
+            if os.path.exists(place):
+                _synchronise(descriptor, path)
         os.chmod(beside, _permissions(place))
         os.replace(beside, place)
     except BaseException:

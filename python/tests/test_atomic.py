@@ -43,6 +43,13 @@ def test_the_bytes_are_on_the_disk_before_the_name_is_theirs(path: Path, monkeyp
     assert seen == [(path.stat().st_ino, NEW, OLD)]
 
 
+def test_nobody_waits_for_the_disk_where_nothing_can_be_lost(path: Path, monkeypatch):
+    path.unlink()
+    refuse(monkeypatch, errno.EIO)
+    write(path)
+    assert path.read_bytes() == NEW
+
+
 @pytest.mark.parametrize("code", [errno.EIO, errno.ENOSPC, errno.EDQUOT])
 def test_a_disk_that_cannot_keep_the_bytes_keeps_the_old_file(path: Path, monkeypatch, code: int):
     refuse(monkeypatch, code)
