@@ -81,3 +81,40 @@ def test_children_can_call_the_module(large, busy, child_end):
         [sys.executable, "-c", script, str(large)], capture_output=True, text=True, timeout=300,
     )
     assert (ended.stdout, ended.returncode) == ("12\n", 0), ended.stderr
+
+
+def test_a_fork_waits_for_a_call_that_needs_python(large):
+    """Each read of the file needs the interpreter, which the thread that forks must not keep."""
+    script = """
+import io, os, sys, threading, time, tagbridge
+
+class Slow(io.BytesIO):
+    def readinto(self, buffer):
+        inside.set()
+        time.sleep(0.05)
+        return super().readinto(buffer)
+    def read(self, *size):
+        inside.set()
+        time.sleep(0.05)
+        return super().read(*size)
+
+inside = threading.Event()
+content = open(sys.argv[1], "rb").read()
+thread = threading.Thread(target=tagbridge.imread, args=[Slow(content)], daemon=True)
+thread.start()
+states = []
+for _ in range(3):
+    inside.clear()
+    inside.wait(5)
+    process = os.fork()
+    if process == 0:
+        os._exit(0)
+    states.append(os.waitpid(process, 0)[1])
+    if not thread.is_alive():
+        break
+thread.join()
+print(set(states))
+"""
+    ended = subprocess.run([sys.executable, "-c", script, str(large)], capture_output=True,
+                           text=True, timeout=20)
+    assert (ended.stdout, ended.returncode) == ("{0}\n", 0), ended.stderr

@@ -1,4 +1,4 @@
-// Codecs that were set up by a read, and then are to do what they are not set up for.
+// Codecs that are asked for what they were not set up for, or cannot be.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
