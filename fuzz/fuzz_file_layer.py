@@ -3,12 +3,16 @@
     fuzz_file_layer.py SECONDS    try new examples for so long
 
 Whatever a file says, there are results or the exceptions that the pages name, and commands end
-with a line; and an image that is written is the image that is read.
+with a line; an image that is written is the image that is read, also after its tags were edited and
+through streams that are slow, fail or lie. An example that takes longer than ten seconds of
+the processor fails; one that takes two minutes ends the process, and is in the file whose name is
+printed at the start.
 """
 
 from __future__ import annotations
 
 import contextlib
+import functools
 import io
 import itertools
 import os
@@ -25,7 +29,9 @@ import hypothesis
 import hypothesis.extra.numpy as hnp
 import numpy as np
 import tagbridge
+from example_limits import limited_memory, limited_time
 from hypothesis import strategies as st
+from odd_streams import Broken, OddStream
 from tagbridge.cli import main as run_command
 
 ROOT = Path(__file__).resolve().parents[1]
@@ -133,7 +139,9 @@ def attempt(work: Callable[[], Any], allowed: Any = OF_FILES) -> Any:
     """What the work returns, None if it ends as it may."""
     try:
         return work()
-    except allowed:
+    except allowed as error:
+        # The package refuses what is too large before NumPy tries.
+        assert type(error).__module__.partition(".")[0] != "numpy", error
         return None
 
 
@@ -207,7 +215,7 @@ def commands_end(damage: Any, command: list[str]) -> None:
             assert kind in IN_COMMANDS, said
         there = {path.name for path in folder.iterdir()}
         assert there == {"in.tif", *(out if status == 0 else [])}, there
-        if command[0] != "set":
+        if command[0] != "set" or status:
             assert (folder / "in.tif").read_bytes() == data
 
 
@@ -286,20 +294,118 @@ def writing_ends(array: Any, options: dict[str, Any]) -> None:
             assert len(tif) == 1
 
 
+# --- Edits and streams
+
+SETTINGS = st.sampled_from([
+    ("Artist", "somebody"), ("ImageDescription", "x" * 300), ("Orientation", 3), ("Software", ""),
+    ("XResolution", 72.5), ("PageNumber", [1, 3]), ("ICC Profile", bytes(100)),
+    ("ModelPixelScaleTag", [0.5, 2, 0]), ("XMLPacket", "<x/>"), ("ResolutionUnit", "centimeter")])
+PORTIONS = st.sampled_from([0, 0, 1, 3, 7, 100])
+CALLS = st.one_of(st.just(0), st.integers(1, 200))
+LIES = st.sampled_from([0, 0, 0, -100, -1, 1, 100, 2**40])
+
+
+def pictures(stream: io.BytesIO) -> list[Any]:
+    """What the first directories show: arrays, or which errors."""
+    shown: list[Any] = []
+    with tagbridge.open(stream) as tif:
+        shown.append((tif.byteorder, tif.bigtiff))
+        for page in itertools.islice(tif, 4):
+            try:
+                shown.append((page.shape, page.dtype))
+                if page.nbytes <= LARGEST_IMAGE:
+                    shown.append(page.read().tobytes())
+            except OF_FILES as error:
+                shown.append((type(error), getattr(error, "identifier", None)))
+    return shown
+
+
+def edits_keep_the_pixels(damage: Any, number: int, settings: list[tuple[str, Any]], portion: int,
+                          failing: int) -> None:
+    """A file of which tags were set shows what it did; what could not be edited is as it was."""
+    data = damaged(damage)
+    with quiet():
+        before = attempt(lambda: pictures(io.BytesIO(data)))
+        stream = OddStream(data, portion, failing)
+        is_written = False
+        try:
+            with tagbridge.open(stream, "r+") as tif:
+                for tag, value in settings:
+                    attempt(lambda: tif[number].tags.__setitem__(tag, value))
+                tif.flush()
+                is_written = True
+        except (Broken, IndexError, *OF_FILES) as error:
+            assert stream.raised is None or error is stream.raised
+            if not is_written:
+                assert stream.getvalue()[:len(data)] == data  # what was added is of no use
+        else:
+            assert stream.raised is None
+        assert attempt(lambda: pictures(io.BytesIO(stream.getvalue()))) == before
+
+
+def odd_streams_are_read(damage: Any, portion: int, failing: int, lie: int) -> None:
+    """A stream is read as its bytes are, or what it raises arrives."""
+    data = damaged(damage)
+    with quiet():
+        stream = OddStream(data, portion, failing, lie)
+        try:
+            shown = pictures(stream)
+        except OF_FILES:
+            shown = None
+        except Broken as error:
+            assert error is stream.raised
+            return
+        assert stream.raised is None
+        if lie == 0:
+            assert shown == attempt(lambda: pictures(io.BytesIO(data)))
+
+
+def odd_streams_are_written(number: int, array: tuple[str, tuple[int, ...], int],
+                            options: dict[str, Any], portion: int, failing: int) -> None:
+    """What is appended to a stream gets there, or what it raises arrives and all else is there."""
+    data = FILES[number] if number else b""
+    plain, stream = io.BytesIO(data), OddStream(data, portion, failing)
+    append = functools.partial(tagbridge.imwrite, array=made(*array), append=bool(data), **options)
+    with quiet():
+        try:
+            append(plain)
+        except OF_OPTIONS:
+            return
+        try:
+            append(stream)
+        except Broken as error:
+            assert error is stream.raised
+            if data:
+                shown = pictures(io.BytesIO(data))
+                assert pictures(io.BytesIO(stream.getvalue()))[:len(shown)] == shown
+            return
+    assert stream.raised is None
+    assert stream.getvalue() == plain.getvalue()
+
+
 PROPERTIES = {
     reading_ends: (DAMAGE,),
     commands_end: (DAMAGE, st.sampled_from(COMMANDS)),
     images_round_trip: (ARRAYS, OPTIONS, KEYS),
     writing_ends: (ODD_ARRAYS, ODD_OPTIONS),
+    edits_keep_the_pixels: (DAMAGE, st.integers(0, 2), st.lists(SETTINGS, max_size=3), PORTIONS,
+                            CALLS),
+    odd_streams_are_read: (DAMAGE, PORTIONS, CALLS, LIES),
+    odd_streams_are_written: (st.integers(0, len(FILES) - 1), ARRAYS, OPTIONS, PORTIONS, CALLS),
 }
 
 
-def try_examples(check: Callable[..., None], count: int, seed: int) -> None:
+def try_examples(check: Callable[..., None], count: int, seed: int,
+                 note: Path | None = None) -> None:
     """Try so many examples of a property; the seed says which."""
+    def within_limits(example: tuple[Any, ...]) -> None:
+        with limited_time((check.__name__, seed, *example), note), limited_memory():
+            check(*example)
+
     limit = tagbridge.memory_limit()
     tagbridge.set_memory_limit(MEMORY_LIMIT)
     try:
-        given = hypothesis.given(*PROPERTIES[check])(check)
+        given = hypothesis.given(st.tuples(*PROPERTIES[check]))(within_limits)
         settings = hypothesis.settings(
             max_examples=count, deadline=None, database=None, print_blob=False,
             suppress_health_check=list(hypothesis.HealthCheck))
@@ -315,10 +421,13 @@ def main() -> int:
     examples = 25  # of each between two looks at the clock
     end = time.monotonic() + int(sys.argv[1])
     first = seed = int(time.time())
+    note = Path(tempfile.gettempdir()) / f"fuzz_file_layer.{os.getpid()}"
+    print(f"the example that is tried: {note}", flush=True)
     while time.monotonic() < end:
         for check in PROPERTIES:
-            try_examples(check, examples, seed)
+            try_examples(check, examples, seed, note)
         seed += 1
+    note.unlink()
     print(f"{(seed - first) * examples} examples of each of {len(PROPERTIES)} properties, "
           f"seeds from {first}")
     return 0

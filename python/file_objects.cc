@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -84,7 +85,7 @@ class PythonFile final : public runtime::FileObject {
   std::size_t read(std::uint64_t offset, std::span<std::byte> bytes) noexcept override {
     std::size_t count = 0;
     const bool good = guarded([&] {
-      if (!seek(offset)) return false;
+      if (!seek(offset)) return isBehindTheEnd(offset);
       while (count < bytes.size()) {
         const Py_ssize_t portion = readPortion(bytes.subspan(count));
         if (portion < 0) return false;
@@ -111,17 +112,7 @@ class PythonFile final : public runtime::FileObject {
 
   std::uint64_t size() noexcept override {
     std::uint64_t end = 0;
-    (void)guarded([&] {
-      PyObject* told = PyObject_CallMethod(file_, "seek", "ii", 0, SEEK_END);
-      if (told == Py_None) {
-        Py_DECREF(told);
-        told = PyObject_CallMethod(file_, "tell", nullptr);
-      }
-      if (told == nullptr) return false;
-      end = PyLong_AsUnsignedLongLong(told);
-      Py_DECREF(told);
-      return PyErr_Occurred() == nullptr;
-    });
+    (void)guarded([&] { return findEnd(end); });
     return end;
   }
 
@@ -178,6 +169,49 @@ class PythonFile final : public runtime::FileObject {
   bool seek(std::uint64_t offset) {
     return succeeded(
         PyObject_CallMethod(file_, "seek", "K", static_cast<unsigned long long>(offset)));
+  }
+
+  bool findEnd(std::uint64_t& end) {
+    PyObject* told = PyObject_CallMethod(file_, "seek", "ii", 0, SEEK_END);
+    if (told == Py_None) {
+      Py_DECREF(told);
+      told = PyObject_CallMethod(file_, "tell", nullptr);
+    }
+    if (told == nullptr) return false;
+    end = PyLong_AsUnsignedLongLong(told);
+    Py_DECREF(told);
+    return PyErr_Occurred() == nullptr;
+  }
+
+  // Takes back the exception of a seek to a place where there is no byte, as damaged files name
+  // them: io.BytesIO has an OverflowError for some, mmap a ValueError, files an OSError.
+  bool isBehindTheEnd(std::uint64_t offset) {
+    PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
+    PyErr_Fetch(&type, &value, &trace);
+    PyErr_NormalizeException(&type, &value, &trace);
+    std::uint64_t end = 0;
+    if (!isOfThePlace(value) || !findEnd(end) || offset < end) {
+      PyErr_Restore(type, value, trace);
+      return false;
+    }
+    Py_XDECREF(type);
+    Py_XDECREF(value);
+    Py_XDECREF(trace);
+    return true;
+  }
+
+  static bool isOfThePlace(PyObject* exception) {
+    if (PyErr_GivenExceptionMatches(exception, PyExc_OverflowError) != 0 ||
+        PyErr_GivenExceptionMatches(exception, PyExc_ValueError) != 0) {
+      return true;
+    }
+    if (PyErr_GivenExceptionMatches(exception, PyExc_OSError) == 0) return false;
+    PyObject* const number = PyObject_GetAttrString(exception, "errno");
+    const bool isInvalid =
+        number != nullptr && PyLong_Check(number) && PyLong_AsLong(number) == EINVAL;
+    Py_XDECREF(number);
+    PyErr_Clear();
+    return isInvalid;
   }
 
   // How many bytes were read, -1 with an exception set.

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import threading
 from types import TracebackType
 from typing import Any, NamedTuple
@@ -219,8 +220,20 @@ class Handle:
             # lies, and goes on so until the file is closed.
             has_below = bool(self.set_tags([SUB_IFD]))
             self._moved(None)
-            self.call("rewriteDirectory", outputs=0)
+            try:
+                self.call("rewriteDirectory", outputs=0)
+            except BaseException:
+                self._drop_changes()
+                raise
             if has_below:
                 self._issue(self.close())
                 self._session = self._target.session()
                 self.reopen(self._mode)
+
+    def _drop_changes(self) -> None:
+        """Load a directory, so that the close does not write after all what was said to have failed.
+
+        Where that cannot be loaded either, the disk is not one on which the close succeeds.
+        """
+        with contextlib.suppress(Exception):
+            self.collect("setDirectory", 0, outputs=0)

@@ -84,7 +84,10 @@ class ObjectTarget(Target):
     def start(self) -> bytes:
         """Return the first four bytes."""
         self._file.seek(0)
-        return bytes(self._file.read(4))
+        start = b""
+        while len(start) < 4 and (part := self._file.read(4 - len(start))):
+            start += bytes(part)
+        return start[:4]
 
     def size(self) -> int:
         """Return the number of bytes."""

@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import io
+import mmap
 import subprocess
 import sys
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import pytest
@@ -100,6 +102,27 @@ def test_an_exception_of_write_arrives_as_it_was(call: int):
     assert caught.value is file.exception
 
 
+@pytest.mark.parametrize("method", ["read", "seek", "write"])
+def test_an_edit_that_a_file_object_fails_in_is_not_made_after_all(data: bytes, method: str):
+    for call in range(1, 300):
+        file = Failing(data, method)
+        with recorded():
+            tif = tagbridge.open(file, "r+")
+            tif.tags["Artist"] = "somebody else"
+            file.left = call
+            try:
+                tif.flush()
+            except OSError as error:
+                assert error is file.exception
+                tif.close()
+                assert file.getvalue()[:len(data)] == data  # with something of no use behind it
+                continue
+            file.left = -1
+            tif.close()
+        assert call > 1
+        return
+
+
 def test_other_things_than_bytes_are_a_type_error(data: bytes):
     class Text(io.StringIO):
         pass
@@ -117,16 +140,24 @@ def test_more_bytes_than_asked_for_are_a_value_error(data: bytes):
         tagbridge.open(Generous(data))
 
 
-def test_short_reads_are_put_together(data: bytes, array: np.ndarray):
+@pytest.mark.parametrize("portion", [1, 3, 7])
+def test_short_reads_are_put_together(data: bytes, array: np.ndarray, portion: int):
     class Slow(io.BytesIO):
         def read(self, size: int | None = -1) -> bytes:
-            return super().read(min(size or 0, 7))
+            return super().read(min(size or 0, portion))
 
-    class Start(Slow):
+    check_data(Slow(data), array)
+
+
+def test_the_format_of_a_file_is_read_in_short_reads_too(array: np.ndarray):
+    class Slow(io.BytesIO):
         def read(self, size: int | None = -1) -> bytes:
-            return io.BytesIO.read(self, size) if size == 4 else super().read(size)
+            return super().read(min(size or 0, 1))
 
-    check_data(Start(data), array)
+    file = Slow()
+    tagbridge.imwrite(file, array, bigtiff=True)
+    with tagbridge.open(file) as tif:
+        assert tif.bigtiff
 
 
 def test_what_is_no_tiff_file_is_an_error_that_names_the_object():
@@ -135,3 +166,32 @@ def test_what_is_no_tiff_file_is_an_error_that_names_the_object():
     assert caught.value.identifier.endswith("unableToOpenFile")
     assert caught.value.arguments == ("<BytesIO>",)
     assert "<BytesIO>" in str(caught.value)
+
+
+def mapped(path: Path, data: bytes) -> Any:
+    path.write_bytes(data)
+    with open(path, "rb") as file:
+        return mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ)
+
+
+@pytest.mark.parametrize("place", [2**20, 2**50, 2**63 - 1, 2**63, 2**64 - 8])
+@pytest.mark.parametrize("make", [
+    lambda path, data: io.BytesIO(data), mapped,
+    lambda path, data: path.write_bytes(data) and open(path, "rb"),
+    lambda path, data: path.write_bytes(data) and open(path, "rb", buffering=0)],
+    ids=["BytesIO", "mmap", "buffered file", "raw file"])
+def test_places_that_no_file_has_are_the_fault_of_the_tiff_file(tmp_path: Path, make, place: int):
+    stream = io.BytesIO()
+    with tagbridge.open(stream, "w8") as tif:
+        tif.write(image((20, 30)), subdirectories=1)
+        tif.write(image((10, 15)))
+    data = bytearray(stream.getvalue())
+    with tagbridge.open(stream) as tif:
+        below = int(tif.tags["SubIFD"][0]).to_bytes(8, "little")
+    assert data.count(below) == 1
+    at = data.index(below)
+    data[at:at + 8] = place.to_bytes(8, "little")
+    with make(tmp_path / "a.tif", bytes(data)) as file, recorded(), tagbridge.open(file) as tif:
+        assert tif.read().shape == (20, 30)
+        with pytest.raises(tagbridge.Error):
+            tif.subdirectories[0].read()

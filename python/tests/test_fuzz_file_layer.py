@@ -12,9 +12,13 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "fuzz"))
 import fuzz_file_layer  # noqa: E402
 
 
+# Of properties that open many files that are none, which takes a second each.
+FEWER = {"reading_ends": 10, "commands_end": 12, "edits_keep_the_pixels": 8, "odd_streams_are_read": 6}
+
+
 @pytest.mark.parametrize("check", fuzz_file_layer.PROPERTIES, ids=lambda check: check.__name__)
 def test_examples_hold(check):
-    fuzz_file_layer.try_examples(check, 20, seed=1)
+    fuzz_file_layer.try_examples(check, FEWER.get(check.__name__, 20), seed=1)
 
 
 def test_a_damaged_file_differs_and_the_same_damage_is_the_same():
