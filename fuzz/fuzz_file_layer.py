@@ -29,7 +29,7 @@ import hypothesis
 import hypothesis.extra.numpy as hnp
 import numpy as np
 import tagbridge
-from damaged_files import DAMAGE, FILES, damaged
+from damaged_files import DAMAGE, FILES, OF_OPTIONS, damaged
 from example_limits import limited_memory, limited_time
 from hypothesis import strategies as st
 from odd_streams import Broken, OddStream
@@ -38,9 +38,8 @@ from tagbridge.cli import main as run_command
 LARGEST_IMAGE = 1 << 22
 MEMORY_LIMIT = 64 << 20
 
-# What a file may bring about, and an option besides.
+# What a file may bring about.
 OF_FILES = (tagbridge.Error, MemoryError)
-OF_OPTIONS = (tagbridge.Error, MemoryError, ValueError, TypeError, KeyError)
 IN_COMMANDS = {"ValueError", "KeyError", "IndexError", "MemoryError", "UnsupportedOperation"}
 
 

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <span>
 #include <string>
@@ -26,6 +25,7 @@
 #include "tests/support/gateway_call.h"
 #include "tests/support/scene.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/thread_calls.h"
 #include "tests/support/tiff_files.h"
 
 // ThreadSanitizer takes threads of the parent that nobody has joined yet for leaks of a forked
@@ -37,43 +37,6 @@ namespace tb::test {
 namespace {
 
 using testing::HasSubstr;
-
-// What a thread's last call said, by the identifiers of its warnings.
-thread_local std::vector<std::string> said;
-
-// One call, as a host makes it; the support's own keeps one record for the process.
-vxArrayPtr callOnThread(std::initializer_list<Input> inputs) {
-  const runtime::GatewayScope scope;
-  std::vector<const vxArray*> arrays;
-  for (const Input& input : inputs) arrays.push_back(input.array());
-  said.clear();
-  vxArrayPtr output;
-  tagbridge(1, &output, static_cast<int>(arrays.size()), arrays.data());
-  return output;
-}
-
-// The identifier of the error that a call ends in; empty when it ends well.
-std::string errorOf(std::initializer_list<Input> inputs) {
-  try {
-    callOnThread(inputs);
-    return {};
-  } catch (const foundation::core::except::IMsgIDException& error) {
-    return error.message().name();
-  }
-}
-
-void onThreads(int count, const std::function<void(int)>& work) {
-  std::vector<std::future<void>> threads;
-  for (int number = 0; number < count; ++number)
-    threads.push_back(std::async(std::launch::async, work, number));
-  for (std::future<void>& thread : threads) {
-    try {
-      thread.get();
-    } catch (const foundation::core::except::IMsgIDException& error) {
-      ADD_FAILURE() << error.messageText();
-    }
-  }
-}
 
 class Threads : public testing::Test {
  protected:
