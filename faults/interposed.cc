@@ -110,6 +110,18 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 void __libc_free(void* memory);
+}
+
+namespace {
+
+void* aligned(std::size_t alignment, std::size_t size, const void* caller) {
+  if (isAllocationDue(size, caller)) return noMemory();
+  return counted(__libc_memalign(alignment, size));
+}
+
+}  // namespace
+
+extern "C" {
 
 TAGBRIDGE_EXPORT void* malloc(std::size_t size) {
   if (isAllocationDue(size, __builtin_return_address(0))) return noMemory();
@@ -131,16 +143,15 @@ TAGBRIDGE_EXPORT void* realloc(void* memory, std::size_t size) {
 }
 
 TAGBRIDGE_EXPORT void* memalign(std::size_t alignment, std::size_t size) {
-  if (isAllocationDue(size, __builtin_return_address(0))) return noMemory();
-  return counted(__libc_memalign(alignment, size));
+  return aligned(alignment, size, __builtin_return_address(0));
 }
 
 TAGBRIDGE_EXPORT void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  return memalign(alignment, size);
+  return aligned(alignment, size, __builtin_return_address(0));
 }
 
 TAGBRIDGE_EXPORT int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
-  *memory = memalign(alignment, size);
+  *memory = aligned(alignment, size, __builtin_return_address(0));
   return *memory == nullptr ? ENOMEM : 0;
 }
 
