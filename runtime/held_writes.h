@@ -19,15 +19,18 @@ class HeldWrites {
   explicit HeldWrites(std::uint64_t fileSize) noexcept : fileSize_(fileSize) {}
   std::uint64_t fileSize() const noexcept { return fileSize_; }
 
-  // Holds a write. Throws std::bad_alloc.
+  // Holds a write, in place of those that it covers: libtiff first cuts a directory's link and then
+  // makes it anew, and between the two the file would be without the directory. Throws
+  // std::bad_alloc.
   void add(std::uint64_t offset, std::span<const std::byte> data);
 
   // Puts what is held over `buffer`, which was read from the file at `offset`.
   void show(std::uint64_t offset, std::span<std::byte> buffer) const noexcept;
 
-  // Makes the writes in their order. Returns false when one fails; what the others had replaced is
-  // then put back.
-  bool make(const Read& read, const Write& write) noexcept;
+  // Makes the writes in their order. When one fails, what the others had replaced is put back, and
+  // none is made; unless that fails as well.
+  enum class Made { kAll, kNone, kSome };
+  Made make(const Read& read, const Write& write) noexcept;
 
  private:
   struct Piece {
