@@ -1,13 +1,18 @@
 #include "faults/interposed.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <new>
 
@@ -17,15 +22,24 @@ namespace tb::faults {
 namespace {
 
 thread_local Fault armed = Fault::kNone;
+thread_local bool isInForce = false;
 thread_local bool isCounting = false;
 thread_local std::size_t remaining = 0;
 thread_local bool hasCome = false;
+thread_local std::array<std::size_t, kFaultKinds> events;
 std::atomic<std::size_t> live = 0;
+
+// Where files are mapped; all are at work on one thread.
+std::array<void*, 64> mapped;
+
+bool isLasting(Fault kind) noexcept { return kind == Fault::kDiskFull || kind == Fault::kOpen; }
 
 // Whether this event of the kind is the one that fails.
 bool isDue(Fault kind) noexcept {
-  if (!isCounting || armed != kind) return false;
-  if (hasCome) return kind == Fault::kDiskFull;
+  if (!isCounting || !isInForce) return false;
+  if (armed == Fault::kNone) ++events[static_cast<std::size_t>(kind)];
+  if (armed != kind) return false;
+  if (hasCome) return isLasting(kind);
   if (remaining-- > 0) return false;
   return hasCome = true;
 }
@@ -46,9 +60,10 @@ bool isOurs(const void* code) noexcept {
 
 bool isAllocationDue(std::size_t size, const void* caller) noexcept {
   constexpr std::size_t kLarge = 4096;
-  if (!isCounting) return false;
-  if (armed == Fault::kLargeAllocation) return size >= kLarge && isDue(Fault::kLargeAllocation);
-  return armed == Fault::kAllocation && isOurs(caller) && isDue(Fault::kAllocation);
+  if (!isCounting || !isInForce) return false;
+  const bool isWanted = armed == Fault::kNone || armed == Fault::kAllocation;
+  return (size >= kLarge && isDue(Fault::kLargeAllocation)) ||
+         (isWanted && isOurs(caller) && isDue(Fault::kAllocation));
 }
 
 void* counted(void* memory) noexcept {
@@ -75,25 +90,40 @@ Function* libraryFunction(const char* name) noexcept {
 }  // namespace
 
 const char* nameOf(Fault fault) noexcept {
-  constexpr const char* kNames[] = {
-      "none",       "allocation",  "large allocation",  "read error",  "interrupted read",
-      "short read", "write error", "interrupted write", "short write", "full disk"};
+  constexpr const char* kNames[kFaultKinds] = {
+      "none",         "allocation",  "large allocation",  "read error",   "interrupted read",
+      "short read",   "write error", "interrupted write", "short write",  "full disk",
+      "no room once", "failed open", "failed close",      "failed fstat", "failed ftruncate"};
   return kNames[static_cast<std::size_t>(fault)];
 }
 
 Armed::Armed(Fault fault, std::size_t number) noexcept {
   armed = fault;
+  isInForce = true;
   remaining = number;
   hasCome = false;
+  if (fault == Fault::kNone) events = {};
 }
 
-Armed::~Armed() { armed = Fault::kNone; }
+Armed::~Armed() { disarm(); }
 
-bool Armed::hasFailed() const noexcept { return hasCome; }
+bool hasFailed() noexcept { return hasCome; }
+
+void disarm() noexcept { isInForce = false; }
+
+bool isArmed() noexcept { return isInForce; }
+
+bool isUndisturbed() noexcept { return isInForce && armed == Fault::kNone; }
+
+std::size_t eventsOf(Fault fault) noexcept { return events[static_cast<std::size_t>(fault)]; }
 
 void countEvents(bool isOn) noexcept { isCounting = isOn; }
 
 std::size_t liveBytes() noexcept { return live; }
+
+std::size_t mappedFiles() noexcept {
+  return mapped.size() - static_cast<std::size_t>(std::ranges::count(mapped, nullptr));
+}
 
 }  // namespace tb::faults
 
@@ -110,6 +140,18 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 void __libc_free(void* memory);
+}
+
+namespace {
+
+void* aligned(std::size_t alignment, std::size_t size, const void* caller) {
+  if (isAllocationDue(size, caller)) return noMemory();
+  return counted(__libc_memalign(alignment, size));
+}
+
+}  // namespace
+
+extern "C" {
 
 TAGBRIDGE_EXPORT void* malloc(std::size_t size) {
   if (isAllocationDue(size, __builtin_return_address(0))) return noMemory();
@@ -131,16 +173,15 @@ TAGBRIDGE_EXPORT void* realloc(void* memory, std::size_t size) {
 }
 
 TAGBRIDGE_EXPORT void* memalign(std::size_t alignment, std::size_t size) {
-  if (isAllocationDue(size, __builtin_return_address(0))) return noMemory();
-  return counted(__libc_memalign(alignment, size));
+  return aligned(alignment, size, __builtin_return_address(0));
 }
 
 TAGBRIDGE_EXPORT void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  return memalign(alignment, size);
+  return aligned(alignment, size, __builtin_return_address(0));
 }
 
 TAGBRIDGE_EXPORT int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
-  *memory = memalign(alignment, size);
+  *memory = aligned(alignment, size, __builtin_return_address(0));
   return *memory == nullptr ? ENOMEM : 0;
 }
 
@@ -152,12 +193,21 @@ TAGBRIDGE_EXPORT void free(void* memory) {
 // Of anonymous memory only: a file that cannot be mapped is read.
 TAGBRIDGE_EXPORT void* mmap64(void* place, std::size_t size, int protection, int flags, int file,
                               off64_t offset) {
-  if ((flags & MAP_ANONYMOUS) != 0 && isAllocationDue(size, __builtin_return_address(0))) {
+  const bool isFile = (flags & MAP_ANONYMOUS) == 0;
+  if (!isFile && isAllocationDue(size, __builtin_return_address(0))) {
     noMemory();
     return MAP_FAILED;
   }
   static auto* const real = libraryFunction<decltype(mmap64)>("mmap64");
-  return real(place, size, protection, flags, file, offset);
+  void* const memory = real(place, size, protection, flags, file, offset);
+  if (isCounting && isFile && memory != MAP_FAILED) *std::ranges::find(mapped, nullptr) = memory;
+  return memory;
+}
+
+TAGBRIDGE_EXPORT int munmap(void* memory, std::size_t size) {
+  if (isCounting) std::ranges::replace(mapped, memory, static_cast<void*>(nullptr));
+  static auto* const real = libraryFunction<decltype(munmap)>("munmap");
+  return real(memory, size);
 }
 
 TAGBRIDGE_EXPORT ssize_t pread64(int file, void* buffer, std::size_t size, off64_t offset) {
@@ -171,10 +221,38 @@ TAGBRIDGE_EXPORT ssize_t pread64(int file, void* buffer, std::size_t size, off64
 TAGBRIDGE_EXPORT ssize_t pwrite64(int file, const void* data, std::size_t size, off64_t offset) {
   if (isDue(Fault::kWriteError)) return failed(EIO);
   if (isDue(Fault::kWriteInterrupt)) return failed(EINTR);
-  if (isDue(Fault::kDiskFull)) return failed(ENOSPC);
+  if (isDue(Fault::kDiskFull) || isDue(Fault::kRoomForOthers)) return failed(ENOSPC);
   if (size > 1 && isDue(Fault::kWriteShort)) --size;
   static auto* const real = libraryFunction<decltype(pwrite64)>("pwrite64");
   return real(file, data, size, offset);
+}
+
+TAGBRIDGE_EXPORT int open64(const char* name, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t rights = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  if (isDue(Fault::kOpen)) return static_cast<int>(failed(EMFILE));
+  static auto* const real = libraryFunction<decltype(open64)>("open64");
+  return real(name, flags, rights);
+}
+
+TAGBRIDGE_EXPORT int close(int file) {
+  static auto* const real = libraryFunction<decltype(close)>("close");
+  const int status = real(file);
+  return isDue(Fault::kClose) ? static_cast<int>(failed(EIO)) : status;
+}
+
+TAGBRIDGE_EXPORT int fstat64(int file, struct stat64* status) {
+  if (isDue(Fault::kStatus)) return static_cast<int>(failed(EIO));
+  static auto* const real = libraryFunction<decltype(fstat64)>("fstat64");
+  return real(file, status);
+}
+
+TAGBRIDGE_EXPORT int ftruncate64(int file, off64_t size) {
+  if (isDue(Fault::kTruncate)) return static_cast<int>(failed(EIO));
+  static auto* const real = libraryFunction<decltype(ftruncate64)>("ftruncate64");
+  return real(file, size);
 }
 
 #ifndef __USE_FILE_OFFSET64  // else these are the ones above by other names
@@ -190,6 +268,21 @@ TAGBRIDGE_EXPORT ssize_t pread(int file, void* buffer, std::size_t size, off_t o
 TAGBRIDGE_EXPORT ssize_t pwrite(int file, const void* data, std::size_t size, off_t offset) {
   return pwrite64(file, data, size, offset);
 }
+
+TAGBRIDGE_EXPORT int open(const char* name, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t rights = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  return open64(name, flags, rights);
+}
+
+TAGBRIDGE_EXPORT int fstat(int file, struct stat* status) {
+  static_assert(sizeof(struct stat) == sizeof(struct stat64));
+  return fstat64(file, reinterpret_cast<struct stat64*>(status));
+}
+
+TAGBRIDGE_EXPORT int ftruncate(int file, off_t size) { return ftruncate64(file, size); }
 #endif
 
 }  // extern "C"

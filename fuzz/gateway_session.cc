@@ -17,8 +17,10 @@
 #include "core/errors.h"
 #include "core/export.h"
 #include "fuzz/finding.h"
+#include "gateway/cleanup.h"
 #include "gateway/gateway.h"
 #include "host/errors.h"
+#include "host/tiff_utilities.h"
 #include "runtime/file_objects.h"
 #include "runtime/loader.h"
 #include "runtime/memory.h"
@@ -44,9 +46,10 @@ constexpr std::size_t kMostSubDirectories = 4;
 constexpr double kMostBlocks = 16;
 constexpr double kMostPixels = 1 << 20;
 
-bool hostWasWarned = false;
+std::size_t hostWarnings = 0;
 std::string lastReported;  // the identifier of the error that the host was told of last
 CallObserver callObserver = nullptr;
+OutcomeObserver outcomeObserver = nullptr;
 
 class ObservedCall {
  public:
@@ -64,7 +67,7 @@ class ObservedCall {
 void prepareOnce() {
   static const bool prepared = [] {
     runtime::setMemoryLimit(kReadMemory);
-    runtime::setWarningSink([](const resource_core::BaseMsgID&) { hostWasWarned = true; });
+    runtime::setWarningSink([](const resource_core::BaseMsgID&) { ++hostWarnings; });
     runtime::setErrorReporter([](const foundation::core::except::IUserException& error) {
       lastReported = dynamic_cast<const foundation::core::except::IMsgIDException&>(error)
                          .message()
@@ -144,20 +147,16 @@ void readSubDirectories(const vxArray* file) {
   }
 }
 
-}  // namespace
-
-void observeCalls(CallObserver observer) noexcept { callObserver = observer; }
-
-Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
+// Runs what enters the module, and says in the outcome what came of it.
+template <class Act>
+void enter(Outcome& outcome, Act act) {
   prepareOnce();
-  Outcome outcome{std::move(outputs), {}};
   const runtime::GatewayScope scope;
-  hostWasWarned = false;
+  hostWarnings = 0;
   lastReported.clear();
   try {
     const ObservedCall observed;
-    tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
-              static_cast<int>(inputs.size()), inputs.data());
+    act();
   } catch (const foundation::core::except::IMsgIDException& error) {
     outcome.error = error.message().identifier();
     checkError(error, outcome.error);
@@ -166,7 +165,34 @@ Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* co
   } catch (const std::bad_alloc&) {
     outcome.error = "bad_alloc";
   }
-  outcome.warned = hostWasWarned;
+  outcome.warned = hostWarnings > 0;
+  outcome.warnings = hostWarnings;
+}
+
+}  // namespace
+
+void observeCalls(CallObserver observer) noexcept { callObserver = observer; }
+
+void observeOutcomes(OutcomeObserver observer) noexcept { outcomeObserver = observer; }
+
+Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* const> inputs) {
+  Outcome outcome{std::move(outputs), {}};
+  enter(outcome, [&] {
+    tagbridge(static_cast<int>(outcome.outputs.size()), outcome.outputs.data(),
+              static_cast<int>(inputs.size()), inputs.data());
+  });
+  if (outcomeObserver != nullptr) outcomeObserver(inputs, outcome);
+  return outcome;
+}
+
+Outcome attemptCleanup() {
+  Outcome outcome;
+  enter(outcome, [] {
+    ZQTIFFinitializeErrorStack();
+    TagBridgeCleanup();
+    ZQTIFFcheckErrorAsWarning();
+  });
+  if (outcomeObserver != nullptr) outcomeObserver({}, outcome);
   return outcome;
 }
 

@@ -21,11 +21,17 @@ struct Outcome {
   std::vector<vxArrayPtr> outputs;
   std::string error;
   bool warned = false;  // whatever came of it, the host was warned
+  std::size_t warnings = 0;
 };
 
 // Is told when the module is entered and left; null, the default, when nobody is.
 using CallObserver = void (*)(bool isInside) noexcept;
 void observeCalls(CallObserver observer) noexcept;
+
+// Is told what each call came to, the operation's name the first of its inputs; null, the default,
+// when nobody is.
+using OutcomeObserver = void (*)(std::span<const vxArray* const> inputs, const Outcome& outcome);
+void observeOutcomes(OutcomeObserver observer) noexcept;
 
 // Calls the gateway with these output slots, whatever they hold, and these inputs, the operation's
 // name the first of them. An error must be one that the module or the host lists, with arguments
@@ -33,6 +39,9 @@ void observeCalls(CallObserver observer) noexcept;
 // so is the failure of a file object that is opened. Any other exception is a finding and ends the
 // process.
 Outcome attemptWith(std::vector<vxArrayPtr> outputs, std::span<const vxArray* const> inputs);
+
+// TagBridgeCleanup, as a host calls it: without outputs.
+Outcome attemptCleanup();
 
 // Runs an operation with room for three outputs, which are empty after an error.
 Outcome attempt(const std::string& operation, std::initializer_list<const vxArray*> inputs);

@@ -11,6 +11,7 @@
 #include "core/directory_chain.h"
 #include "core/open_files.h"
 #include "core/unheard.h"
+#include "host/tiff_utilities.h"
 
 namespace tb {
 namespace {
@@ -25,6 +26,17 @@ Place placeOf(TIFF* tif) {
   const OpenFile* file = findOpenFile(tif);
   return {TIFFCurrentDirOffset(tif), TIFFCurrentDirectory(tif),
           file != nullptr && file->isSubDirectory};
+}
+
+// Loads a directory by a function that returns libtiff's status. libtiff takes what it cannot read
+// of one, such as the link to the next, for missing, and a handle that can write could put that
+// into the file.
+template <class Load>
+bool loads(TIFF* tif, const Load& load) {
+  const OpenFile* file = findOpenFile(tif);
+  const bool canWrite = !isReadOnly(tif) || (file != nullptr && file->suspendedMode);
+  (void)ZQTIFFcheckReadFailure(tif);  // of what was read before
+  return load() != 0 && !(canWrite && ZQTIFFcheckReadFailure(tif));
 }
 
 // --- Trying a move on another handle
@@ -69,7 +81,7 @@ bool succeedsElsewhere(TIFF* tif, const Place& from, const Move& move) {
   const auto other = anotherHandle(tif);
   if (other == nullptr) return false;
   if (!goTo(other.get(), from)) return false;
-  if (!move(other.get())) return false;
+  if (!loads(other.get(), [&] { return move(other.get()); })) return false;
   ZQTIFFforgetMessages(before);  // the handle itself says them again
   return true;
 }
@@ -78,9 +90,12 @@ bool succeedsElsewhere(TIFF* tif, const Place& from, const Move& move) {
 
 bool loadAgain(TIFF* tif, const Place& place) {
   const Unheard unheard;
-  if (place.offset == 0 || !TIFFSetSubDirectory(tif, place.offset)) return false;
-  return TIFFCurrentDirectory(tif) == place.number ||
-         (TIFFSetDirectory(tif, place.number) && TIFFCurrentDirOffset(tif) == place.offset);
+  if (place.offset == 0) return false;
+  return loads(tif, [&] {
+    return TIFFSetSubDirectory(tif, place.offset) != 0 &&
+           (TIFFCurrentDirectory(tif) == place.number ||
+            (TIFFSetDirectory(tif, place.number) && TIFFCurrentDirOffset(tif) == place.offset));
+  });
 }
 
 void giveUp(TIFF* tif, OpenFile* file) {
@@ -109,7 +124,7 @@ bool moveOrStay(TIFF* tif, std::uint64_t target, const Move& move) {
   if (target != 0 && !ZQTIFFdirectoryFits(tif, target)) return false;
   const Place before = placeOf(tif);
   if (isWorthATrial(file, before) && !succeedsElsewhere(tif, before, move)) return false;
-  if (!move(tif)) {
+  if (!loads(tif, [&] { return move(tif); })) {
     if (!loadAgain(tif, before)) giveUp(tif, file);
     return false;
   }

@@ -39,6 +39,10 @@ void ZQTIFFcheckErrorAsWarning();
 // with an operation whose bytes are not in the file. False for a handle that UOpen did not open.
 bool ZQTIFFcheckWriteFailure(TIFF* tif);
 
+// The same of a read of the file that failed, as opposed to one past its end. libtiff takes a link
+// to the next directory that it cannot read for the end of the chain.
+bool ZQTIFFcheckReadFailure(TIFF* tif);
+
 // How many messages the error stack of this thread's call has, and back to so many: what libtiff
 // said since is forgotten. For questions whose answer is no error, and for work that is done again.
 std::size_t ZQTIFFmessageCount() noexcept;

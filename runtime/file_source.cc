@@ -68,6 +68,7 @@ bool FileSource::hold(std::span<const std::byte> data) noexcept try {
 }
 
 std::size_t FileSource::write(std::span<const std::byte> data) noexcept {
+  if (isOpening_ && readFailure_ != 0) return 0;
   std::size_t held = 0;
   if (update_ && position_ < update_->fileSize()) {
     held = static_cast<std::size_t>(
@@ -93,9 +94,12 @@ bool FileSource::commitUpdate() noexcept {
   const auto write = [&](std::uint64_t offset, std::span<const std::byte> data) {
     return writeAll(offset, data) == data.size();
   };
-  if (writeFailure_ == 0 && update.make(read, write)) return true;
-  (void)shorten(update.fileSize());  // a file that stays longer than it was is still a good file
-  return false;
+  const HeldWrites::Made made =
+      writeFailure_ == 0 ? update.make(read, write) : HeldWrites::Made::kNone;
+  // What was appended stays when a link to it may: a file that stays longer than it was is still a
+  // good file.
+  if (made == HeldWrites::Made::kNone) (void)shorten(update.fileSize());
+  return made == HeldWrites::Made::kAll;
 }
 
 void FileSource::cancelUpdate() noexcept {
@@ -126,8 +130,15 @@ std::span<std::byte> bufferAt(void* data, tmsize_t size) noexcept {
   return {static_cast<std::byte*>(data), static_cast<std::size_t>(std::max(size, tmsize_t{0}))};
 }
 
+// libtiff does not always tell of bytes that are missing: it takes a link that it cannot read for
+// the end of the chain.
 tmsize_t readProcedure(thandle_t handle, void* data, tmsize_t size) noexcept {
-  return static_cast<tmsize_t>(sourceAt(handle).read(bufferAt(data, size)));
+  FileSource& source = sourceAt(handle);
+  const int before = source.readFailure();
+  const std::size_t done = source.read(bufferAt(data, size));
+  if (before == 0 && source.readFailure() != 0)
+    sayError("TIFFRead", "%s", std::generic_category().message(source.readFailure()).c_str());
+  return static_cast<tmsize_t>(done);
 }
 
 tmsize_t writeProcedure(thandle_t handle, void* data, tmsize_t size) noexcept {
@@ -174,10 +185,12 @@ TIFF* openSource(std::unique_ptr<FileSource> source, const std::string& name,
   TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(),
                                       static_cast<tmsize_t>(std::min(largestAllocation, kLargest)));
   collectMessagesOf(options.get());
+  source->setOpening(true);
   TIFF* tif = TIFFClientOpenExt(name.c_str(), mode.c_str(), source.get(), readProcedure,
                                 writeProcedure, seekProcedure, closeProcedure, sizeProcedure,
                                 mapProcedure, unmapProcedure, options.get());
   if (tif == nullptr) return nullptr;
+  source->setOpening(false);
   (void)TIFFSetFileno(tif, source->descriptor());
   (void)source.release();  // closeProcedure answers for it now
   return tif;
@@ -192,6 +205,11 @@ FileSource* sourceOf(TIFF* tif) noexcept {
 bool ZQTIFFcheckWriteFailure(TIFF* tif) {
   tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
   return source != nullptr && source->takeWriteFailure() != 0;
+}
+
+bool ZQTIFFcheckReadFailure(TIFF* tif) {
+  tb::runtime::FileSource* source = tb::runtime::sourceOf(tif);
+  return source != nullptr && source->takeReadFailure() != 0;
 }
 
 void ZQTIFFreverseBitsRead(TIFF* tif, bool isOn) noexcept {

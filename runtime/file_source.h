@@ -49,6 +49,10 @@ class FileSource {
   bool commitUpdate() noexcept;
   void cancelUpdate() noexcept;
 
+  // While libtiff opens the file, nothing is written once a read has failed: it would take a header
+  // that cannot be read for one that is missing, and put a new one in its place.
+  void setOpening(bool isOn) noexcept { isOpening_ = isOn; }
+
   // Whether `read` reverses the bits of each byte; `readAt` never does.
   void reverseBitsRead(bool isOn) noexcept { reversesBits_ = isOn; }
 
@@ -57,6 +61,7 @@ class FileSource {
   std::uint64_t seek(std::uint64_t offset, int whence) noexcept;
 
   // The errno of the first read or write that failed since this was last asked; 0 when none did.
+  int readFailure() const noexcept { return readFailure_; }
   int takeReadFailure() noexcept { return std::exchange(readFailure_, 0); }
   int takeWriteFailure() noexcept { return std::exchange(writeFailure_, 0); }
 
@@ -95,6 +100,7 @@ class FileSource {
   int readFailure_ = 0;
   int writeFailure_ = 0;
   bool reversesBits_ = false;
+  bool isOpening_ = false;
 };
 
 // Opens a source with libtiff; `mode` is libtiff's, and no allocation of libtiff's for the handle

@@ -1,6 +1,7 @@
 #include "runtime/held_writes.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace tb::runtime {
 
@@ -9,7 +10,9 @@ void HeldWrites::add(std::uint64_t offset, std::span<const std::byte> data) {
   const auto isCovered = [&](const Piece& piece) {
     return piece.offset >= offset && piece.offset + piece.bytes.size() <= offset + data.size();
   };
-  pieces_.erase(std::remove_if(pieces_.begin(), pieces_.end() - 1, isCovered), pieces_.end() - 1);
+  const auto last = std::prev(pieces_.end());
+  const auto kept = std::remove_if(pieces_.begin(), last, isCovered);
+  pieces_.erase(kept, last);
 }
 
 void HeldWrites::show(std::uint64_t offset, std::span<std::byte> buffer) const noexcept {
@@ -22,21 +25,21 @@ void HeldWrites::show(std::uint64_t offset, std::span<std::byte> buffer) const n
   }
 }
 
-bool HeldWrites::make(const Read& read, const Write& write) noexcept try {
+HeldWrites::Made HeldWrites::make(const Read& read, const Write& write) noexcept try {
   // Room for what is replaced was made when the writes were held: nothing can fail for want of it.
   for (std::size_t made = 0; made < pieces_.size(); ++made) {
     Piece& piece = pieces_[made];
     const bool isKnown = read(piece.offset, piece.replaced);
     if (isKnown && write(piece.offset, piece.bytes)) continue;
     // A write that failed may have been made in part.
-    for (std::size_t k = isKnown ? made + 1 : made; k-- > 0;) {
-      (void)write(pieces_[k].offset, pieces_[k].replaced);
-    }
-    return false;
+    bool isUndone = true;
+    for (std::size_t k = isKnown ? made + 1 : made; k-- > 0;)
+      isUndone &= write(pieces_[k].offset, pieces_[k].replaced);
+    return isUndone ? Made::kNone : Made::kSome;
   }
-  return true;
+  return Made::kAll;
 } catch (...) {
-  return false;
+  return Made::kSome;
 }
 
 }  // namespace tb::runtime

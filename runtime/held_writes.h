@@ -27,9 +27,10 @@ class HeldWrites {
   // Puts what is held over `buffer`, which was read from the file at `offset`.
   void show(std::uint64_t offset, std::span<std::byte> buffer) const noexcept;
 
-  // Makes the writes in their order. Returns false when one fails; what the others had replaced is
-  // then put back.
-  bool make(const Read& read, const Write& write) noexcept;
+  // Makes the writes in their order. When one fails, what the others had replaced is put back, and
+  // none is made; unless that fails as well.
+  enum class Made { kAll, kNone, kSome };
+  Made make(const Read& read, const Write& write) noexcept;
 
  private:
   struct Piece {

@@ -92,12 +92,24 @@ std::string libtiffMode(FileSource& file, const OpenMode& mode) {
   return letters;
 }
 
+// libtiff takes what it cannot read of the first directory, such as the link to the next one, for
+// missing, and a handle that can write could put that into the file.
+TIFF* unlessReadInPart(TIFF* tif, const std::string& name, const OpenMode& mode) {
+  if (tif == nullptr || (mode.flags & O_ACCMODE) == O_RDONLY) return tif;
+  const int failure = sourceOf(tif)->takeReadFailure();
+  if (failure == 0) return tif;
+  (void)TIFFSetMode(tif, O_RDONLY);  // nothing is written
+  TIFFClose(tif);
+  (void)refuse(name, std::generic_category().message(failure));
+  return nullptr;
+}
+
 TIFF* openSourceOf(std::unique_ptr<FileSource> file, const std::string& name,
                    const OpenMode& mode) {
   if (file == nullptr || !mayBeLoaded(*file, name, mode)) return nullptr;
   const std::size_t limit = largestAllocation(*file, mode);
   const std::string letters = libtiffMode(*file, mode);
-  return openSource(std::move(file), name, letters, limit);
+  return unlessReadInPart(openSource(std::move(file), name, letters, limit), name, mode);
 }
 
 TIFF* openNamedObject(const NamedFileObject& named, const char* modeText) {

@@ -7,6 +7,7 @@
 #include <tiffio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -97,15 +98,21 @@ bool isAtFileSizeLimit(std::uint64_t offset) noexcept {
 class RegularFile final : public FileSource {
  public:
   RegularFile(FileDescriptor descriptor, const struct stat& status)
-      : openFile_(status), descriptor_(std::move(descriptor)) {}
+      : openFile_(status),
+        descriptor_(std::move(descriptor)),
+        lastKnownSize_(static_cast<std::uint64_t>(status.st_size)) {}
   ~RegularFile() override { unmap(); }
+
+  bool empty() noexcept { return shorten(0); }
 
   bool isOnlyUser() const noexcept { return openFile_.isOnly(); }
 
   std::uint64_t size() noexcept override {
     if (!mapping_.empty()) return mapping_.size();
     struct stat status;
-    return fstat(descriptor_.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+    if (fstat(descriptor_.get(), &status) == 0)
+      lastKnownSize_ = static_cast<std::uint64_t>(status.st_size);
+    return lastKnownSize_;
   }
 
   bool map() noexcept override {
@@ -138,15 +145,22 @@ class RegularFile final : public FileSource {
       errno = EFBIG;
       return -1;
     }
-    return pwrite(descriptor_.get(), data.data(), data.size(), static_cast<off_t>(offset));
+    const ssize_t count =
+        pwrite(descriptor_.get(), data.data(), data.size(), static_cast<off_t>(offset));
+    if (count > 0)
+      lastKnownSize_ = std::max(lastKnownSize_, offset + static_cast<std::uint64_t>(count));
+    return count;
   }
 
   bool shorten(std::uint64_t size) noexcept override {
-    return ftruncate(descriptor_.get(), static_cast<off_t>(size)) == 0;
+    if (ftruncate(descriptor_.get(), static_cast<off_t>(size)) != 0) return false;
+    lastKnownSize_ = size;
+    return true;
   }
 
   OpenFile openFile_;
   FileDescriptor descriptor_;
+  std::uint64_t lastKnownSize_;  // what counts when the system does not tell: 0 would cut it off
 };
 
 // Says why, the way libtiff does for its own failures.
@@ -176,7 +190,7 @@ std::unique_ptr<FileSource> openRegularFile(const std::string& name, const OpenM
 
   if (!file->isOnlyUser())
     return refuse(name, "The file is open and cannot be written anew before it is closed");
-  if (ftruncate(file->descriptor(), 0) != 0) return refuse(name, errno);
+  if (!file->empty()) return refuse(name, errno);
   return file;
 }
 

@@ -50,6 +50,17 @@ int storeFloats(TIFF* tif, std::uint32_t tag, const std::vector<float>& values) 
   return storeField(tif, tag, values.data());
 }
 
+// libtiff counts maps as set for which it had no memory, and would copy from nowhere when it writes
+// them. Returns `status`, or 0 when the tag, of 1 or 3 maps, had to be unset.
+int unlessWithoutMemory(TIFF* tif, std::uint32_t tag, std::uint16_t maps, int status) {
+  static const std::uint16_t nothing = 0;
+  const std::uint16_t *first = &nothing, *second = &nothing, *third = &nothing;
+  if (status == 0 || !TIFFGetField(tif, tag, &first, &second, &third)) return status;
+  if (first != nullptr && (maps == 1 || (second != nullptr && third != nullptr))) return status;
+  (void)TIFFUnsetField(tif, tag);  // it was just seen to be set
+  return 0;
+}
+
 // Fills the three tables of a ColorMap, or raises as setColorMap and leaves them unchanged.
 void unpack_colormap(TIFF* tif, const vxArray* value, std::vector<std::uint16_t>& red,
                      std::vector<std::uint16_t>& green, std::vector<std::uint16_t>& blue) {
@@ -74,7 +85,8 @@ void unpack_colormap(TIFF* tif, const vxArray* value, std::vector<std::uint16_t>
 int setColorMap(TIFF* tif, std::uint32_t tag, const std::string&, const vxArray* value) {
   std::vector<std::uint16_t> red, green, blue;
   unpack_colormap(tif, value, red, green, blue);
-  return storeField(tif, tag, red.data(), green.data(), blue.data());
+  return unlessWithoutMemory(tif, tag, 3,
+                             storeField(tif, tag, red.data(), green.data(), blue.data()));
 }
 
 int setTransferFunction(TIFF* tif, std::uint32_t tag, const std::string& tagName,
@@ -95,8 +107,9 @@ int setTransferFunction(TIFF* tif, std::uint32_t tag, const std::string& tagName
   const auto curves = unpackTagArray<std::uint16_t>(value, tag, tagName);
   if (bits >= kTooDeepForMaps) return 0;
   const std::uint16_t* first = curves.data();
-  if (samples == 1) return storeField(tif, tag, first);
-  return storeField(tif, tag, first, first + length, first + 2 * length);
+  const int status = samples == 1 ? storeField(tif, tag, first)
+                                  : storeField(tif, tag, first, first + length, first + 2 * length);
+  return unlessWithoutMemory(tif, tag, samples, status);
 }
 
 int setPrimaryChromaticities(TIFF* tif, std::uint32_t tag, const std::string& tagName,

@@ -43,6 +43,8 @@ struct Storage {
   bool interrupts = false;  // every other call
   std::uint64_t readErrorFrom = ~std::uint64_t{0};
   std::uint64_t writeErrorAt = ~std::uint64_t{0};
+  unsigned readsBeforeError = ~0U;
+  unsigned writesBeforeErrors = ~0U;
   std::size_t capacity = ~std::size_t{0};
   int closeError = 0;
   unsigned calls = 0;
@@ -66,7 +68,7 @@ class StorageSource final : public FileSource {
   ssize_t readSome(std::uint64_t offset, std::span<std::byte> buffer) noexcept override {
     if (storage_.isInterrupted()) return failed(EINTR);
     const std::uint64_t end = offset + buffer.size();
-    if (end > storage_.readErrorFrom) return failed(EIO);
+    if (end > storage_.readErrorFrom || storage_.readsBeforeError-- == 0) return failed(EIO);
     if (offset >= storage_.bytes.size()) return 0;
     const auto rest = std::span(storage_.bytes).subspan(static_cast<std::size_t>(offset));
     const std::size_t count = std::min({buffer.size(), storage_.mostAtOnce, rest.size()});
@@ -76,7 +78,8 @@ class StorageSource final : public FileSource {
 
   ssize_t writeSome(std::uint64_t offset, std::span<const std::byte> data) noexcept override {
     if (storage_.isInterrupted()) return failed(EINTR);
-    if (offset == storage_.writeErrorAt) return failed(EIO);
+    if (offset == storage_.writeErrorAt || storage_.writesBeforeErrors == 0) return failed(EIO);
+    --storage_.writesBeforeErrors;
     if (offset >= storage_.capacity) return failed(ENOSPC);
     const auto start = static_cast<std::size_t>(offset);
     const std::size_t count =
@@ -239,6 +242,52 @@ TEST_F(Source, WritesBytesOnceThatAnUpdateChangesTwice) {
   std::ranges::fill(std::span(expected).subspan(20, 4), std::byte{7});
   std::ranges::fill(std::span(expected).subspan(19, 2), std::byte{5});
   EXPECT_EQ(storage.bytes, expected);
+}
+
+// Cut off, the directory at the end would take the chain with it, whose link to it may stay.
+TEST_F(Source, KeepsWhatWasAppendedWhenALinkToItCannotBePutBack) {
+  const Layout layout{.width = 100, .length = 100, .rowsPerStrip = 10};
+  for (unsigned writes = 0; writes < 12; ++writes) {
+    SCOPED_TRACE(writes);
+    Storage storage;
+    writeImage(open(storage, "w").get(), layout);
+    const TiffHandle tif = open(storage, "r+");
+    TIFFSetField(tif.get(), TIFFTAG_IMAGEDESCRIPTION, "longer than before");
+    ASSERT_TRUE(ZQTIFFbeginUpdate(tif.get()));
+    const bool isWritten = TIFFRewriteDirectory(tif.get()) != 0;
+    storage.writesBeforeErrors = writes;
+    ASSERT_TRUE(isWritten);
+    (void)ZQTIFFcommitUpdate(tif.get());
+    TIFFSetMode(tif.get(), O_RDONLY);
+    storage.writesBeforeErrors = ~0U;
+    const TiffHandle again = open(storage, "r");
+    ASSERT_NE(again, nullptr);
+    EXPECT_TRUE(blockOf(again) == blockBytes(layout, 0));
+  }
+}
+
+// libtiff writes a header where it can read none.
+TEST_F(Source, KeepsAHeaderThatCannotBeReadOnce) {
+  Storage storage;
+  writeImage(open(storage, "w").get(), layout_);
+  const std::vector<std::byte> before = storage.bytes;
+  storage.readsBeforeError = 0;
+  EXPECT_EQ(open(storage, "r+"), nullptr);
+  EXPECT_EQ(storage.bytes, before);
+}
+
+TEST_F(Source, SaysWhenReadingFails) {
+  Storage storage;
+  writeImage(open(storage, "w").get(), layout_);
+  const TiffHandle tif = open(storage, "rc");
+  ZQTIFFinitializeErrorStack();
+  storage.readErrorFrom = 0;
+  std::array<std::byte, 4> bytes{};
+  EXPECT_EQ(TIFFGetReadProc(tif.get())(TIFFClientdata(tif.get()), bytes.data(), 4), 0);
+  ASSERT_EQ(runtime::collectedDiagnostics().size(), 1U);
+  EXPECT_THAT(runtime::collectedDiagnostics()[0].message, HasSubstr("Input/output error"));
+  EXPECT_TRUE(ZQTIFFcheckReadFailure(tif.get()));
+  EXPECT_FALSE(ZQTIFFcheckReadFailure(tif.get()));
 }
 
 // A forked process shares the position of a descriptor.

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "runtime/memory.h"
+#include "tests/support/scene.h"
 #include "tests/support/tag_files.h"
 #include "tests/support/temporary_folder.h"
 
@@ -239,6 +241,25 @@ std::vector<double> curve(std::size_t count) {
   std::vector<double> elements(count);
   for (std::size_t k = 0; k < count; ++k) elements[k] = static_cast<double>(65535 - k);
   return elements;
+}
+
+// libtiff counts them as set all the same, and would copy from nowhere when it writes them.
+TEST_F(Colours, MapsForWhichLibtiffHasNoMemoryAreNotSet) {
+  runtime::setMemoryLimit(std::size_t{100} << 10);
+  const OpenedFile file(folder_ / "limited.tif", "w");
+  runtime::setMemoryLimit(0);
+  setFields(file, {{TIFFTAG_PHOTOMETRIC, 1},
+                   {TIFFTAG_BITSPERSAMPLE, 16},
+                   {TIFFTAG_SAMPLESPERPIXEL, 1},
+                   {TIFFTAG_IMAGEWIDTH, 4},
+                   {TIFFTAG_IMAGELENGTH, 4}});
+  expectError<Tiff::unableToWriteTag>(
+      {"ColorMap"}, [&] { call("setField", file, TIFFTAG_COLORMAP, filled(65536, 3, 0.5)); });
+  expectError<Tiff::unableToWriteTag>({"TransferFunction"}, [&] {
+    call("setField", file, TIFFTAG_TRANSFERFUNCTION, filled(65536, 1, 0.5));
+  });
+  call("writeEncodedStrip", file, 0, zeros(vxUINT16, {4, 4}));
+  call("writeDirectory", file);
 }
 
 TEST_F(Colours, SingleCurveIsTakenAsARowOrAColumn) {
