@@ -15,12 +15,32 @@
 
 namespace tb {
 
-FileRegistry OpenFileRegistry;
-
 namespace {
 
-// Records that were taken out while it was somebody's turn on them.
-std::multimap<TIFF*, std::unique_ptr<RegisteredFile>> departed;
+using DepartedFiles = std::multimap<TIFF*, std::unique_ptr<RegisteredFile>>;
+
+// A process may end by exit(3) while threads of it call the module, which go on with what is known
+// of their files. So the maps are not destroyed; when the module is unloaded after its cleanup,
+// nothing is left in them.
+class Records {
+ public:
+  ~Records() {
+    const std::lock_guard lock(registryLock);
+    if (isAnyCallRunning()) return;
+    std::erase_if(files, [](const auto& entry) { return entry.second->known.closedByCleanup; });
+    departed.clear();
+  }
+
+  union {
+    FileRegistry files{};
+  };
+  union {
+    DepartedFiles departed{};  // taken out while it was somebody's turn on them
+  };
+};
+
+Records records;
+DepartedFiles& departed = records.departed;
 
 TIFF* requireOpen(TIFF* tif) {
   const OpenFile* file = findOpenFile(tif);
@@ -29,6 +49,8 @@ TIFF* requireOpen(TIFF* tif) {
 }
 
 }  // namespace
+
+FileRegistry& OpenFileRegistry = records.files;
 
 vxArrayPtr packUpTiffFileId(TIFF* tif) {
   constexpr std::size_t kDimensions[] = {1, 1};

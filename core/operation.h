@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "host/array.h"
 
@@ -21,8 +22,8 @@ struct s_tagbridge_op {
   std::int32_t opcode;
   std::int32_t minInputs;  // after the operation name
   std::int32_t maxInputs;
-  std::string name;      // as the caller spells it
-  std::string tiffName;  // the libtiff function that it wraps
+  std::string_view name;      // as the caller spells it
+  std::string_view tiffName;  // the libtiff function that it wraps
   Handler* handler;
 };
 

@@ -76,7 +76,10 @@ extern ShortLock registryLock;
 // Owns the records, not the handles. Those that TagBridgeCleanup closed stay, but whoever still
 // holds their identifier must not reach freed memory.
 using FileRegistry = std::map<TIFF*, std::unique_ptr<RegisteredFile>>;
-extern FileRegistry OpenFileRegistry;
+extern FileRegistry& OpenFileRegistry;
+
+// Whether any thread is inside a call. The lock is held.
+bool isAnyCallRunning() noexcept;
 
 // Takes a record out of the registry; it lives on for as long as it is somebody's turn on it. The
 // lock is held.

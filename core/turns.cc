@@ -114,6 +114,8 @@ void afterForkInChild() noexcept {
 
 }  // namespace
 
+bool isAnyCallRunning() noexcept { return runningCalls > 0; }
+
 // --- Turns
 
 // Access to what a turn keeps.

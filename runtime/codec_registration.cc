@@ -2,10 +2,12 @@
 
 #include <tiffio.h>
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <iterator>
 #include <mutex>
-#include <vector>
+#include <utility>
 
 #include "host/tiff_utilities.h"
 #include "runtime/block_format.h"
@@ -26,14 +28,13 @@ constexpr Scheme kSchemes[] = {
 constinit std::atomic<bool> tried = false;
 constinit std::mutex registrationLock;
 const UsableAfterFork<registrationLock> registrationLockStaysUsable;
-std::vector<TIFFCodec*> registered;
+std::array<TIFFCodec*, std::size(kSchemes)> registered{};
 
 void registerSchemes() {
-  registered.reserve(std::size(kSchemes));
-  for (const auto& [compression, name] : kSchemes) {
+  for (std::size_t k = 0; k < registered.size(); ++k) {
+    const auto& [compression, name] = kSchemes[k];
     if (TIFFIsCODECConfigured(compression) != 0) continue;  // libtiff's own, or another library's
-    TIFFCodec* codec = TIFFRegisterCODEC(compression, name, initialiseJpeg2000);
-    if (codec != nullptr) registered.push_back(codec);
+    registered[k] = TIFFRegisterCODEC(compression, name, initialiseJpeg2000);
   }
 }
 
@@ -59,7 +60,7 @@ void registerJPEG2000Codecs() { tb::runtime::registerJpeg2000Codecs(tb::runtime:
 void unregisterJPEG2000Codecs() {
   using tb::runtime::registered;
   const std::lock_guard guard(tb::runtime::registrationLock);
-  for (TIFFCodec* codec : registered) TIFFUnRegisterCODEC(codec);
-  registered.clear();
+  for (TIFFCodec*& codec : registered)
+    if (TIFFCodec* const former = std::exchange(codec, nullptr)) TIFFUnRegisterCODEC(former);
   tb::runtime::tried.store(false, std::memory_order_release);
 }

@@ -12,8 +12,10 @@ namespace {
 
 constinit std::mutex objectsLock;
 const UsableAfterFork<objectsLock> objectsLockStaysUsable;
-std::map<std::u16string, NamedFileObject> objects;
 std::uint64_t objectCount = 0;
+
+// Never destroyed, since a process may end while threads of it open files.
+auto& objects = *new std::map<std::u16string, NamedFileObject>;
 
 }  // namespace
 

@@ -60,13 +60,14 @@ void writeWarning(const resource_core::BaseMsgID& warning) {
 
 namespace {
 
+// Neither is ever destroyed, since a process may end while threads of it report.
 ErrorReporter& errorReporter() {
-  static ErrorReporter reporter;
+  static auto& reporter = *new ErrorReporter;
   return reporter;
 }
 
 WarningSink& warningSink() {
-  static WarningSink sink = writeWarning;
+  static auto& sink = *new WarningSink(writeWarning);
   return sink;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <span>
@@ -165,6 +166,29 @@ TEST_F(HostThreads, ReadJpeg2000WhileOthersOpen) {
       callOnThread({"close", file});
     }
   });
+}
+
+[[noreturn]] void exitWhileThreadsRead(const std::filesystem::path& path) {
+  static std::atomic<int> reads = 0;
+  for (int number = 0; number < kThreads; ++number) {
+    std::thread([path] {
+      for (;;) {
+        const vxArrayPtr file = callOnThread({"open", path, "r"});
+        callOnThread({"readEncodedStrip", file, 0});
+        callOnThread({"close", file});
+        ++reads;
+      }
+    }).detach();
+  }
+  while (reads < 10 * kThreads) std::this_thread::yield();
+  std::exit(0);
+}
+
+// Over and over, for it takes luck that a thread needs just what goes.
+TEST_F(HostThreads, MayReadWhileTheProcessExits) {
+  writeTiff(folder_ / "a.tif", {Layout{.width = 64, .length = 64, .rowsPerStrip = 16}});
+  for (int turn = 0; turn < 40; ++turn)
+    ASSERT_EXIT(exitWhileThreadsRead(folder_ / "a.tif"), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
