@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <new>
 #include <span>
 #include <string>
 
@@ -174,22 +173,13 @@ HeldObjects objectsOf(PyArrayObject* array) {
   return held;
 }
 
-// An array that repeats one object takes no memory of its own, whatever its shape, but each element
-// of a cell does.
-void requireMemoryForCell(PyArrayObject* array) {
-  constexpr std::size_t kBytesOfAnElement = 192;  // its array, and what refers to it, at the least
-  const auto elements = static_cast<std::size_t>(PyArray_SIZE(array));
-  if (!vxIsWithinMemoryLimit(runtime::checkedProduct(elements, kBytesOfAnElement))) {
-    throw std::bad_alloc();
-  }
-}
-
 vxArrayPtr hostObjects(PyArrayObject* array, const Place& place) {
-  requireMemoryForCell(array);
+  // An array that repeats one object takes no memory of its own, whatever its shape.
+  const Place inside = place.inside(static_cast<std::size_t>(PyArray_SIZE(array)));
   const py::object ordered = columnMajor(array);
   PyArrayObject* const source = arrayOf(ordered);
   const HeldObjects objects = objectsOf(source);
-  return hostCell(HostDimensions(source), objects, place);
+  return hostCell(HostDimensions(source), objects, inside);
 }
 
 // Indexed by NumPy's type number, of which the first stand for C's types in this order: bool, then

@@ -1,10 +1,12 @@
 #include "python/host_values.h"
 
 #include <boost/container/small_vector.hpp>
+#include <new>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "runtime/memory.h"
 #include "runtime/text.h"
 
 namespace py = pybind11;
@@ -59,7 +61,7 @@ HeldObjects itemsOf(PyObject* sequence) {
 vxArrayPtr hostSequence(PyObject* sequence, const Place& place) {
   const HeldObjects items = itemsOf(sequence);
   const std::size_t dimensions[] = {1, items.size()};
-  return hostCell(dimensions, items, place);
+  return hostCell(dimensions, items, place.inside(items.size()));
 }
 
 std::string fieldName(PyObject* key, const Place& place) {
@@ -87,8 +89,8 @@ HeldObjects entriesOf(PyObject* dict) {
 }
 
 vxArrayPtr hostStruct(PyObject* dict, const Place& place) {
-  const Place inside = place.inside();
   const HeldObjects entries = entriesOf(dict);
+  const Place inside = place.inside(entries.size() / 2);
   std::vector<std::string> names;
   std::vector<vxArrayPtr> values;
   for (std::size_t entry = 0; entry < entries.size(); entry += 2) {
@@ -120,13 +122,18 @@ vxArrayPtr hostNumpyScalar(PyObject* value, const Place& place) {
 
 }  // namespace
 
-Place Place::inside() const {
+Place Place::inside(std::size_t count) const {
   if (levels == kMostLevels) {
     throw py::value_error(nameOf(*this) +
                           ": lists, dicts and arrays lie in one another more than " +
                           std::to_string(kMostLevels) + " levels deep");
   }
-  return {operation, input, levels + 1};
+  constexpr std::size_t kBytesOfAnElement = 192;  // its array, and what refers to it, at the least
+  *elements += count;
+  if (!vxIsWithinMemoryLimit(runtime::checkedProduct(*elements, kBytesOfAnElement))) {
+    throw std::bad_alloc();
+  }
+  return {operation, input, elements, levels + 1};
 }
 
 void refuse(const std::string& what, const Place& place) {
@@ -134,8 +141,7 @@ void refuse(const std::string& what, const Place& place) {
 }
 
 vxArrayPtr hostCell(std::span<const std::size_t> dimensions, const HeldObjects& items,
-                    const Place& place) {
-  const Place inside = place.inside();
+                    const Place& inside) {
   vxArrayPtr cell = matrix::detail::do_create_cell(dimensions);
   for (std::size_t index = 0; index < items.size(); ++index) {
     vxSetCell(cell.get(), index, hostValue(items[index].ptr(), inside).release());

@@ -18,11 +18,14 @@ inline constexpr std::size_t kMostLevels = 100;
 struct Place {
   PyObject* operation;
   std::size_t input;       // counted from 1, the operation's name left out
+  std::size_t* elements;   // how many all lists, dicts and object arrays of the call have so far
   std::size_t levels = 0;  // of lists, dicts and object arrays around it
 
-  // The place of what is in the list, dict or object array here. Throws pybind11::value_error,
-  // which names the argument, beyond kMostLevels.
-  Place inside() const;
+  // The place of the `count` elements of the list, dict or object array here. Throws
+  // pybind11::value_error, which names the argument, beyond kMostLevels, and std::bad_alloc when
+  // the memory limit does not allow for so many elements in a call: what lies in one another again
+  // and again takes no memory of Python's.
+  Place inside(std::size_t count) const;
 };
 
 // What a list, dict or object array refers to, kept: converting an element may run Python code, of
@@ -35,9 +38,10 @@ vxArrayPtr hostValue(PyObject* value, const Place& place);
 // A str. Also for the operation's name.
 vxArrayPtr hostText(PyObject* text);
 
-// A cell of these dimensions that holds the values of `items` in storage order.
+// A cell of these dimensions that holds the values of `items`, whose place is `inside`, in storage
+// order.
 vxArrayPtr hostCell(std::span<const std::size_t> dimensions, const HeldObjects& items,
-                    const Place& place);
+                    const Place& inside);
 
 // An array of any dtype of the table.
 vxArrayPtr hostArray(PyArrayObject* array, const Place& place);

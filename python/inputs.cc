@@ -54,7 +54,7 @@ Inputs::Inputs(PyObject* operation) : operation_(operation) {
 }
 
 void Inputs::add(PyObject* value) {
-  const Place place{operation_, pointers_.size()};
+  const Place place{operation_, pointers_.size(), &elements_};
   const vxArray* array = nullptr;
   if (place.input <= KeptArrays::kInputs) array = scalarInput(value, place, kept_);
   if (array == nullptr) {

@@ -45,6 +45,7 @@ class Inputs {
   PyObject* operation_;
   vxArrayPtr name_;  // null when the name's array is one that is kept
   KeptArrays kept_;
+  std::size_t elements_ = 0;  // of all lists, dicts and object arrays
   boost::container::small_vector<vxArrayPtr, 2> others_;
   boost::container::small_vector<const vxArray*, KeptArrays::kInputs + 1> pointers_;
 };

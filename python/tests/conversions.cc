@@ -109,7 +109,8 @@ PYBIND11_MODULE(tagbridge_conversions, module) {
   tb::python::makeOwnerType();
   module.def("to_host", [](const py::object& value) {
     const py::str operation("test");
-    return describe(tb::python::hostValue(value.ptr(), {operation.ptr(), 1}).get());
+    std::size_t elements = 0;
+    return describe(tb::python::hostValue(value.ptr(), {operation.ptr(), 1, &elements}).get());
   });
   module.def("to_python",
              [](const py::object& recipe) { return tb::python::pythonValue(make(recipe)); });

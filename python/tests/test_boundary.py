@@ -154,6 +154,24 @@ def test_a_cell_may_have_as_many_elements_as_memory_is_allowed_for():
         tagbridge.set_memory_limit(0)
 
 
+MANY = np.broadcast_to(np.array([1.0], object), (1000,))
+THREE_TIMES = np.empty(3, object)
+for place in range(3):
+    THREE_TIMES[place] = MANY
+
+
+@pytest.mark.parametrize("few", [[MANY] * 3, dict.fromkeys("abc", MANY), THREE_TIMES],
+                         ids=["list", "dict", "array"])
+def test_arrays_in_one_another_may_have_as_many_elements_in_all(few):
+    tagbridge.set_memory_limit(1 << 20)
+    try:
+        to_host(few)
+        with pytest.raises(MemoryError):
+            to_host([few, few])
+    finally:
+        tagbridge.set_memory_limit(0)
+
+
 def test_an_image_that_repeats_one_element_beyond_all_files_is_an_error(tmp_path: Path):
     for shape in ((2**31, 2**30), (2**34, 5), (2**31, 3)):
         with pytest.raises((tagbridge.Error, MemoryError)):
