@@ -88,7 +88,7 @@ class PythonFile final : public runtime::FileObject {
       if (!seek(offset)) return isBehindTheEnd(offset);
       while (count < bytes.size()) {
         const Py_ssize_t portion = readPortion(bytes.subspan(count));
-        if (portion < 0) return false;
+        if (portion < 0) return isBehindTheEnd(offset + count);
         if (portion == 0) break;
         count += static_cast<std::size_t>(portion);
       }
@@ -183,8 +183,9 @@ class PythonFile final : public runtime::FileObject {
     return PyErr_Occurred() == nullptr;
   }
 
-  // Takes back the exception of a seek to a place where there is no byte, as damaged files name
-  // them: io.BytesIO has an OverflowError for some, mmap a ValueError, files an OSError.
+  // Takes back the exception of a seek to a place where there is no byte, or of a read there, as
+  // damaged files name them: io.BytesIO has an OverflowError for some, mmap a ValueError, files an
+  // OSError, some file systems' when they are read.
   bool isBehindTheEnd(std::uint64_t offset) {
     PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
     PyErr_Fetch(&type, &value, &trace);

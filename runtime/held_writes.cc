@@ -6,19 +6,22 @@
 namespace tb::runtime {
 
 void HeldWrites::add(std::uint64_t offset, std::span<const std::byte> data) {
-  pieces_.push_back({offset, {data.begin(), data.end()}, std::vector<std::byte>(data.size())});
+  const bool continues = !pieces_.empty() && pieces_.back().end() == offset;
+  if (!continues) pieces_.push_back({offset, {}, {}});
+  Piece& last = pieces_.back();
+  last.bytes.insert(last.bytes.end(), data.begin(), data.end());
+  last.replaced.resize(last.bytes.size());
   const auto isCovered = [&](const Piece& piece) {
-    return piece.offset >= offset && piece.offset + piece.bytes.size() <= offset + data.size();
+    return piece.offset >= offset && piece.end() <= last.end();
   };
-  const auto last = std::prev(pieces_.end());
-  const auto kept = std::remove_if(pieces_.begin(), last, isCovered);
-  pieces_.erase(kept, last);
+  const auto earlier = std::prev(pieces_.end());
+  pieces_.erase(std::remove_if(pieces_.begin(), earlier, isCovered), earlier);
 }
 
 void HeldWrites::show(std::uint64_t offset, std::span<std::byte> buffer) const noexcept {
   for (const Piece& piece : pieces_) {
     const std::uint64_t first = std::max(offset, piece.offset);
-    const std::uint64_t last = std::min(offset + buffer.size(), piece.offset + piece.bytes.size());
+    const std::uint64_t last = std::min(offset + buffer.size(), piece.end());
     if (first >= last) continue;
     const auto start = piece.bytes.begin() + static_cast<std::ptrdiff_t>(first - piece.offset);
     std::copy_n(start, last - first, buffer.begin() + static_cast<std::ptrdiff_t>(first - offset));

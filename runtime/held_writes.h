@@ -20,7 +20,8 @@ class HeldWrites {
   std::uint64_t fileSize() const noexcept { return fileSize_; }
 
   // Holds a write, and drops those that it covers: libtiff empties a link before it sets it anew,
-  // and a disk that fails in between would leave the chain of directories cut. Throws
+  // and a disk that fails in between would leave the chain of directories cut. Writes that continue
+  // one another become one, as libtiff writes some tables a number at a time. Throws
   // std::bad_alloc.
   void add(std::uint64_t offset, std::span<const std::byte> data);
 
@@ -37,6 +38,8 @@ class HeldWrites {
     std::uint64_t offset;
     std::vector<std::byte> bytes;
     std::vector<std::byte> replaced;
+
+    std::uint64_t end() const noexcept { return offset + bytes.size(); }
   };
 
   std::uint64_t fileSize_;

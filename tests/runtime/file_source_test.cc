@@ -222,6 +222,23 @@ TEST_F(Source, PutsBackWhatAnUpdateHasReplacedWhenItFails) {
   EXPECT_EQ(storage.bytes, std::vector<std::byte>(50));
 }
 
+// libtiff writes some tables a number at a time, and may write tens of thousands.
+TEST_F(Source, WritesAtOnceWhatAnUpdateWritesInARow) {
+  Storage storage{.bytes = std::vector<std::byte>(50)};
+  StorageSource source(storage);
+  source.beginUpdate();
+  ASSERT_EQ(source.seek(10, SEEK_SET), 10U);
+  std::vector<std::byte> expected(50);
+  for (unsigned number = 1; number <= 20; ++number) {
+    const std::byte next{static_cast<unsigned char>(number)};
+    ASSERT_EQ(source.write(std::span(&next, 1)), 1U);
+    expected[9 + number] = next;
+  }
+  EXPECT_TRUE(source.commitUpdate());
+  EXPECT_EQ(storage.writes, 1U);
+  EXPECT_EQ(storage.bytes, expected);
+}
+
 // libtiff empties a link to a directory before it sets it anew. Were both written, a disk that
 // fails in between, also for putting things back, would leave a file without its directories.
 TEST_F(Source, WritesBytesOnceThatAnUpdateChangesTwice) {
