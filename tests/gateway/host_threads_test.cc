@@ -23,9 +23,12 @@
 #include "tests/support/thread_calls.h"
 #include "tests/support/tiff_files.h"
 
-// As in threads_test.cc: threads of a parent are no leaks of its forked child.
+// As in threads_test.cc: threads of a parent are no leaks of its forked child. A process that exits
+// does not wait a second for races.
 extern "C" const char* __tsan_default_options();  // NOLINT(bugprone-reserved-identifier)
-extern "C" const char* __tsan_default_options() { return "report_thread_leaks=0"; }
+extern "C" const char* __tsan_default_options() {
+  return "report_thread_leaks=0:atexit_sleep_ms=0";
+}
 
 namespace tb::test {
 namespace {
