@@ -9,8 +9,8 @@
 namespace tb::runtime {
 
 // The largest single array or block, in bytes. A larger request throws std::bad_alloc before any
-// memory is touched. 0, the default, stands for the machine's physical memory, or for half of what a
-// process can address if that is less.
+// memory is touched. 0, the default, stands for the machine's physical memory, or for half of what
+// a process can address if that is less.
 void setMemoryLimit(std::size_t bytes);
 
 // The limit in force; the physical memory when none was set.
