@@ -368,16 +368,17 @@ std::size_t partFrom(const char* text) {
   return static_cast<std::size_t>(std::max(std::atol(text), 1L));
 }
 
-}  // namespace
-}  // namespace tb::faults
-
-int main(int argc, char** argv) {
-  using namespace tb::faults;
+int runWith(int argc, char** argv) {
   (void)startingFiles();  // before the children, who then share them
-  tb::fuzz::observeCalls(countEvents);
+  fuzz::observeCalls(countEvents);
   if (argc == 5) return runOne(argv[1], argv[2], argv[3], std::strtoul(argv[4], nullptr, 10));
   Parts parts;
   if (argc > 1) parts.ofMemory = parts.ofFiles = partFrom(argv[1]);
   if (argc > 2) parts.ofFiles = partFrom(argv[2]);
   return run(parts);
 }
+
+}  // namespace
+}  // namespace tb::faults
+
+int main(int argc, char** argv) { return tb::faults::runWith(argc, argv); }

@@ -130,8 +130,9 @@ void takeComponents(const vxArrayPtr& raster) {
     std::memcpy(&entry, data + place, kEntrySize);
     const std::uint32_t components[] = {TIFFGetR(entry), TIFFGetG(entry), TIFFGetB(entry),
                                         TIFFGetA(entry)};
-    std::ranges::transform(components, data + place,
-                           [](std::uint32_t component) { return std::byte(component); });
+    std::ranges::transform(components, data + place, [](std::uint32_t component) {
+      return static_cast<std::byte>(component);
+    });
   }
 }
 
