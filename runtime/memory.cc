@@ -78,6 +78,7 @@ std::size_t shelfIndex(std::size_t bytes) noexcept {
 // The least capacity of the series that holds `bytes`.
 std::size_t capacityFor(std::size_t bytes) noexcept {
   const auto power = static_cast<unsigned>(std::bit_width(bytes - 1)) - 1;
+  // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): as above
   const std::size_t step = std::size_t{1} << (power - kStepsLog2);
   return (bytes + step - 1) / step * step;
 }
